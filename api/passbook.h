@@ -1,0 +1,236 @@
+/*
+ * libpassbook - driver library for bank passbook printers.
+ *
+ * A teller or self-service program opens a passbook printer through these functions, prints positioned text
+ * and pictures on the document that lies in it, reads the printer's and the paper's status, reads and writes
+ * the passbook's magnetic stripe, and ejects the document.
+ *
+ * CONVENTIONS
+ *   Ownership   Every buffer is the caller's, before and after the call. Nothing is handed out that needs
+ * releasing. NULL        A null pointer where data is expected gives -1 and nothing is sent. Threads     One
+ * port per process and one call at a time. The library takes no locks: a program with threads calls it from
+ * one of them, or puts its own lock around every call. Blocking    Every call runs on the caller's thread and
+ * returns when its work is done. A read of the printer's answer waits at most one second on a serial port,
+ * and without limit on a parallel port. Signals     A system call that a signal interrupts is made again.
+ *   Text        UTF-8 in, GB18030 to the printer.
+ *   Units       Millimetres or inches as each function says, from the document's top left corner. Inside,
+ * positions are dots of 1/180 inch; a picture's pixel is one dot. The printer moves its head in steps of
+ * 1/120 inch and the paper in steps of 1/60 inch, so print can lie up to two dots off the dot asked for.
+ *
+ *          x ->
+ *      +---+--------------------------+   x: 0 to 1499 dots (211 mm, 8 inches)
+ *    y |                              |   y: 0 to 7499 dots (1058 mm, 41 inches)
+ *    | +   * (x, y)                   |
+ *    v |                              |   A position outside is refused with -1 and nothing is printed: cut
+ * to |                              |   what the printer's command can say, it would print in a wrong place.
+ *
+ * RESULT CODES of the YARDO_ functions
+ *    0    Success: the bytes were handed to the operating system. That they are on paper only the printer
+ * knows: ask YARDO_PR2_GetPrinterStatus. >0    Status functions: the status value. -1    A bad argument:
+ * nothing reached the printer (but see YARDO_PrintBmpOLI). From YARDO_PR2_OpenPort also: the port could not
+ * be opened. Mend the call; retrying does not help. -3    A command or its data was not sent whole. Part of
+ * it may have reached the printer: look at the page, or initialise and begin it anew, before printing again.
+ *   -4    An answer (firmware identifier, stripe) did not come or was malformed. May be asked again.
+ *   -5    A port is open already; it stays open.
+ *   -6    No port is open; nothing was sent. This test comes before every other one.
+ *   -11   The picture's file cannot be opened.                    \
+ *   -12   The file is short, or of a depth that no BMP has.        |  nothing was sent,
+ *   -13   The file holds fewer rows than its header promises, or   |  nothing is ejected
+ *         its header promises what no BMP can hold.               /
+ *   -20   The paper status was not answered, or not recognisably. May be asked again.
+ *   -22   The printer status was not answered, or not recognisably. May be asked again.
+ *   -30   The printer was not ready in time. See to the printer, then initialise again.
+ *   -31   No memory; nothing was printed.
+ *   -60   The text is not valid UTF-8; nothing was sent.
+ *
+ * ORDER OF CALLS
+ *   YARDO_PR2_OpenPort, YARDO_PR2_InitPrinter, then for each document YARDO_PR2_InsertPaper, formats, text
+ * and pictures, YARDO_PR2_EjectPaper or YARDO_PR2_SPB, and at the end YARDO_PR2_ClosePort.
+ */
+#ifndef PASSBOOK_H
+#define PASSBOOK_H
+
+#ifndef __cplusplus
+#include <stdbool.h>
+#endif
+
+#if defined(__GNUC__)
+#define PASSBOOK_API __attribute__((visibility("default")))
+#else
+#define PASSBOOK_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Port and raw commands
+ * ------------------------------------------------------------------------------------ */
+
+/*
+ * Opens the printer's port and keeps it open until YARDO_PR2_ClosePort.
+ * portName  in: the name of a serial device below /dev, such as "ttyS0" or "ttyUSB1", at most 127 characters,
+ * which is set to 9600 bits per second, 8 data bits, no parity, one stop bit; or any name containing "LPT" or
+ * "lpt": the first parallel port that opens, /dev/parallel/0 to 3 if that directory exists, else
+ *           /dev/printers0 to 3 if /dev/printers exists, else /dev/lp0 to 3.
+ * Returns 0; -1 the port could not be opened, or portName is NULL; -5 a port is open already, and stays so.
+ */
+PASSBOOK_API int YARDO_PR2_OpenPort(const char* portName);
+
+/*
+ * Closes the port; a serial line gets its earlier settings back when what was sent has gone out.
+ * Returns 0; -6.
+ */
+PASSBOOK_API int YARDO_PR2_ClosePort(void);
+
+/*
+ * Sends bytes to the printer as they are, in one write. An answer to them cannot be read through this
+ * library. data    in: length bytes; may be NULL when length is 0. length  0 or more. Returns 0; -1 negative
+ * length or no data; -3; -6.
+ */
+PASSBOOK_API int YARDO_PR2_Command(const unsigned char* data, int length);
+
+/* ---- Text and control
+ * ----------------------------------------------------------------------------------------- */
+
+/*
+ * Resets the printer, sets it up (15 characters per inch, line space 46/240 inch) and waits until it is
+ * ready. mode            1: clears an error; 2: clears everything; any other: clears an error and sends a
+ * form feed. timeoutSeconds  how long to wait; 0 or less asks once. The call can take two seconds longer.
+ * Returns 0 ready; -30 not ready in time; -6.
+ */
+PASSBOOK_API int YARDO_PR2_InitPrinter(int mode, int timeoutSeconds);
+
+/*
+ * Prints one line of text at a position.
+ * unit    0: x and y are whole millimetres, and 1 mm is added to y; any other: whole inches.
+ * x, y    position of the line, see the picture above: in millimetres x 0 to 211 and y -1 to 1057, in inches
+ * x 0 to 8 and y 0 to 41. text    in: UTF-8. Control characters in it reach the printer as they are. A
+ * sequence cut off at the very end is left out. length  bytes of text; negative: up to its terminating zero.
+ * Returns 0; -1 text is NULL or a position does not fit: nothing was sent; -3; -6; -60 not valid UTF-8:
+ * nothing was sent.
+ */
+PASSBOOK_API int YARDO_PR2_PrintData(int unit, int x, int y, const char* text, int length);
+
+/*
+ * Sets the character format of the text that follows. The paper moves by one line space on the way.
+ * pitch   characters per inch, its fraction cut off: 10, 12, 15, 16 or 17; the printer gets code 0 for any
+ * other. bold    0 off, else on. width   0 normal, 1 or 2 wide. height  a small count that is added to the
+ * character '0': 0, 1, 2. Returns 0; -3, the settings behind the failed one are not sent then; -6.
+ */
+PASSBOOK_API int YARDO_PR2_SetFormat(double pitch, int bold, int width, int height);
+
+/*
+ * Sets the distance from line to line, in steps of 1/240 inch (rounded down).
+ * unit    has no effect.
+ * space   millimetres, 0 to below 10.58.
+ * Returns 0; -1 space does not fit: nothing was sent; -3; -6.
+ */
+PASSBOOK_API int YARDO_PR2_SetLineSpace(int unit, double space);
+
+/*
+ * Switches underlining.
+ * mode    0 off; 1, 2 the printer's two underlines; 3 off by the printer's second command, which always
+ * returns 0; any other as 0. Returns 0; -3; -6.
+ */
+PASSBOOK_API int YARDO_PR2_SetUnderLine(int mode);
+
+/* Sends carriage return and line feed. Returns 0; -3; -6. */
+PASSBOOK_API int YARDO_PR2_LR(void);
+
+/* Draws a document in and brings it to its first line, after clearing an error. Does not wait. Returns 0; -3;
+ * -6. */
+PASSBOOK_API int YARDO_PR2_InsertPaper(void);
+
+/* Ejects the document. Does not wait until it is taken, see YARDO_PR2_SPB. Returns 0; -3; -6. */
+PASSBOOK_API int YARDO_PR2_EjectPaper(void);
+
+/* Clears an error of the printer. Returns 0; -3; -6. */
+PASSBOOK_API int YARDO_PR2_ClearError(void);
+
+/* Clears everything: errors, settings, what is not yet printed. Returns 0; -3; -6. */
+PASSBOOK_API int YARDO_PR2_CLearAll(void);
+
+/*
+ * Reads the printer's firmware identifier.
+ * out     out: 13 bytes; no zero is written behind them, and bytes that did not arrive are zero.
+ * Blocks for up to six reads. Returns 0; -1 out is NULL; -4 no valid answer, out is unchanged; -6.
+ */
+PASSBOOK_API int YARDO_PR2_GetFWID(unsigned char* out);
+
+/* ---- Status, stripe and pictures
+ * ------------------------------------------------------------------------------ */
+
+/*
+ * Asks for the printer's status. Blocks for up to four reads, and first reads away what an earlier answer
+ * left. Returns the value that stands for the answer's status byte; -3; -6; -22 no answer, or a byte that is
+ * not listed (as combinations of several conditions are not): 1 'P' ready      5 'a'      9 '1'     13 'q' 2
+ * 'Q'            6 'b'     10 '2'     14 'r' 3 'T'            7 'd'     11 '4'     15 'p' 4 'X'            8
+ * 'h'     12 '8'
+ */
+PASSBOOK_API int YARDO_PR2_GetPrinterStatus(void);
+
+/*
+ * Asks where the document is. Blocks for up to three reads, and first reads away what an earlier answer left.
+ * Returns 1 there is none; 2, 3 there is one that is not in place; 4 it is in place; -3; -6; -20 no answer,
+ * or one that is not listed.
+ */
+PASSBOOK_API int YARDO_PR2_GetPaperStatus(void);
+
+/*
+ * Reads the magnetic stripe.
+ * track   0: the first select command; any other: the second.
+ * buffer  out: length bytes. On success the stripe's data with a zero behind it; at most length - 2 bytes of
+ * data fit, and what lies behind the zero has no meaning. After -4 it holds what arrived. length  2 or more;
+ * the stripe's data, 2 bytes of header and one terminator should fit. Blocks for up to 15 polls of one second
+ * each plus a read. Returns 0; -1 buffer is NULL or length below 2: nothing was sent; -3; -4 no complete
+ * answer; -6.
+ */
+PASSBOOK_API int YARDO_PR2_MSR(int track, char* buffer, int length);
+
+/*
+ * Writes the magnetic stripe. The printer does not confirm it: read the stripe back.
+ * track   as YARDO_PR2_MSR.
+ * data    in: length bytes, sent as they are.
+ * length  0 or more.
+ * Returns 0 the write command was sent; -1 data is NULL or length negative: nothing was sent; -3; -6.
+ */
+PASSBOOK_API int YARDO_PR2_MSW(int track, const char* data, int length);
+
+/*
+ * Reads with the first select command into buffer0, then with the second into buffer1, each as YARDO_PR2_MSR.
+ * Returns the second read's result; the first one's is not told: set buffer0[0] before the call to see
+ * whether it changed. -1 when either buffer is NULL or shorter than 2: nothing was sent. -6.
+ */
+PASSBOOK_API int YARDO_PR2_MSRALL(char* buffer0, int length0, char* buffer1, int length1);
+
+/*
+ * Ejects a document that is in place and waits until it has been taken.
+ * seconds  how long to wait; 0 or less: as good as not at all.
+ * When the time is over the printer is sent its time-out sequence; the result is 0 then, too: ask
+ * YARDO_PR2_GetPaperStatus whether the document is gone.
+ * Returns 0; -3; -6; -20 a paper status that was not answered ends the wait.
+ */
+PASSBOOK_API int YARDO_PR2_SPB(int seconds);
+
+/*
+ * Prints a BMP file, black and white: grey values below 200 of 255 are ink. One pixel is one dot of 1/180
+ * inch. path    in: an uncompressed BMP. 24 and 32 bits: the mean of the three colours counts. 8 bits: the
+ * index itself is the grey value. 1 and 4 bits: the colour table is looked up, and without one 0 is black.
+ * eject   true: the document is ejected afterwards, also when printing failed; not when the file could not be
+ * read. x, y    position of the top left corner in whole millimetres, brought down to a multiple of 3 dots in
+ * y. The whole height of the picture must fit the page. Ink that stands only in the last width % 8 pixels of
+ * a row does not by itself print; neither does one dot of a column group whose eight dots from top to bottom
+ * are ink, ink, blank, ink, ink, blank, blank, blank (its upper one), for the printer would take it for a
+ * command. Takes at least a second for every 24 rows with ink. Asks for the printer's status at the end, up
+ * to five times. Returns 0; -1 path is NULL or a position does not fit: nothing was printed, unless a part of
+ * the picture lies behind a wide gap and too far right: then it ends there; -3 the picture ends at the run
+ * that failed; -6; -11; -12; -13; -31.
+ */
+PASSBOOK_API int YARDO_PrintBmpOLI(const char* path, bool eject, int x, int y);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* PASSBOOK_H */

@@ -1,0 +1,123 @@
+#include "device/device.h"
+
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <limits>
+#include <memory>
+#include <new>
+#include <string_view>
+
+#include "device/parallel.h"
+#include "device/serial.h"
+
+namespace passbook {
+
+Protocol* protocol = nullptr;
+bool usbFlag = false;
+int g_timeout = 10;
+
+namespace {
+
+std::unique_ptr<Protocol> makeTransport(const char* portName) {
+    const std::string_view name(portName);
+    // The transport for USB devices has not been built in yet; without this the name would be looked for as a
+    // serial line /dev/USB.
+    if (name == "USB")
+        return nullptr;
+    if (name.find("LPT") != std::string_view::npos || name.find("lpt") != std::string_view::npos)
+        return std::unique_ptr<Protocol>(new (std::nothrow) Parallel());
+    return std::unique_ptr<Protocol>(new (std::nothrow) Serial(portName));
+}
+
+std::uint32_t milliseconds(const timeval& time) {
+    return static_cast<std::uint32_t>(time.tv_sec) * 1000U + static_cast<std::uint32_t>(time.tv_usec / 1000);
+}
+
+}  // namespace
+
+int PRSinit(const char* portName) {
+    if (usbFlag)
+        return 0;
+    if (portName == nullptr)
+        return -1;
+    std::unique_ptr<Protocol> transport = makeTransport(portName);
+    if (transport == nullptr || transport->OpenDevice() != 0)
+        return -1;
+    protocol = transport.release();
+    usbFlag = true;
+    return 0;
+}
+
+int PRSexit() {
+    if (protocol != nullptr) {
+        if (protocol->CloseDevice() != 0)
+            return 1;
+        delete protocol;
+        protocol = nullptr;
+    }
+    usbFlag = false;
+    return 0;
+}
+
+int SendData(const unsigned char* data, int length) {
+    if (protocol == nullptr)
+        return 0;
+    protocol->writeLength = length;
+    return protocol->WritePipe(data) == 0 ? length : 0;
+}
+
+int GetData(unsigned char* buffer, int length) {
+    if (protocol == nullptr)
+        return 0;
+    protocol->readLength = length;
+    return protocol->ReadPipe(buffer) == 0 ? protocol->readLength : 0;
+}
+
+std::int32_t GetTickCount() {
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    // Unsigned on the way, where wrapping is defined; the conversion to signed is modular since C++20.
+    return static_cast<std::int32_t>(milliseconds(now));
+}
+
+Deadline::Deadline(int seconds)
+    : start_(GetTickCount()),
+      limitMs_(static_cast<std::int32_t>(
+          std::clamp<std::int64_t>(std::int64_t{seconds} * 1000, std::numeric_limits<std::int32_t>::min(),
+                                   std::numeric_limits<std::int32_t>::max()))) {}
+
+bool Deadline::passed() const {
+    const auto elapsed = static_cast<std::int32_t>(static_cast<std::uint32_t>(GetTickCount()) -
+                                                   static_cast<std::uint32_t>(start_));
+    return limitMs_ < elapsed;
+}
+
+void pauseSeconds(unsigned seconds) {
+    while (seconds > 0)
+        seconds = sleep(seconds);
+}
+
+void pauseMicroseconds(unsigned microseconds) {
+    // A signal ends usleep early without telling how much was left. The pauses of this length are courtesies
+    // to the line between two reads, so the rest is not worth a second clock.
+    (void)usleep(microseconds);
+}
+
+bool sendCommand(std::span<const unsigned char> command) {
+    const int length = static_cast<int>(command.size());
+    return SendData(command.data(), length) == length;
+}
+
+std::size_t receiveReply(std::span<unsigned char> reply, int reads) {
+    std::size_t received = 0;
+    for (int i = 0; i < reads && received < reply.size(); ++i) {
+        const auto room = reply.subspan(received);
+        received += static_cast<std::size_t>(GetData(room.data(), static_cast<int>(room.size())));
+        pauseMicroseconds(100);
+    }
+    return received;
+}
+
+}  // namespace passbook

@@ -1,0 +1,52 @@
+#include "device/parallel.h"
+
+#include <fcntl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "device/posix_pipe.h"
+
+namespace passbook {
+
+int Parallel::OpenDevice() {
+    const char* prefix = "/dev/lp";
+    if (access("/dev/parallel/", F_OK) == 0)
+        prefix = "/dev/parallel/";
+    else if (access("/dev/printers", F_OK) == 0)
+        prefix = "/dev/printers/";
+
+    for (int n = 0; n < 4; ++n) {
+        char path[64];
+        (void)std::snprintf(path, sizeof path, "%s%d", prefix, n);  // the longest is far below 64 characters
+        fd = retryInterrupted([&] { return open(path, O_RDWR | O_EXCL); });
+        if (fd >= 0)
+            break;
+    }
+    if (fd < 0)
+        return -1;
+
+    // Some parallel drivers show a terminal, whose line editing would hold replies back. On a plain printer
+    // device both calls fail and nothing needs doing, so their results say nothing.
+    termios options{};
+    (void)retryInterrupted([&] { return tcgetattr(fd, &options); });
+    options.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | ISIG);
+    (void)retryInterrupted([&] { return tcsetattr(fd, TCSANOW, &options); });
+    return 0;
+}
+
+int Parallel::ReadPipe(unsigned char* buffer) {
+    return readOnce(fd, buffer, readLength);
+}
+
+int Parallel::WritePipe(const unsigned char* data) {
+    return writeOnce(fd, data, writeLength);
+}
+
+int Parallel::CloseDevice() {
+    (void)close(fd);  // nothing can be done about a failing close, and the descriptor is gone either way
+    return 0;
+}
+
+}  // namespace passbook

@@ -1,0 +1,93 @@
+#include <cstdint>
+#include <span>
+
+#include "device/device.h"
+#include "image/bmp.h"
+#include "print/print_oli.h"
+#include "print/raster.h"
+#include "print/strips.h"
+
+namespace passbook {
+
+namespace {
+
+constexpr auto graphicsMode = ascii("\x1B!G1");  // 1B 21 47 31, once for each picture
+constexpr auto runHead = ascii(
+    "\x1B"
+    "1A000");  // 1B 31 41 30 30 30
+constexpr auto runEnd = ascii(
+    "\x1B"
+    "2");  // 1B 32
+
+/// Absolute positions, runs framed by a head and an end, and time for the head after each strip.
+struct OliStrips {
+    int xDots;
+    int topDots;  // a multiple of 3, as is every strip's first row
+
+    static int begin() {
+        (void)sendCommand(graphicsMode);  // a broken line shows at the first run's data
+        return 0;
+    }
+
+    static void pack(int width, int rowsLeft, const unsigned char* strip, unsigned char* columns) {
+        AdjustDataOrder_OLI(width, rowsLeft, strip, columns);
+    }
+
+    void startStrip(int row) const { (void)SetYPosition_OLI(topDots + row); }
+
+    int sendRun(bool first, const unsigned char* columns, int count) const {
+        if (first)
+            (void)SetXPosition_OLI(xDots);
+        SetBMPHead_OLI();
+        const std::int64_t bytes = std::int64_t{count} * columnBytes;
+        if (bytes > INT32_MAX || SendData(columns, static_cast<int>(bytes)) != bytes)
+            return -3;
+        SetBMPEnd_OLI();
+        return 0;
+    }
+
+    int passGap(bool /*first*/, int column, int /*gap*/) const {
+        // A position that was not sent whole is not looked at, but one that has no command must not be left
+        // out: what follows would be printed where the head happens to be.
+        const std::int64_t x = std::int64_t{xDots} + column;
+        if (x > INT32_MAX)
+            return -1;
+        return SetXPosition_OLI(static_cast<int>(x)) == -1 ? -1 : 0;
+    }
+
+    static void endStrip() { pauseSeconds(1); }
+};
+
+}  // namespace
+
+int SetBMPHead_OLI() {
+    (void)sendCommand(runHead);
+    return 0;
+}
+
+int SetBMPEnd_OLI() {
+    (void)sendCommand(runEnd);
+    return 0;
+}
+
+int SendBMPData_OLI(int width, int height, const unsigned char* image, int x, int y) {
+    if (!fitsPage_OLI(x, y))
+        return -1;
+    const int topDots = y / 3 * 3;
+    if (height > 0 && (height > INT32_MAX - topDots || !fitsPage_OLI(x, topDots + height - 1)))
+        return -1;
+    return walkStrips(width, height, image, OliStrips{x, topDots});
+}
+
+int PrintBmp_OLI(const char* path, bool eject, int x, int y) {
+    OneBitPicture picture;
+    if (const int result = picture.load(path); result != 0)
+        return result;
+    const int result = SendBMPData_OLI(picture.width, picture.height, picture.data, x, y);
+    if (eject)
+        (void)EjectPaper_OLI();  // the document has to come out, and the picture's result is the one that
+                                 // counts
+    return result;
+}
+
+}  // namespace passbook
