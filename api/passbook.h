@@ -72,7 +72,7 @@ extern "C" {
  * portName  in: the name of a serial device below /dev, such as "ttyS0" or "ttyUSB1", at most 127 characters,
  * which is set to 9600 bits per second, 8 data bits, no parity, one stop bit; or any name containing "LPT" or
  * "lpt": the first parallel port that opens, /dev/parallel/0 to 3 if that directory exists, else
- *           /dev/printers0 to 3 if /dev/printers exists, else /dev/lp0 to 3.
+ *           /dev/printers/0 to 3 if that exists, else /dev/lp0 to 3.
  * Returns 0; -1 the port could not be opened, or portName is NULL; -5 a port is open already, and stays so.
  */
 PASSBOOK_API int YARDO_PR2_OpenPort(const char* portName);
