@@ -25,7 +25,8 @@ class Paper {
         std::optional<Clock> insertAfter;
     };
 
-    // `changed` is told what happened ("inserted", "fed-in", "ejected", "taken", "waiting") after the state
+    // `changed` is told what happened ("inserted", "fed-in", "ejected", "taken", "waiting",
+    // "waiting-ended") after the state
     // is the new one.
     using Changed = std::function<void(std::string_view what)>;
 
@@ -49,7 +50,6 @@ class Paper {
     [[nodiscard]] Clock nextChange() const { return due_; }
 
  private:
-    void slotIsFree();
     void settle();
 
     PaperState state_;

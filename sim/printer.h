@@ -30,7 +30,7 @@ struct Scenario {
 
     int printerStatus = 1;                   // 1 to 15, as the host gets it; 1 is ready
     std::string firmware = "PASSBOOKSIM10";  // filled up or cut to 13 characters
-    std::array<std::string, 2> stripes;      // what is on the magnetic stripes; longer than kMaxStripe is cut
+    std::array<std::string, 2> stripes;  // what is on the magnetic stripes; longer than kMaxStripeData is cut
 
     std::size_t split = 0;  // answers come in pieces of that many bytes; 0: whole
     bool silent = false;    // no answer ever comes
@@ -48,7 +48,8 @@ using PageSink = std::function<void(const Page&)>;
 // Events are JSON objects; "event" names the kind:
 //   "command"    name; value of its number; positions ("xDots", "xMm", "yDots", "yMm") where it moves
 //   something "text"       text (UTF-8), bytes (hex), position "bitmap"     columns, bytes, position "paper"
-//   what ("inserted", "fed-in", "ejected", "taken", "waiting"), status (1 to 4) "stripe"     what
+//   what ("inserted", "fed-in", "ejected", "taken", "waiting", "waiting-ended"), status (1 to 4) "stripe"
+//   what
 //   ("selected", "read", "written"), stripe (0 or 1), bytes (hex), text "answer"     to (the command's name),
 //   bytes (hex): what goes to the host "no-paper"   what could not be printed or ejected, for want of a
 //   document in place "off-page"   what lies farther out than ink can, and how much of it "bad-value"  name,
@@ -106,11 +107,11 @@ class Printer {
     bool obeyDevice(const wire::Command& command);
     void printText(const wire::Command& command);
     void printBitmap(const wire::Command& command);
-    void reportFault(const wire::Command& command);
+    void obeyStripe(const wire::Command& command);
     void eject(const wire::Command& command);
     void paperChanged(std::string_view what);
     void answer(const wire::Command& command, std::vector<std::uint8_t> bytes);
-    void emit(nlohmann::json event) const;
+    void emit(const nlohmann::json& event) const;
     [[nodiscard]] nlohmann::json commandEvent(const wire::Command& command) const;
     [[nodiscard]] int xDots() const;
     [[nodiscard]] int yDots() const;
