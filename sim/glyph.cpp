@@ -1,0 +1,97 @@
+#include "sim/glyph.h"
+
+#include <algorithm>
+
+namespace passbook::sim {
+
+namespace {
+
+// The mono face has Latin characters of half a Chinese one's width, like a printer's own font.
+constexpr const char* kFontFamily = "WenQuanYi Micro Hei Mono";
+
+// Where the baseline lies in a cell of kLineDots: the face's Chinese characters then fill the cell, and its
+// descenders end with it.
+constexpr double kBaselineDots = 20;
+
+// How much wider than drawn a character may become to fill its cell. Beyond that a wide cell gets air on both
+// sides instead of a stretched letter.
+constexpr double kWidest = 1.25;
+
+void underline(cairo_t* cairo, const Glyph& glyph, double height) {
+    const auto line = [&](double below, double thickness) {
+        cairo_rectangle(cairo, glyph.xDots, glyph.yDots + height + below, glyph.widthDots, thickness);
+    };
+    switch (glyph.underline) {
+        case Underline::kNone:
+            return;
+        case Underline::kSingle:
+            line(1, 1);
+            break;
+        case Underline::kDouble:
+            line(0, 1);
+            line(2, 1);
+            break;
+        case Underline::kHeavy:
+            line(1, 3);
+            break;
+    }
+    // Neighbours share fractions of a column; without smoothing they join without a seam.
+    cairo_set_antialias(cairo, CAIRO_ANTIALIAS_NONE);
+    cairo_fill(cairo);
+}
+
+}  // namespace
+
+GlyphPainter::GlyphPainter()
+    : fonts_(pango_cairo_font_map_new()),
+      context_(pango_font_map_create_context(fonts_.get())),
+      layout_(pango_layout_new(context_.get())) {
+    cairo_font_options_t* options = cairo_font_options_create();
+    cairo_font_options_set_antialias(options, CAIRO_ANTIALIAS_GRAY);
+    cairo_font_options_set_hint_style(options, CAIRO_HINT_STYLE_NONE);
+    cairo_font_options_set_hint_metrics(options, CAIRO_HINT_METRICS_OFF);
+    pango_cairo_context_set_font_options(context_.get(), options);
+    cairo_font_options_destroy(options);
+
+    PangoFontDescription* font = pango_font_description_new();
+    pango_font_description_set_family_static(font, kFontFamily);
+    pango_font_description_set_absolute_size(font, kLineDots * PANGO_SCALE);
+    pango_layout_set_font_description(layout_.get(), font);
+    pango_font_description_free(font);
+}
+
+void GlyphPainter::draw(cairo_t* cairo, const Glyph& glyph) {
+    const double height = glyph.heightFactor * kLineDots;
+    cairo_save(cairo);
+    underline(cairo, glyph, height);
+    cairo_restore(cairo);
+
+    pango_layout_set_text(layout_.get(), glyph.utf8.c_str(), -1);
+    PangoRectangle extents;
+    pango_layout_get_extents(layout_.get(), nullptr, &extents);
+    const double advance = pango_units_to_double(extents.width);
+    if (advance <= 0) {
+        return;
+    }
+    const double widest = kWidest * (glyph.doubleWidth ? 2 : 1);
+    const double scale = std::min(glyph.widthDots / advance, widest);
+    const double left = glyph.xDots + (glyph.widthDots - advance * scale) / 2;
+    const double baseline = pango_units_to_double(pango_layout_get_baseline(layout_.get()));
+
+    cairo_save(cairo);
+    // A font that stands in for a missing character may be larger than its cell.
+    cairo_rectangle(cairo, glyph.xDots - 1, glyph.yDots, glyph.widthDots + 2, height);
+    cairo_clip(cairo);
+    // Bold is what the head makes of it: each dot struck twice, a column apart.
+    for (int strike = 0; strike <= (glyph.bold ? 1 : 0); ++strike) {
+        cairo_save(cairo);
+        cairo_translate(cairo, left + strike, glyph.yDots);
+        cairo_scale(cairo, scale, glyph.heightFactor);
+        cairo_move_to(cairo, 0, kBaselineDots - baseline);
+        pango_cairo_show_layout(cairo, layout_.get());
+        cairo_restore(cairo);
+    }
+    cairo_restore(cairo);
+}
+
+}  // namespace passbook::sim

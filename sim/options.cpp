@@ -1,0 +1,151 @@
+#include "sim/options.h"
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <iostream>
+
+namespace passbook::sim {
+
+namespace {
+
+constexpr const char* kDescription =
+    "A virtual passbook printer on a pseudo-terminal.\n"
+    "\n"
+    "Prints one line, \"port: pts/N\", when it is ready; a host opens /dev/pts/N like a serial port. What "
+    "is\n"
+    "printed becomes a picture of 180 dots per inch, what happens a log of JSON lines. Runs until SIGINT or\n"
+    "SIGTERM.";
+
+constexpr const char* kExample =
+    "Example:\n"
+    "  passbook-sim --page page.png --events events.jsonl --stripe0 6217000012345678\n"
+    "\n"
+    "The picture is written when the document is ejected, at the end, and at SIGUSR1.";
+
+constexpr double kSmallestPageMm = 10;
+constexpr double kMaxSeconds = 1e6;
+
+// The whole text as a number, as the "C" locale writes it.
+template <typename Number>
+std::optional<Number> numberFrom(std::string_view text) {
+    Number number{};
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc{} || end != text.data() + text.size()) {
+        return std::nullopt;
+    }
+    return number;
+}
+
+std::optional<std::chrono::milliseconds> delayFrom(const std::string& text) {
+    if (text == "never") {
+        return kNever;
+    }
+    const std::optional<double> seconds = numberFrom<double>(text);
+    if (!seconds || !(*seconds >= 0 && *seconds <= kMaxSeconds)) {
+        return std::nullopt;
+    }
+    return std::chrono::milliseconds(static_cast<std::chrono::milliseconds::rep>(*seconds * 1000));
+}
+
+void addPageSize(CLI::App& app, Scenario& scenario) {
+    app.add_option_function<std::string>(
+           "--page-size",
+           [&scenario](const std::string& text) {
+               const std::size_t cross = text.find('x');
+               const std::string_view whole(text);
+               const auto width = numberFrom<double>(whole.substr(0, cross));
+               const auto height = cross == std::string::npos ? std::optional<double>()
+                                                              : numberFrom<double>(whole.substr(cross + 1));
+               const double widest = dotsToMm(kMaxPageWidthDots);
+               const double longest = dotsToMm(kMaxPageHeightDots);
+               if (!width || !height ||
+                   !(*width >= kSmallestPageMm && *width <= widest && *height >= kSmallestPageMm &&
+                     *height <= longest)) {
+                   throw CLI::ValidationError(
+                       "--page-size", "\"" + text + "\" is no WIDTHxHEIGHT from 10x10 to 211x1072 mm");
+               }
+               scenario.pageWidthDots = mmToDots(*width);
+               scenario.pageHeightDots = mmToDots(*height);
+           },
+           "Size of a document in millimetres [150x200]")
+        ->type_name("WxH");
+}
+
+void addDelay(CLI::App& app, const std::string& name, const std::string& help,
+              std::function<void(std::chrono::milliseconds)> set) {
+    app.add_option_function<std::string>(
+           name,
+           [name, set = std::move(set)](const std::string& text) {
+               const auto delay = delayFrom(text);
+               if (!delay) {
+                   throw CLI::ValidationError(
+                       name, "\"" + text + "\" is neither a number of seconds up to 1000000 nor \"never\"");
+               }
+               set(*delay);
+           },
+           help)
+        ->type_name("S");
+}
+
+void addStripe(CLI::App& app, const std::string& name, std::string& data) {
+    app.add_option(name, data, "What is on that magnetic stripe [nothing]")
+        ->type_name("TEXT")
+        ->check([](const std::string& text) {
+            return text.size() > kMaxStripeData ? std::string("a stripe holds 1024 bytes") : std::string();
+        });
+}
+
+}  // namespace
+
+ParsedOptions parseOptions(int argc, const char* const* argv) {
+    Options options;
+    Scenario& scenario = options.scenario;
+    std::string family;
+    CLI::App app(kDescription, "passbook-sim");
+    app.footer(kExample);
+    app.set_version_flag("--version", "passbook-sim " PASSBOOK_VERSION);
+
+    app.add_option("--family", family, "Command set: oli [oli]")
+        ->check(CLI::IsMember({"oli"}))
+        ->type_name("NAME");
+    app.add_option("--page", options.pageFile, "Keep the picture of the page in this PNG file")
+        ->type_name("FILE");
+    app.add_option("--events", options.eventFile, "Log what happens there, one JSON object a line")
+        ->type_name("FILE");
+    addPageSize(app, scenario);
+
+    const std::map<std::string, PaperState> starts{{"in", PaperState::kInPlace}, {"out", PaperState::kNone}};
+    app.add_option("--paper", scenario.paper, "Is a document in place at the start: in or out [in]")
+        ->transform(CLI::Transformer(starts).description(""))
+        ->type_name("STATE");
+    addDelay(app, "--taken-after", "Seconds until an ejected document is taken, or \"never\" [0]",
+             [&scenario](std::chrono::milliseconds delay) { scenario.habits.takenAfter = delay; });
+    addDelay(app, "--insert-after",
+             "Seconds until a document lies at the free entry, or \"never\" [when the host feeds one in]",
+             [&scenario](std::chrono::milliseconds delay) { scenario.habits.insertAfter = delay; });
+
+    app.add_option("--printer-status", scenario.printerStatus, "State to report; 1 is ready [1]")
+        ->check(CLI::Range(1, 15))
+        ->type_name("1..15");
+    addStripe(app, "--stripe0", scenario.stripes[0]);
+    addStripe(app, "--stripe1", scenario.stripes[1]);
+
+    app.add_option("--split", scenario.split,
+                   "Answer in pieces of N bytes, each when the host has read the one before")
+        ->check(CLI::Range(std::size_t{1}, std::size_t{4096}))
+        ->type_name("N");
+    app.add_flag("--silent", scenario.silent, "Never answer");
+    app.add_flag("--garble", scenario.garble, "Answer with wrong bytes, as many as the right ones");
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& success) {
+        return {std::nullopt, app.exit(success)};
+    } catch (const CLI::ParseError& error) {
+        std::cerr << "passbook-sim: " << error.what() << "\nTry 'passbook-sim --help'.\n";
+        return {std::nullopt, kExitUsage};
+    }
+    return {std::move(options), 0};
+}
+
+}  // namespace passbook::sim

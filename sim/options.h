@@ -1,0 +1,28 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "sim/printer.h"
+
+namespace passbook::sim {
+
+// What the program was told on its command line.
+struct Options {
+    Scenario scenario;
+    std::string pageFile;   // empty: no picture is kept
+    std::string eventFile;  // empty: no log
+};
+
+inline constexpr int kExitFailure = 1;
+inline constexpr int kExitUsage = 2;
+
+// The options, or the status to leave with: help and version have been printed, or what is wrong.
+struct ParsedOptions {
+    std::optional<Options> options;
+    int exitStatus = 0;
+};
+
+[[nodiscard]] ParsedOptions parseOptions(int argc, const char* const* argv);
+
+}  // namespace passbook::sim

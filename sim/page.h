@@ -1,0 +1,86 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace passbook::sim {
+
+inline constexpr int kDotsPerInch = 180;
+
+// The farthest ink can lie: what the position fields can reach, and a strip or a tall character below it.
+inline constexpr int kMaxPageWidthDots = 1500;
+inline constexpr int kMaxPageHeightDots = 7600;
+
+// A character at normal height, in dots.
+inline constexpr int kLineDots = 24;
+
+[[nodiscard]] int mmToDots(double mm);
+[[nodiscard]] double dotsToMm(double dots);
+
+enum class Underline { kNone, kSingle, kDouble, kHeavy };
+
+// One character as it is to be drawn.
+struct Glyph {
+    std::string utf8;
+    double xDots = 0;      // left edge of its cell
+    int yDots = 0;         // top of its cell
+    double widthDots = 0;  // of its cell
+    int heightFactor = 1;  // cell height in units of kLineDots
+    bool doubleWidth = false;
+    bool bold = false;
+    Underline underline = Underline::kNone;
+};
+
+class GlyphPainter;
+
+// What has been printed on one document: a picture of one pixel per dot. Bitmaps and text are kept apart, so
+// that a bitmap's dots can be compared exactly however the text is drawn.
+class Page {
+ public:
+    Page(int paperWidthDots, int paperHeightDots);
+    ~Page();
+    Page(Page&&) noexcept;
+    Page& operator=(Page&&) noexcept;
+
+    // Size of the picture: that of the paper, grown by whole inches where ink fell beyond it.
+    [[nodiscard]] int width() const { return width_; }
+    [[nodiscard]] int height() const { return height_; }
+
+    // True if a bitmap put a dot at column x, row y; false outside of the picture.
+    [[nodiscard]] bool dot(int x, int y) const;
+
+    // How dark text has made that place: 0 (nothing) to 255; 0 outside of the picture.
+    [[nodiscard]] int textInk(int x, int y) const;
+
+    [[nodiscard]] bool blank() const { return !inked_; }
+
+    // Puts down packed columns, three bytes each, rows downward from the lowest bit of the first byte, with
+    // their upper left corner at x, y. Returns the number of dots that lie beyond the farthest place and are
+    // not drawn.
+    [[nodiscard]] std::size_t drawColumns(int x, int y, std::span<const std::uint8_t> columns);
+
+    // Draws one character. False, and nothing drawn, if its cell reaches beyond the farthest place.
+    [[nodiscard]] bool drawGlyph(const Glyph& glyph, GlyphPainter& painter);
+
+    // The picture as a PNG file of 180 dots per inch; empty if there is no memory for it.
+    [[nodiscard]] std::vector<std::uint8_t> png() const;
+
+ private:
+    class TextLayer;
+
+    void growTo(int width, int height);
+
+    int paperWidth_;
+    int paperHeight_;
+    int width_;
+    int height_;
+    bool inked_ = false;
+    std::vector<std::uint8_t> dots_;  // one byte each, row by row
+    std::unique_ptr<TextLayer> text_;
+};
+
+}  // namespace passbook::sim

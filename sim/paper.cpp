@@ -1,0 +1,106 @@
+#include "sim/paper.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace passbook::sim {
+
+namespace {
+
+Paper::Clock later(Paper::Clock from, Paper::Clock delay) {
+    return delay > kNever - from ? kNever : from + delay;
+}
+
+}  // namespace
+
+Paper::Paper(PaperState start, Habits habits, Changed changed)
+    : state_(start), habits_(habits), changed_(std::move(changed)) {
+    // Only planned here, done by the first advance(): the owner is still being built.
+    if (state_ == PaperState::kEjected) {
+        due_ = habits_.takenAfter;
+    } else if (state_ == PaperState::kNone) {
+        due_ = habits_.insertAfter.value_or(kNever);
+    }
+}
+
+void Paper::feedIn() {
+    if (state_ == PaperState::kInPlace) {
+        return;
+    }
+    if (state_ == PaperState::kAtEntry) {
+        state_ = PaperState::kInPlace;
+        changed_("fed-in");
+        return;
+    }
+    waiting_ = true;
+    changed_("waiting");
+    if (state_ == PaperState::kNone && !habits_.insertAfter) {
+        (void)insert();  // the slot is free, so it can't be refused
+    }
+}
+
+bool Paper::eject() {
+    if (std::exchange(waiting_, false)) {
+        changed_("waiting-ended");
+        return true;
+    }
+    if (state_ != PaperState::kInPlace) {
+        return false;
+    }
+    state_ = PaperState::kEjected;
+    due_ = later(now_, habits_.takenAfter);
+    changed_("ejected");
+    settle();
+    return true;
+}
+
+bool Paper::insert() {
+    if (state_ != PaperState::kNone) {
+        return false;
+    }
+    state_ = PaperState::kAtEntry;
+    due_ = kNever;
+    changed_("inserted");
+    if (std::exchange(waiting_, false)) {
+        feedIn();
+    }
+    return true;
+}
+
+bool Paper::take() {
+    if (state_ != PaperState::kEjected && state_ != PaperState::kAtEntry) {
+        return false;
+    }
+    state_ = PaperState::kNone;
+    due_ = habits_.insertAfter ? later(now_, *habits_.insertAfter) : kNever;
+    changed_("taken");
+    if (waiting_ && !habits_.insertAfter) {
+        return insert();
+    }
+    settle();
+    return true;
+}
+
+void Paper::advance(Clock now) {
+    const Clock target = std::max(now, now_);
+    // Each deed happens at its own moment, so that a long step gives the same times as many short ones.
+    while (due_ <= target && due_ != kNever) {
+        now_ = std::max(now_, due_);
+        settle();
+    }
+    now_ = target;
+}
+
+void Paper::settle() {
+    if (due_ == kNever || due_ > now_) {
+        return;
+    }
+    due_ = kNever;
+    if (state_ == PaperState::kEjected) {
+        (void)take();
+    } else if (state_ == PaperState::kNone) {
+        (void)insert();
+    }
+}
+
+}  // namespace passbook::sim

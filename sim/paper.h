@@ -1,0 +1,63 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string_view>
+
+namespace passbook::sim {
+
+inline constexpr std::chrono::milliseconds kNever = std::chrono::milliseconds::max();
+
+// Where the document is. The numbers are those the host gets for them.
+enum class PaperState { kNone = 1, kEjected = 2, kAtEntry = 3, kInPlace = 4 };
+
+// The slot, and the person in front of it who lays documents in and takes them out.
+class Paper {
+ public:
+    using Clock = std::chrono::milliseconds;
+
+    struct Habits {
+        // How long an ejected document stays in the slot before it is taken; kNever: it stays.
+        Clock takenAfter{0};
+        // How long after the slot became free a document lies at the entry; kNever: none comes by itself;
+        // empty: one is laid in at the moment the host asks to feed one in.
+        std::optional<Clock> insertAfter;
+    };
+
+    // `changed` is told what happened ("inserted", "fed-in", "ejected", "taken", "waiting",
+    // "waiting-ended") after the state
+    // is the new one.
+    using Changed = std::function<void(std::string_view what)>;
+
+    Paper(PaperState start, Habits habits, Changed changed);
+
+    [[nodiscard]] PaperState state() const { return state_; }
+    [[nodiscard]] bool waiting() const { return waiting_; }
+
+    // The host's side. feedIn() takes a document from the entry, or waits for one. eject() gives the document
+    // back, and ends a waiting; false if there was nothing to eject.
+    void feedIn();
+    bool eject();
+
+    // The person's side; false if the slot isn't free, or if there is nothing that could be taken.
+    bool insert();
+    bool take();
+
+    void advance(Clock now);
+
+    // When advance() will change something; kNever if nothing is due.
+    [[nodiscard]] Clock nextChange() const { return due_; }
+
+ private:
+    void settle();
+
+    PaperState state_;
+    Habits habits_;
+    Changed changed_;
+    Clock now_{0};
+    Clock due_ = kNever;  // of the next deed: a taking if ejected, an insertion if the slot is free
+    bool waiting_ = false;
+};
+
+}  // namespace passbook::sim

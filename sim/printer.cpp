@@ -1,0 +1,272 @@
+#include "sim/printer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+#include <utility>
+
+#include "sim/glyph.h"
+#include "sim/text.h"
+
+namespace passbook::sim {
+
+using wire::Command;
+using wire::CommandId;
+
+namespace {
+
+constexpr std::size_t kColumnBytes = 3;
+
+// Far beyond the picture, near enough that no sum overflows: how far line feeds and text can carry the head.
+constexpr double kFarthestHeadDots = 4.0 * kMaxPageWidthDots;
+constexpr int kFarthestLine = 4 * kMaxPageHeightDots;
+
+// 1/120 inch in dots, a half dot to the right; 1/240 inch in dots, to the nearest.
+constexpr int horizontalDots(int units) {
+    return (units * 3 + 1) / 2;
+}
+constexpr int verticalDots(int units) {
+    return (units * 3 + 2) / 4;
+}
+
+double roundedMm(double dots) {
+    return std::round(dotsToMm(dots) * 100) / 100;
+}
+
+struct PitchCode {
+    char code;
+    int perInch;
+};
+constexpr PitchCode kPitches[] = {{'1', 10}, {'2', 12}, {'3', 15}, {'4', 16}, {'8', 17}};
+
+struct UnderlineCode {
+    char code;
+    Underline style;
+};
+constexpr UnderlineCode kUnderlines[] = {
+    {'0', Underline::kSingle}, {'3', Underline::kDouble}, {'4', Underline::kHeavy}};
+
+constexpr int kHeightFactors = 3;  // codes '0' to '2': once, twice, three times
+
+}  // namespace
+
+Printer::Printer(Scenario scenario, EventSink events, PageSink ejected)
+    : scenario_(std::move(scenario)),
+      events_(std::move(events)),
+      ejected_(std::move(ejected)),
+      paper_(scenario_.paper, scenario_.habits, [this](std::string_view what) { paperChanged(what); }) {
+    for (std::string& data : scenario_.stripes) {
+        data.resize(std::min(data.size(), kMaxStripeData));
+    }
+    if (paper_.state() == PaperState::kInPlace) {
+        page_.emplace(scenario_.pageWidthDots, scenario_.pageHeightDots);
+    }
+    paper_.advance(Paper::Clock{0});
+}
+
+void Printer::receive(std::span<const std::uint8_t> bytes) {
+    decoder_.feed(bytes, [this](const Command& command) { obey(command); });
+}
+
+void Printer::finish() {
+    decoder_.finish([this](const Command& command) { obey(command); });
+}
+
+void Printer::obey(const Command& command) {
+    switch (command.id) {
+        case CommandId::kUnknown:
+            emit({{"event", "unknown"}, {"bytes", toHex(command.bytes)}, {"note", command.note}});
+            return;
+        case CommandId::kMalformedStripe:
+            emit({{"event", "malformed"},
+                  {"name", command.name},
+                  {"note", command.note},
+                  {"bytes", command.bytes.size()}});
+            return;
+        case CommandId::kText:
+            printText(command);
+            return;
+        case CommandId::kBitmapRun:
+        case CommandId::kMalformedBitmap:
+            printBitmap(command);
+            return;
+        default:
+            break;
+    }
+    if (!obeyMove(command) && !obeyFormat(command) && !obeyDevice(command)) {
+        // Nothing that could be seen: it is enough to have been heard.
+        emit(commandEvent(command));
+    }
+}
+
+bool Printer::obeyMove(const Command& command) {
+    switch (command.id) {
+        case CommandId::kHorizontalPosition:
+            headDots_ = horizontalDots(command.number());
+            break;
+        case CommandId::kVerticalPosition:
+            line_ = command.number();
+            break;
+        case CommandId::kCarriageReturn:
+            headDots_ = 0;
+            break;
+        case CommandId::kLineFeed:
+            line_ = std::min(line_ + format_.lineSpace, kFarthestLine);
+            break;
+        default:
+            return false;
+    }
+    nlohmann::json event = commandEvent(command);
+    addPosition(event);
+    emit(std::move(event));
+    return true;
+}
+
+bool Printer::obeyFormat(const Command& command) {
+    bool followed = true;
+    switch (command.id) {
+        case CommandId::kLineSpace:
+            format_.lineSpace = command.number();
+            break;
+        case CommandId::kPitch: {
+            const auto* pitch = std::find_if(std::begin(kPitches), std::end(kPitches),
+                                             [&](const PitchCode& p) { return p.code == command.number(); });
+            followed = pitch != std::end(kPitches);
+            if (followed) {
+                format_.cellDots = static_cast<double>(kDotsPerInch) / pitch->perInch;
+            }
+            break;
+        }
+        case CommandId::kFontHeight: {
+            const int factor = command.number() - '0' + 1;
+            followed = factor >= 1 && factor <= kHeightFactors;
+            if (followed) {
+                format_.heightFactor = factor;
+            }
+            break;
+        }
+        case CommandId::kBoldOn:
+        case CommandId::kBoldOff:
+            format_.bold = command.id == CommandId::kBoldOn;
+            break;
+        case CommandId::kLatinNormalWidth:
+        case CommandId::kLatinDoubleWidth:
+            format_.wideLatin = command.id == CommandId::kLatinDoubleWidth;
+            break;
+        case CommandId::kChineseNormalWidth:
+        case CommandId::kChineseDoubleWidth:
+            format_.wideChinese = command.id == CommandId::kChineseDoubleWidth;
+            break;
+        case CommandId::kUnderlineOn: {
+            const auto* line =
+                std::find_if(std::begin(kUnderlines), std::end(kUnderlines),
+                             [&](const UnderlineCode& u) { return u.code == command.number(); });
+            followed = line != std::end(kUnderlines);
+            if (followed) {
+                format_.underline = line->style;
+            }
+            break;
+        }
+        case CommandId::kUnderlineOff:
+            format_.underline = Underline::kNone;
+            break;
+        default:
+            return false;
+    }
+    nlohmann::json event = commandEvent(command);
+    if (!followed) {
+        event["event"] = "bad-value";
+    }
+    emit(std::move(event));
+    return true;
+}
+
+void Printer::printText(const Command& command) {
+    const std::vector<Character> characters = charactersOf(command.bytes);
+    std::string text;
+    std::string lost;
+    nlohmann::json event{{"event", "text"}, {"bytes", toHex(command.bytes)}};
+    addPosition(event);
+    if (page_ && !painter_) {
+        painter_ = std::make_shared<GlyphPainter>();
+    }
+    for (const Character& character : characters) {
+        Glyph glyph;
+        glyph.utf8 = character.utf8;
+        glyph.xDots = headDots_;
+        glyph.yDots = yDots();
+        glyph.doubleWidth = character.wide ? format_.wideChinese : format_.wideLatin;
+        glyph.widthDots = format_.cellDots * (character.wide ? 2 : 1) * (glyph.doubleWidth ? 2 : 1);
+        glyph.heightFactor = format_.heightFactor;
+        glyph.bold = format_.bold;
+        glyph.underline = format_.underline;
+        if (page_ && !page_->drawGlyph(glyph, *painter_)) {
+            lost += character.utf8;
+        }
+        text += character.utf8;
+        headDots_ = std::min(headDots_ + glyph.widthDots, kFarthestHeadDots);
+    }
+    event["text"] = text;
+    if (!page_) {
+        event["event"] = "no-paper";
+        event["name"] = command.name;
+    }
+    emit(event);
+    if (!lost.empty()) {
+        emit({{"event", "off-page"}, {"name", command.name}, {"text", lost}});
+    }
+}
+
+void Printer::printBitmap(const Command& command) {
+    const std::size_t columns = command.bytes.size() / kColumnBytes;
+    nlohmann::json event{{"event", "bitmap"}, {"columns", columns}, {"bytes", command.bytes.size()}};
+    addPosition(event);
+    if (command.id == CommandId::kMalformedBitmap) {
+        event["event"] = "malformed";
+        event["name"] = command.name;
+        event["note"] = command.note;
+    }
+    emit(event);
+    // Of a malformed run the whole columns are printed all the same: the head strikes as the data comes in.
+    std::size_t lost = 0;
+    if (page_) {
+        lost = page_->drawColumns(xDots(), yDots(), std::span(command.bytes).first(columns * kColumnBytes));
+    } else {
+        emit({{"event", "no-paper"}, {"name", command.name}, {"columns", columns}});
+    }
+    headDots_ = std::min(xDots() + static_cast<double>(columns), kFarthestHeadDots);
+    if (lost > 0) {
+        emit({{"event", "off-page"}, {"name", command.name}, {"dots", lost}});
+    }
+}
+
+void Printer::emit(const nlohmann::json& event) const {
+    if (events_) {
+        events_(event);
+    }
+}
+
+nlohmann::json Printer::commandEvent(const Command& command) const {
+    nlohmann::json event{{"event", "command"}, {"name", command.name}};
+    if (!command.numbers.empty()) {
+        event["value"] = command.number();
+    }
+    return event;
+}
+
+int Printer::xDots() const {
+    return static_cast<int>(std::floor(headDots_ + 0.5));
+}
+
+int Printer::yDots() const {
+    return verticalDots(line_);
+}
+
+void Printer::addPosition(nlohmann::json& event) const {
+    event["xDots"] = xDots();
+    event["xMm"] = roundedMm(xDots());
+    event["yDots"] = yDots();
+    event["yMm"] = roundedMm(yDots());
+}
+
+}  // namespace passbook::sim

@@ -1,0 +1,135 @@
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sim/page.h"
+#include "sim/paper.h"
+#include "wire/oli.h"
+
+namespace passbook::sim {
+
+// How the printer is equipped and how it behaves. The values here are a printer in good order with a document
+// in place, whose user takes an ejected document at once and lays in a new one when the host asks for it.
+struct Scenario {
+    PaperState paper = PaperState::kInPlace;
+    Paper::Habits habits;
+    int pageWidthDots = mmToDots(150);
+    int pageHeightDots = mmToDots(200);
+
+    int printerStatus = 1;                   // 1 to 15, as the host gets it; 1 is ready
+    std::string firmware = "PASSBOOKSIM10";  // filled up or cut to 13 characters
+    std::array<std::string, 2> stripes;  // what is on the magnetic stripes; longer than kMaxStripeData is cut
+
+    std::size_t split = 0;  // answers come in pieces of that many bytes; 0: whole
+    bool silent = false;    // no answer ever comes
+    bool garble = false;    // answers have the right length and wrong bytes
+};
+
+inline constexpr std::size_t kMaxStripeData = 1024;
+
+using EventSink = std::function<void(const nlohmann::json&)>;
+using PageSink = std::function<void(const Page&)>;
+
+// A passbook printer without a device: bytes in, answers, a picture and events out. It has no descriptor, no
+// thread and no clock of its own, and does the same again for the same calls. One thread at a time.
+//
+// Events are JSON objects; "event" names the kind:
+//   "command"    name; value of its number; positions ("xDots", "xMm", "yDots", "yMm") where it moves
+//   something "text"       text (UTF-8), bytes (hex), position "bitmap"     columns, bytes, position "paper"
+//   what ("inserted", "fed-in", "ejected", "taken", "waiting", "waiting-ended"), status (1 to 4) "stripe"
+//   what
+//   ("selected", "read", "written"), stripe (0 or 1), bytes (hex), text "answer"     to (the command's name),
+//   bytes (hex): what goes to the host "no-paper"   what could not be printed or ejected, for want of a
+//   document in place "off-page"   what lies farther out than ink can, and how much of it "bad-value"  name,
+//   value: a command whose value means nothing to the printer and is not followed "malformed"  name, note,
+//   bytes (count): a bitmap run or a stripe that was broken off, cut or ill-sized "unknown"    bytes (hex),
+//   note: what is no command "answer-lost" bytes (count): the host has left too many answers unread
+class Printer {
+ public:
+    explicit Printer(Scenario scenario = {}, EventSink events = {}, PageSink ejected = {});
+    Printer(const Printer&) = delete;
+    Printer& operator=(const Printer&) = delete;
+
+    // Bytes from the host, in whatever pieces.
+    void receive(std::span<const std::uint8_t> bytes);
+
+    // Takes what the host left unfinished as it stands: a text without an end is printed, half a command
+    // reported.
+    void finish();
+
+    // What the printer has to say, oldest first: at most Scenario::split bytes, all of it if that is 0,
+    // nothing if there is no answer.
+    [[nodiscard]] std::vector<std::uint8_t> takeAnswer();
+    [[nodiscard]] bool answerPending() const { return !answers_.empty(); }
+
+    // Lets time go by up to `now`, counted from the printer's start; what is due by then happens.
+    void advance(std::chrono::milliseconds now) { paper_.advance(now); }
+    [[nodiscard]] std::chrono::milliseconds nextChange() const { return paper_.nextChange(); }
+
+    // The person at the slot. False if that can't be done now.
+    bool insertDocument() { return paper_.insert(); }
+    bool takeDocument() { return paper_.take(); }
+    [[nodiscard]] PaperState paperState() const { return paper_.state(); }
+
+    // The document in place, null if there is none; and the one ejected last, null if none was.
+    [[nodiscard]] const Page* page() const { return page_ ? &*page_ : nullptr; }
+    [[nodiscard]] const Page* ejectedPage() const { return ejectedPage_ ? &*ejectedPage_ : nullptr; }
+
+    [[nodiscard]] const std::string& stripe(std::size_t index) const { return scenario_.stripes.at(index); }
+    [[nodiscard]] const Scenario& scenario() const { return scenario_; }
+
+ private:
+    struct Format {
+        double cellDots = kDotsPerInch / 10.0;
+        int lineSpace = 40;  // 1/240 inch: six lines an inch
+        int heightFactor = 1;
+        bool wideLatin = false;
+        bool wideChinese = false;
+        bool bold = false;
+        Underline underline = Underline::kNone;
+    };
+
+    void obey(const wire::Command& command);
+    bool obeyMove(const wire::Command& command);
+    bool obeyFormat(const wire::Command& command);
+    bool obeyDevice(const wire::Command& command);
+    void printText(const wire::Command& command);
+    void printBitmap(const wire::Command& command);
+    void obeyStripe(const wire::Command& command);
+    void eject(const wire::Command& command);
+    void paperChanged(std::string_view what);
+    void answer(const wire::Command& command, std::vector<std::uint8_t> bytes);
+    void emit(const nlohmann::json& event) const;
+    [[nodiscard]] nlohmann::json commandEvent(const wire::Command& command) const;
+    [[nodiscard]] int xDots() const;
+    [[nodiscard]] int yDots() const;
+    void addPosition(nlohmann::json& event) const;
+
+    Scenario scenario_;
+    EventSink events_;
+    PageSink ejected_;
+    wire::OliDecoder decoder_;
+    Paper paper_;
+    std::shared_ptr<GlyphPainter> painter_;  // made with the first character: finding the fonts takes a while
+    std::optional<Page> page_;
+    std::optional<Page> ejectedPage_;
+    Format format_;
+    double headDots_ = 0;  // of the print head from the left margin
+    int line_ = 0;         // of the paper, in 1/240 inch
+    std::size_t stripe_ = 0;
+    std::deque<std::uint8_t> answers_;
+};
+
+}  // namespace passbook::sim

@@ -1,0 +1,161 @@
+// The printer's parts around the print head: the slot, the magnetic stripe, and what it answers.
+
+#include <utility>
+
+#include "sim/glyph.h"
+#include "sim/printer.h"
+#include "sim/text.h"
+
+namespace passbook::sim {
+
+using wire::Command;
+using wire::CommandId;
+
+namespace {
+
+// What a host may leave unread. A host that only asks and never listens must not eat memory.
+constexpr std::size_t kMaxAnswers = 64 * 1024;
+
+constexpr std::size_t kFirmwareLength = 13;
+
+// The status byte of each of the fifteen printer states, in the order of their numbers.
+constexpr std::string_view kPrinterStatusBytes = "PQTXabdh1248qrp";
+
+// The status byte of each paper state, likewise: none, ejected, at the entry, in place.
+constexpr std::string_view kPaperStatusBytes = "@ABC";
+
+std::vector<std::uint8_t> bytesOf(std::string_view text) {
+    return {text.begin(), text.end()};
+}
+
+}  // namespace
+
+bool Printer::obeyDevice(const Command& command) {
+    switch (command.id) {
+        case CommandId::kFeedIn:
+            emit(commandEvent(command));
+            paper_.feedIn();
+            return true;
+        case CommandId::kEject:
+        case CommandId::kFormFeed:
+            emit(commandEvent(command));
+            eject(command);
+            return true;
+        case CommandId::kClearAll:
+            emit(commandEvent(command));
+            format_ = Format{};
+            headDots_ = 0;
+            return true;
+        case CommandId::kPrinterStatus: {
+            emit(commandEvent(command));
+            const auto index = static_cast<std::size_t>(scenario_.printerStatus - 1);
+            const char status = index < kPrinterStatusBytes.size() ? kPrinterStatusBytes[index] : 'P';
+            answer(command, bytesOf(std::string("\x1Br") + status));
+            return true;
+        }
+        case CommandId::kPaperStatus: {
+            emit(commandEvent(command));
+            const char status = kPaperStatusBytes[static_cast<std::size_t>(paper_.state()) - 1];
+            // Framed like the other long answers: what was asked, a fixed byte, the state, and an end mark.
+            answer(command, bytesOf(std::string("\x1B"
+                                                "B5") +
+                                    status + "\x1BZ"));
+            return true;
+        }
+        case CommandId::kFirmware: {
+            emit(commandEvent(command));
+            std::string identifier = scenario_.firmware;
+            identifier.resize(kFirmwareLength, ' ');
+            answer(command, bytesOf("\x1B"
+                                    "b" +
+                                    identifier + "\x1BZ"));
+            return true;
+        }
+        case CommandId::kStripeSelect:
+        case CommandId::kStripeRead:
+        case CommandId::kStripeWrite:
+            obeyStripe(command);
+            return true;
+        default:
+            return false;
+    }
+}
+
+void Printer::obeyStripe(const Command& command) {
+    std::string& data = scenario_.stripes[stripe_];
+    nlohmann::json event{{"event", "stripe"}};
+    if (command.id == CommandId::kStripeSelect) {
+        stripe_ = command.number() == 0 ? 0 : 1;
+        event["what"] = "selected";
+        event["stripe"] = stripe_;
+        emit(event);
+        return;
+    }
+    event["stripe"] = stripe_;
+    if (command.id == CommandId::kStripeRead) {
+        event["what"] = "read";
+    } else if (command.bytes.size() > kMaxStripeData) {
+        event["what"] = "refused";
+    } else {
+        event["what"] = "written";
+        data.assign(command.bytes.begin(), command.bytes.end());
+    }
+    const std::vector<std::uint8_t> now = bytesOf(data);
+    event["bytes"] = toHex(now);
+    event["text"] = toUtf8(now);
+    emit(event);
+    if (command.id == CommandId::kStripeRead) {
+        answer(command, bytesOf("\x1B]" + data + "\x1C"));
+    }
+}
+
+void Printer::eject(const Command& command) {
+    // A form feed on an empty slot is how a host clears up; only an ejection proper misses its document.
+    if (!paper_.eject() && command.id == CommandId::kEject) {
+        emit({{"event", "no-paper"}, {"name", command.name}});
+    }
+}
+
+void Printer::paperChanged(std::string_view what) {
+    emit({{"event", "paper"}, {"what", what}, {"status", static_cast<int>(paper_.state())}});
+    if (what == "fed-in") {
+        page_.emplace(scenario_.pageWidthDots, scenario_.pageHeightDots);
+        headDots_ = 0;
+        line_ = 0;
+    } else if (what == "ejected") {
+        ejectedPage_ = std::move(page_);
+        page_.reset();
+        if (ejected_ && ejectedPage_) {
+            ejected_(*ejectedPage_);
+        }
+    }
+}
+
+void Printer::answer(const Command& command, std::vector<std::uint8_t> bytes) {
+    nlohmann::json event{{"event", "answer"}, {"to", command.name}};
+    if (scenario_.garble) {
+        // The eighth bit set, as a line with the wrong parity would: no byte keeps its meaning.
+        for (std::uint8_t& byte : bytes) {
+            byte = static_cast<std::uint8_t>(byte ^ 0x80U);
+        }
+    }
+    event["bytes"] = toHex(bytes);
+    if (scenario_.silent || answers_.size() + bytes.size() > kMaxAnswers) {
+        event["event"] = "answer-lost";
+        event["note"] = scenario_.silent ? "silent" : "too many answers unread";
+    } else {
+        answers_.insert(answers_.end(), bytes.begin(), bytes.end());
+    }
+    emit(event);
+}
+
+std::vector<std::uint8_t> Printer::takeAnswer() {
+    const std::size_t length =
+        scenario_.split == 0 ? answers_.size() : std::min(scenario_.split, answers_.size());
+    const auto end = answers_.begin() + static_cast<std::ptrdiff_t>(length);
+    std::vector<std::uint8_t> piece(answers_.begin(), end);
+    answers_.erase(answers_.begin(), end);
+    return piece;
+}
+
+}  // namespace passbook::sim
