@@ -147,20 +147,20 @@ int SetLineSpace_OLI(double millimetres) {
 }
 
 int SetUnderLine_OLI(int mode) {
-    constexpr auto off = ascii("\x1B*0");      // 1B 2A 30
-    constexpr auto first = ascii("\x1B*3");    // 1B 2A 33
-    constexpr auto second = ascii("\x1B*4");   // 1B 2A 34
-    constexpr auto plainOff = ascii("\x1B+");  // 1B 2B
+    constexpr auto plain = ascii("\x1B*0");   // 1B 2A 30
+    constexpr auto first = ascii("\x1B*3");   // 1B 2A 33
+    constexpr auto second = ascii("\x1B*4");  // 1B 2A 34
+    constexpr auto off = ascii("\x1B+");      // 1B 2B
     switch (mode) {
         case 1:
             return send(first);
         case 2:
             return send(second);
         case 3:
-            (void)sendCommand(plainOff);  // hosts use it as a parting shot, also on a port that has gone
+            (void)sendCommand(off);  // hosts clean up with it, also on a port that has gone
             return 0;
         default:
-            return send(off);
+            return send(plain);
     }
 }
 

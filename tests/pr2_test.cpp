@@ -123,7 +123,7 @@ const Dialogue dialogues[] = {
     {"line space too large", [] { return YARDO_PR2_SetLineSpace(0, 10.59); }, {}, -1, ""},
     {"negative line space", [] { return YARDO_PR2_SetLineSpace(0, -0.01); }, {}, -1, ""},
     {"line space without a number", [] { return YARDO_PR2_SetLineSpace(0, NAN); }, {}, -1, ""},
-    {"underline off", [] { return YARDO_PR2_SetUnderLine(0); }, {}, 0, "1B 2A 30"},
+    {"underline 0", [] { return YARDO_PR2_SetUnderLine(0); }, {}, 0, "1B 2A 30"},
     {"underline 1", [] { return YARDO_PR2_SetUnderLine(1); }, {}, 0, "1B 2A 33"},
     {"underline 2", [] { return YARDO_PR2_SetUnderLine(2); }, {}, 0, "1B 2A 34"},
     {"underline 3", [] { return YARDO_PR2_SetUnderLine(3); }, {}, 0, "1B 2B"},

@@ -68,8 +68,8 @@ static void page(const char* stamp) {
     text(12, 27, "户名 Name: 张 伟 ZHANG WEI       账号 Account: 6222 0202 0011 2233");
     check("underline", YARDO_PR2_SetUnderLine(1));
     format(15, 1, 0, 0);
-    text(12, 37, "日期 Date   摘要 Text              支出 Out    存入 In    余额 Balance ");
-    check("underline", YARDO_PR2_SetUnderLine(0));
+    text(12, 37, "日期 Date   摘要 Text              支出 Out     存入 In 余额 Balance");
+    check("underline", YARDO_PR2_SetUnderLine(3));
     for (i = 0; i < sizeof bookings / sizeof bookings[0]; i++, y += 7) {
         format(15, 0, 0, 0);
         text(12, y, bookings[i].date);
