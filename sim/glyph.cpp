@@ -6,16 +6,17 @@ namespace passbook::sim {
 
 namespace {
 
-// The mono face has Latin characters of half a Chinese one's width, like a printer's own font.
+// The mono face keeps its characters in line within the cells better than the proportional one.
 constexpr const char* kFontFamily = "WenQuanYi Micro Hei Mono";
 
-// Where the baseline lies in a cell of kLineDots: the face's Chinese characters then fill the cell, and its
-// descenders end with it.
-constexpr double kBaselineDots = 20;
+// So large, and with its baseline there, the face fills a cell of kLineDots from the tops of its Chinese
+// characters to the ends of its descenders.
+constexpr double kFontDots = 22.5;
+constexpr double kBaselineDots = 18.5;
 
 // How much wider than drawn a character may become to fill its cell. Beyond that a wide cell gets air on both
 // sides instead of a stretched letter.
-constexpr double kWidest = 1.25;
+constexpr double kWidest = 1.2;
 
 void underline(cairo_t* cairo, const Glyph& glyph, double height) {
     const auto line = [&](double below, double thickness) {
@@ -55,7 +56,7 @@ GlyphPainter::GlyphPainter()
 
     PangoFontDescription* font = pango_font_description_new();
     pango_font_description_set_family_static(font, kFontFamily);
-    pango_font_description_set_absolute_size(font, kLineDots * PANGO_SCALE);
+    pango_font_description_set_absolute_size(font, kFontDots * PANGO_SCALE);
     pango_layout_set_font_description(layout_.get(), font);
     pango_font_description_free(font);
 }

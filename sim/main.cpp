@@ -40,12 +40,13 @@ class EventLog {
         if (!file_.is_open()) {
             return;
         }
-        nlohmann::json stamped = event;
-        stamped["ms"] =
-            std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start_)
-                .count();
+        const auto sinceStart =
+            std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start_);
+        // What is read first stands first, for someone who follows the log on a screen.
+        nlohmann::ordered_json stamped{{"ms", sinceStart.count()}, {"event", event.at("event")}};
+        stamped.update(nlohmann::ordered_json(event));
         // Bytes that are no text must not end the log: they become replacement characters.
-        file_ << stamped.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << std::endl;
+        file_ << stamped.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << std::endl;
     }
 
     [[nodiscard]] bool good() const { return !file_.is_open() || file_.good(); }

@@ -101,12 +101,13 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
     Options options;
     Scenario& scenario = options.scenario;
     std::string family;
+    std::string paper = "in";
     CLI::App app(kDescription, "passbook-sim");
     app.footer(kExample);
     app.set_version_flag("--version", "passbook-sim " PASSBOOK_VERSION);
 
     app.add_option("--family", family, "Command set: oli [oli]")
-        ->check(CLI::IsMember({"oli"}))
+        ->check(CLI::IsMember({"oli"}).description(""))
         ->type_name("NAME");
     app.add_option("--page", options.pageFile, "Keep the picture of the page in this PNG file")
         ->type_name("FILE");
@@ -114,25 +115,25 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
         ->type_name("FILE");
     addPageSize(app, scenario);
 
-    const std::map<std::string, PaperState> starts{{"in", PaperState::kInPlace}, {"out", PaperState::kNone}};
-    app.add_option("--paper", scenario.paper, "Is a document in place at the start: in or out [in]")
-        ->transform(CLI::Transformer(starts).description(""))
+    app.add_option("--paper", paper, "Is a document in place at the start: in or out [in]")
+        ->check(CLI::IsMember({"in", "out"}).description(""))
         ->type_name("STATE");
     addDelay(app, "--taken-after", "Seconds until an ejected document is taken, or \"never\" [0]",
              [&scenario](std::chrono::milliseconds delay) { scenario.habits.takenAfter = delay; });
     addDelay(app, "--insert-after",
-             "Seconds until a document lies at the free entry, or \"never\" [when the host feeds one in]",
+             "Seconds until a document lies at the free entry, or \"never\"\n[at the moment the host feeds "
+             "one in]",
              [&scenario](std::chrono::milliseconds delay) { scenario.habits.insertAfter = delay; });
 
-    app.add_option("--printer-status", scenario.printerStatus, "State to report; 1 is ready [1]")
-        ->check(CLI::Range(1, 15))
-        ->type_name("1..15");
+    app.add_option("--printer-status", scenario.printerStatus, "State to report, 1 to 15; 1 is ready [1]")
+        ->check(CLI::Range(1, 15).description(""))
+        ->type_name("N");
     addStripe(app, "--stripe0", scenario.stripes[0]);
     addStripe(app, "--stripe1", scenario.stripes[1]);
 
     app.add_option("--split", scenario.split,
-                   "Answer in pieces of N bytes, each when the host has read the one before")
-        ->check(CLI::Range(std::size_t{1}, std::size_t{4096}))
+                   "Answer in pieces of N bytes, each when the host has read the last")
+        ->check(CLI::Range(std::size_t{1}, std::size_t{4096}).description(""))
         ->type_name("N");
     app.add_flag("--silent", scenario.silent, "Never answer");
     app.add_flag("--garble", scenario.garble, "Answer with wrong bytes, as many as the right ones");
@@ -145,6 +146,7 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
         std::cerr << "passbook-sim: " << error.what() << "\nTry 'passbook-sim --help'.\n";
         return {std::nullopt, kExitUsage};
     }
+    scenario.paper = paper == "in" ? PaperState::kInPlace : PaperState::kNone;
     return {std::move(options), 0};
 }
 

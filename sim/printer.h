@@ -69,7 +69,7 @@ class Printer {
     // reported.
     void finish();
 
-    // What the printer has to say, oldest first: at most Scenario::split bytes, all of it if that is 0,
+    // What the printer has to say, oldest first: all of it, or at most Scenario::split bytes of one answer;
     // nothing if there is no answer.
     [[nodiscard]] std::vector<std::uint8_t> takeAnswer();
     [[nodiscard]] bool answerPending() const { return !answers_.empty(); }
@@ -129,7 +129,8 @@ class Printer {
     double headDots_ = 0;  // of the print head from the left margin
     int line_ = 0;         // of the paper, in 1/240 inch
     std::size_t stripe_ = 0;
-    std::deque<std::uint8_t> answers_;
+    std::deque<std::vector<std::uint8_t>> answers_;
+    std::size_t answerBytes_ = 0;  // of all of them
 };
 
 }  // namespace passbook::sim

@@ -1,5 +1,6 @@
 // The printer's parts around the print head: the slot, the magnetic stripe, and what it answers.
 
+#include <algorithm>
 #include <utility>
 
 #include "sim/glyph.h"
@@ -140,22 +141,34 @@ void Printer::answer(const Command& command, std::vector<std::uint8_t> bytes) {
         }
     }
     event["bytes"] = toHex(bytes);
-    if (scenario_.silent || answers_.size() + bytes.size() > kMaxAnswers) {
+    if (scenario_.silent || answerBytes_ + bytes.size() > kMaxAnswers) {
         event["event"] = "answer-lost";
         event["note"] = scenario_.silent ? "silent" : "too many answers unread";
     } else {
-        answers_.insert(answers_.end(), bytes.begin(), bytes.end());
+        answerBytes_ += bytes.size();
+        answers_.push_back(std::move(bytes));
     }
     emit(event);
 }
 
 std::vector<std::uint8_t> Printer::takeAnswer() {
-    const std::size_t length =
-        scenario_.split == 0 ? answers_.size() : std::min(scenario_.split, answers_.size());
-    const auto end = answers_.begin() + static_cast<std::ptrdiff_t>(length);
-    std::vector<std::uint8_t> piece(answers_.begin(), end);
-    answers_.erase(answers_.begin(), end);
-    return piece;
+    std::vector<std::uint8_t> taken;
+    if (scenario_.split == 0) {
+        for (const std::vector<std::uint8_t>& whole : answers_) {
+            taken.insert(taken.end(), whole.begin(), whole.end());
+        }
+        answers_.clear();
+    } else if (!answers_.empty()) {
+        std::vector<std::uint8_t>& first = answers_.front();
+        const auto end = first.begin() + static_cast<std::ptrdiff_t>(std::min(scenario_.split, first.size()));
+        taken.assign(first.begin(), end);
+        first.erase(first.begin(), end);
+        if (first.empty()) {
+            answers_.pop_front();
+        }
+    }
+    answerBytes_ -= taken.size();
+    return taken;
 }
 
 }  // namespace passbook::sim
