@@ -218,25 +218,23 @@ TEST_F(OliPicture, AFileIsPrintedEjectedAndTheStatusAsked) {
     Picture picture(8, 1);
     picture.at(0, 0) = 0;
     writeFile(path, picture.bmp(24, true));
-    const std::string printed =
-        "1B 21 47 31 1B 2F 31 30 31 38 38 1B 7C 41 30 34 36 1B 31 41 30 30 30 01 00 00 1B 32";
-    const std::string fiveQueries = "1B 6A 1B 6A 1B 6A 1B 6A 1B 6A";
+    const std::string printed = "^!G1^/10188^|A046^1A000<01><00><00>^2", fiveQueries = "^j^j^j^j^j";
 
     EXPECT_EQ(YARDO_PrintBmpOLI(path.c_str(), false, 10, 20), 0);
-    EXPECT_EQ(port->sent(), printed + " " + fiveQueries);
+    EXPECT_EQ(port->sent(), printed + fiveQueries);
     port->writes.clear();
-    port->replies = {"", bytes("1B 72 55"), "", bytes("1B 72 61")};
+    port->replies = {"", wire("^rU"), "", wire("^ra")};
     EXPECT_EQ(YARDO_PrintBmpOLI(path.c_str(), true, 10, 20), 0);
-    EXPECT_EQ(port->sent(), printed + " 1B 4F 1B 6A 1B 6A");
+    EXPECT_EQ(port->sent(), printed + "^O^j^j");
     // The eject takes place whatever became of the picture, but not without one; the status is asked in any
     // case.
     port->writes.clear();
     port->failWrite = 5;
     EXPECT_EQ(YARDO_PrintBmpOLI(path.c_str(), true, 10, 20), -3);
-    EXPECT_EQ(port->sent().substr(69), "01 00 00 1B 4F " + fiveQueries);
+    EXPECT_EQ(port->sent(), printed.substr(0, printed.size() - 2) + "^O" + fiveQueries);
     port->writes.clear();
     EXPECT_EQ(YARDO_PrintBmpOLI(path.c_str(), true, 10, 1060), -1);
-    EXPECT_EQ(port->sent(), "1B 4F " + fiveQueries);
+    EXPECT_EQ(port->sent(), "^O" + fiveQueries);
     port->writes.clear();
     EXPECT_EQ(YARDO_PrintBmpOLI((path + "x").c_str(), true, 10, 20), -11);
     EXPECT_EQ(port->sent(), fiveQueries);

@@ -93,6 +93,32 @@ std::string hex(const std::string& data) {
     return result;
 }
 
+std::string wire(const std::string& spelling) {
+    std::string result;
+    for (std::size_t i = 0; i < spelling.size(); ++i) {
+        if (spelling[i] == '<') {
+            result += bytes(spelling.substr(i + 1, 2));
+            i += 3;
+        } else {
+            result += spelling[i] == '^' ? '\x1B' : spelling[i];
+        }
+    }
+    return result;
+}
+
+std::string spelled(const std::string& data) {
+    std::string result;
+    for (const char c : data) {
+        if (c == '\x1B')
+            result += '^';
+        else if (c >= ' ' && c <= '~' && c != '<' && c != '^')
+            result += c;
+        else
+            result += "<" + hex(std::string(1, c)) + ">";
+    }
+    return result;
+}
+
 int ScriptedPort::ReadPipe(unsigned char* buffer) {
     ++reads;
     if (replies.empty())
@@ -118,7 +144,7 @@ std::string ScriptedPort::sent() const {
     std::string all;
     for (const std::string& each : writes)
         all += each;
-    return hex(all);
+    return spelled(all);
 }
 
 void installPort(Protocol* transport) {
@@ -138,7 +164,7 @@ void Pr2Port::TearDown() {
     // An answer that could not be decoded is remembered beyond the port; one that can be clears it.
     if (protocol != nullptr) {
         port->failWrite = 0;
-        port->replies = {"", bytes("00 00 00 43 00 00")};
+        port->replies = {"", "...C.."};
         EXPECT_EQ(YARDO_PR2_GetPaperStatus(), 4);
     }
     (void)YARDO_PR2_ClosePort();

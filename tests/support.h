@@ -21,6 +21,10 @@ std::string bytes(const std::string& hex);
 /// Bytes to "1B 6A".
 std::string hex(const std::string& bytes);
 
+/// Bytes as a dialogue spells them: ^ is ESC, <0D> any byte in hex, everything else itself. And back.
+std::string wire(const std::string& spelling);
+std::string spelled(const std::string& bytes);
+
 /// The clock that the driver sees. Sleeping moves it and returns at once.
 struct VirtualClock {
     std::int64_t microseconds = 1'700'000'000'000'000;
@@ -48,7 +52,7 @@ class ScriptedPort : public Protocol {
     int WritePipe(const unsigned char* data) override;
     int CloseDevice() override { return 0; }
 
-    /// All that was written, in hex.
+    /// All that was written, spelled out.
     [[nodiscard]] std::string sent() const;
 };
 
