@@ -24,13 +24,14 @@ namespace passbook::sim {
 // in place, whose user takes an ejected document at once and lays in a new one when the host asks for it.
 struct Scenario {
     PaperState paper = PaperState::kInPlace;
-    Paper::Habits habits;
+    Paper::Habits habits{};
     int pageWidthDots = mmToDots(150);
     int pageHeightDots = mmToDots(200);
 
     int printerStatus = 1;                   // 1 to 15, as the host gets it; 1 is ready
     std::string firmware = "PASSBOOKSIM10";  // filled up or cut to 13 characters
-    std::array<std::string, 2> stripes;  // what is on the magnetic stripes; longer than kMaxStripeData is cut
+    std::array<std::string, 2>
+        stripes{};  // what is on the magnetic stripes; longer than kMaxStripeData is cut
 
     std::size_t split = 0;  // answers come in pieces of that many bytes; 0: whole
     bool silent = false;    // no answer ever comes
