@@ -12,6 +12,7 @@ namespace passbook::sim {
 namespace {
 
 using namespace std::chrono_literals;
+using namespace std::string_view_literals;
 
 TEST(PaperSlot, AHostSeesTheDocumentComeAndGo) {
     Bench bench({.paper = PaperState::kNone, .habits = {2s, 3s}});
@@ -166,7 +167,7 @@ TEST(Session, IsTheSameInWhateverPiecesItArrives) {
 
 TEST(Session, SurvivesWhateverIsSent) {
     constexpr std::string_view kLikely(
-        "\033\033\033\x1C\007|A/1&aw*+LlO0134YE@t\\]2 Bbj}P\r\n\f\x81\x30\xB4\xE6", 43);
+        "\033\033\033\x1C\007|A/1&aw*+LlO0134YE@t\\]2 Bbj}P\r\n\f\x81\x30\xB4\xE6"sv);
     std::mt19937 random(7);
     Bench bench;
     for (int i = 0; i < 60000; ++i) {
@@ -175,6 +176,7 @@ TEST(Session, SurvivesWhateverIsSent) {
         bench.send({&byte, 1});
         if (i % 100 == 0) {
             (void)bench.answer();
+            bench.send("\033L000");  // or nothing would ever be drawn after the first ejection
         }
     }
     bench.printer.finish();
