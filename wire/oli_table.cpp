@@ -9,7 +9,6 @@ namespace {
 using namespace std::string_view_literals;
 
 // ESC is written in octal: a hexadecimal escape would take in a command letter from A to F.
-// its own.
 constexpr Row kRows[] = {
     // Position and line ends
     {CommandId::kHorizontalPosition, "horizontal-position", "\033|A"sv, Shape::kDigits, 3},
