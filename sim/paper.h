@@ -25,15 +25,13 @@ class Paper {
         std::optional<Clock> insertAfter;
     };
 
-    // `changed` is told what happened ("inserted", "fed-in", "ejected", "taken", "waiting",
-    // "waiting-ended") after the state
-    // is the new one.
+    // Told what has happened, when the state is the new one: "inserted", "fed-in", "ejected", "taken",
+    // "waiting", "waiting-ended".
     using Changed = std::function<void(std::string_view what)>;
 
     Paper(PaperState start, Habits habits, Changed changed);
 
     [[nodiscard]] PaperState state() const { return state_; }
-    [[nodiscard]] bool waiting() const { return waiting_; }
 
     // The host's side. feedIn() takes a document from the entry, or waits for one. eject() gives the document
     // back, and ends a waiting; false if there was nothing to eject.

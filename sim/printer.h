@@ -24,13 +24,14 @@ namespace passbook::sim {
 // in place, whose user takes an ejected document at once and lays in a new one when the host asks for it.
 struct Scenario {
     PaperState paper = PaperState::kInPlace;
-    Paper::Habits habits;
+    Paper::Habits habits{};
     int pageWidthDots = mmToDots(150);
     int pageHeightDots = mmToDots(200);
 
     int printerStatus = 1;                   // 1 to 15, as the host gets it; 1 is ready
     std::string firmware = "PASSBOOKSIM10";  // filled up or cut to 13 characters
-    std::array<std::string, 2> stripes;  // what is on the magnetic stripes; longer than kMaxStripeData is cut
+    // What is on the magnetic stripes; longer than kMaxStripeData is cut.
+    std::array<std::string, 2> stripes{};
 
     std::size_t split = 0;  // answers come in pieces of that many bytes; 0: whole
     bool silent = false;    // no answer ever comes
@@ -45,17 +46,23 @@ using PageSink = std::function<void(const Page&)>;
 // A passbook printer without a device: bytes in, answers, a picture and events out. It has no descriptor, no
 // thread and no clock of its own, and does the same again for the same calls. One thread at a time.
 //
-// Events are JSON objects; "event" names the kind:
-//   "command"    name; value of its number; positions ("xDots", "xMm", "yDots", "yMm") where it moves
-//   something "text"       text (UTF-8), bytes (hex), position "bitmap"     columns, bytes, position "paper"
-//   what ("inserted", "fed-in", "ejected", "taken", "waiting", "waiting-ended"), status (1 to 4) "stripe"
-//   what
-//   ("selected", "read", "written"), stripe (0 or 1), bytes (hex), text "answer"     to (the command's name),
-//   bytes (hex): what goes to the host "no-paper"   what could not be printed or ejected, for want of a
-//   document in place "off-page"   what lies farther out than ink can, and how much of it "bad-value"  name,
-//   value: a command whose value means nothing to the printer and is not followed "malformed"  name, note,
-//   bytes (count): a bitmap run or a stripe that was broken off, cut or ill-sized "unknown"    bytes (hex),
-//   note: what is no command "answer-lost" bytes (count): the host has left too many answers unread
+// Events are JSON objects; "event" names the kind. Positions are "xDots", "yDots", "xMm", "yMm"; bytes are
+// hexadecimal and cut short when there are many.
+//
+// - "command": name; value, if it has a number; the position it leads to, if it moves something
+// - "text": text (UTF-8), bytes, position
+// - "bitmap": columns, bytes (their count), position
+// - "paper": what ("inserted", "fed-in", "ejected", "taken", "waiting", "waiting-ended"), status (1 to 4)
+// - "stripe": what ("selected", "read", "written", or "refused" if there is more than a stripe holds), stripe
+//   (0 or 1), bytes and text of what is on it now
+// - "answer": to (the command's name), bytes
+// - "answer-lost": the same of an answer that is not given; note
+// - "no-paper": name, and the text or columns that could not be printed for want of a document in place
+// - "off-page": name, and the text or number of dots that lie farther out than ink can
+// - "bad-value": name, value of a command whose value means nothing to the printer; it is not followed
+// - "malformed": name, note, bytes (their count) of a bitmap run or a stripe that was broken off, cut or
+//   ill-sized; of a run its whole columns, which are printed all the same, and their position
+// - "unknown": bytes that are neither a command nor text, note
 class Printer {
  public:
     explicit Printer(Scenario scenario = {}, EventSink events = {}, PageSink ejected = {});

@@ -51,25 +51,21 @@ bool Printer::obeyDevice(const Command& command) {
             emit(commandEvent(command));
             const auto index = static_cast<std::size_t>(scenario_.printerStatus - 1);
             const char status = index < kPrinterStatusBytes.size() ? kPrinterStatusBytes[index] : 'P';
-            answer(command, bytesOf(std::string("\x1Br") + status));
+            answer(command, bytesOf(std::string("\033r") + status));
             return true;
         }
         case CommandId::kPaperStatus: {
             emit(commandEvent(command));
             const char status = kPaperStatusBytes[static_cast<std::size_t>(paper_.state()) - 1];
             // Framed like the other long answers: what was asked, a fixed byte, the state, and an end mark.
-            answer(command, bytesOf(std::string("\x1B"
-                                                "B5") +
-                                    status + "\x1BZ"));
+            answer(command, bytesOf(std::string("\033B5") + status + "\033Z"));
             return true;
         }
         case CommandId::kFirmware: {
             emit(commandEvent(command));
             std::string identifier = scenario_.firmware;
             identifier.resize(kFirmwareLength, ' ');
-            answer(command, bytesOf("\x1B"
-                                    "b" +
-                                    identifier + "\x1BZ"));
+            answer(command, bytesOf("\033b" + identifier + "\033Z"));
             return true;
         }
         case CommandId::kStripeSelect:
@@ -106,7 +102,7 @@ void Printer::obeyStripe(const Command& command) {
     event["text"] = toUtf8(now);
     emit(event);
     if (command.id == CommandId::kStripeRead) {
-        answer(command, bytesOf("\x1B]" + data + "\x1C"));
+        answer(command, bytesOf("\033]" + data + "\x1C"));
     }
 }
 

@@ -172,10 +172,9 @@ void OliDecoder::feedBitmap(std::uint8_t byte, const CommandSink& sink) {
 
 void OliDecoder::feedStripe(std::uint8_t byte, const CommandSink& sink) {
     data_.push_back(byte);
-    if (data_.size() >= kStripeEnd.size() &&
-        std::equal(kStripeEnd.begin(), kStripeEnd.end(),
-                   data_.end() - static_cast<std::ptrdiff_t>(kStripeEnd.size()))) {
-        data_.resize(data_.size() - kStripeEnd.size());
+    const auto tail = data_.end() - static_cast<std::ptrdiff_t>(std::min(kStripeEnd.size(), data_.size()));
+    if (std::equal(tail, data_.end(), kStripeEnd.begin(), kStripeEnd.end())) {
+        data_.erase(tail, data_.end());
         state_ = State::kGround;
         emitData(CommandId::kStripeWrite, kStripeEnd.size(), {}, sink);
     } else if (data_.size() == kMaxStripe) {
