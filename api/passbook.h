@@ -43,6 +43,17 @@
  *   -31   No memory; nothing was printed.
  *   -60   The text is not valid UTF-8; nothing was sent.
  *
+ * RESULT CODES of the PT_ functions
+ *    0    Success, as above.
+ *   -1    A bad argument: the port was not opened. From the text functions also: the file cannot be read, or
+ * the text is not valid UTF-8; nothing was sent. From the image functions also: the picture is wider than
+ * 65535 dots. -3    The port could not be opened; or a command or its data was not sent whole: look at the
+ * page. -6    The image's file cannot be opened, or the data is no BMP, JPEG or PNG; nothing was sent. -11
+ * The BMP cannot be opened: with a JPEG or PNG, its conversion or its turn came to nothing.  \  nothing was
+ *   -12   The BMP is short or of a depth that is not printed.                                         |  sent
+ *   -13   The BMP holds fewer rows than its header promises: with a JPEG or PNG, that is damaged.    /
+ *   -31   No memory; nothing was printed.
+ *
  * ORDER OF CALLS
  *   YARDO_PR2_OpenPort, YARDO_PR2_InitPrinter, then for each document YARDO_PR2_InsertPaper, formats, text
  * and pictures, YARDO_PR2_EjectPaper or YARDO_PR2_SPB, and at the end YARDO_PR2_ClosePort.
@@ -228,6 +239,74 @@ PASSBOOK_API int YARDO_PR2_SPB(int seconds);
  * that failed; -6; -11; -12; -13; -31.
  */
 PASSBOOK_API int YARDO_PrintBmpOLI(const char* path, bool eject, int x, int y);
+
+/* ---- OKI family: images and text
+ * ------------------------------------------------------------------------------- */
+
+/*
+ * The PT_ functions share these arguments:
+ * portName  in: as YARDO_PR2_OpenPort.
+ * mode      1: y is in units of 0.165 mm; any other: y is in tenths of a millimetre.
+ * timeout   seconds, 0 or more. It is the time-out of transfers over USB; other ports have their own.
+ * x         0 or more, tenths of a millimetre to the right of the left margin.
+ * y         0 or more, in the unit that mode says, below the place where the document stands.
+ * reserved  not read.
+ * Positions are cut to whole millimetres: x = 105 and x = 100 are both 10 mm. The paper moves in steps of 3
+ * dots, so print can lie up to two dots higher than asked for. Distances beyond 65535 dots are brought down
+ * to that. They lay temporary files, named ".tmp_" and a time, into the current directory, readable by nobody
+ * but the user, and remove them before they return.
+ */
+
+/*
+ * Prints an image file: BMP (as YARDO_PrintBmpOLI), JPEG (grey or colour, not CMYK) or PNG (of any kind;
+ * transparency is dropped, not blended), recognised by its content. JPEG and PNG up to 32767 pixels either
+ * way. path  in: the image's file; a BMP is printed from where it is. Returns 0; -1; -3; -6; -11; -12; -13;
+ * -31.
+ */
+PASSBOOK_API int PT_PrintImageFile(const char* portName, int mode, int timeout, int x, int y, int reserved,
+                                   const char* path);
+
+/*
+ * Prints an image from memory: the bytes of a BMP, JPEG or PNG file, or the base64 text of one (RFC 4648;
+ * line feeds, carriage returns and spaces are skipped, but count in the length, which has to be a multiple of
+ * 4). Pauses a second. data    in: length bytes. length  below 1 gives -6. Returns as PT_PrintImageFile; -6
+ * also for what is neither an image nor valid base64.
+ */
+PASSBOOK_API int PT_PrintImageStream(const char* portName, int mode, int timeout, int x, int y, int reserved,
+                                     const unsigned char* data, int length);
+
+/*
+ * As PT_PrintImageFile, turned clockwise.
+ * turns  0 to 3 quarter turns; any other gives -1.
+ */
+PASSBOOK_API int PT_PrintImageFileRevolve(const char* portName, int mode, int timeout, int x, int y,
+                                          int reserved, const char* path, int turns);
+
+/* As PT_PrintImageStream, turned as PT_PrintImageFileRevolve. Pauses two seconds, whether it turns or not. */
+PASSBOOK_API int PT_PrintImageStreamRevolve(const char* portName, int mode, int timeout, int x, int y,
+                                            int reserved, const unsigned char* data, int length, int turns);
+
+/*
+ * Ejects the document.
+ * Returns 0; -1 portName is NULL; -3 the port could not be opened, or the command was not sent whole.
+ */
+PASSBOOK_API int PT_Eject(const char* portName, int reserved);
+
+/*
+ * Prints a text file: every line from the same x, the printer's own distance apart. Lines end at line feeds;
+ * an empty line behind the first ends the text. Lines are not wrapped. path  in: a file of UTF-8 text.
+ * Returns 0; -1 also when the file cannot be read or is not UTF-8: nothing was sent; -3, lines before it are
+ * printed.
+ */
+PASSBOOK_API int PT_PrintTxtFile(const char* portName, int mode, int timeout, int x, int y, const char* path);
+
+/*
+ * As PT_PrintTxtFile, from memory.
+ * text    in: UTF-8, unchanged by the call.
+ * length  bytes of text; negative: up to its terminating zero.
+ */
+PASSBOOK_API int PT_PrintTxtStream(const char* portName, int mode, int timeout, int x, int y,
+                                   const char* text, int length);
 
 #ifdef __cplusplus
 }
