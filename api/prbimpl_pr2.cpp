@@ -1,12 +1,14 @@
 // The exported functions of the PR2 family: test the arguments, convert units and text, delegate.
 
 #include <cstdint>
+#include <cstring>
 
 #include "api/codeset.h"
 #include "api/passbook.h"
 #include "api/units.h"
 #include "device/device.h"
 #include "print/print_oli.h"
+#include "scan/scan.h"
 #include "status/status.h"
 #include "stripe/stripe.h"
 
@@ -24,6 +26,11 @@ constexpr int badArgument = -1;
 constexpr int portAlreadyOpen = -5;
 constexpr int portNotOpen = -6;
 constexpr int notConvertible = -60;
+
+/// A path that fits the scan record. Both sides' are looked at, for both are kept whichever side is scanned.
+bool isScanName(const char* path) {
+    return path != nullptr && std::strlen(path) < scanNameBytes;
+}
 
 }  // namespace
 
@@ -165,4 +172,28 @@ int YARDO_PrintBmpOLI(const char* path, bool eject, int x, int y) {
             break;
     }
     return result;
+}
+
+int YARDO_ScantoFileOKI(const char* frontFile, const char* backFile, int imageType, int frontParam1,
+                        int backParam1, int param2, bool optionFlag, int sides, int dpi, int direction) {
+    if (!g_portOpen)
+        return portNotOpen;
+    if (!isScanName(frontFile) || !isScanName(backFile))
+        return badArgument;
+    scans record;
+    FormatScanParam(&record, frontFile, backFile, imageType, frontParam1, backParam1, param2, optionFlag,
+                    sides, dpi, direction);
+    return ScanToFileOKI(&record);
+}
+
+int YARDO_ScantoFileOLI(const char* frontFile, const char* backFile, int imageType, int param1, int param2,
+                        bool optionFlag, int sides, int dpi, int direction) {
+    if (!g_portOpen)
+        return portNotOpen;
+    if (!isScanName(frontFile) || !isScanName(backFile))
+        return badArgument;
+    scans record;
+    FormatScanParam(&record, frontFile, backFile, imageType, param1, param1, param2, optionFlag, sides, dpi,
+                    direction);
+    return ScanToFileOLI(&record);
 }
