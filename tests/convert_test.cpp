@@ -29,18 +29,16 @@ struct Loaded {
         int offset = 0;
         unsigned char* data = nullptr;
         code = getBitmapInfo(path.c_str(), &width, &height, &offset, &bits);
+        if (code == 0) code = getBitmapData(path.c_str(), &data, width, height, bits, offset);
         if (code == 0)
-            code = getBitmapData(path.c_str(), &data, width, height, bits, offset);
-        if (code == 0)
-            rows.assign(reinterpret_cast<char*>(data), static_cast<std::size_t>(bmpStrideBytes(width, bits)) *
-                                                           static_cast<std::size_t>(std::abs(height)));
+            rows.assign(reinterpret_cast<char*>(data),
+                        static_cast<std::size_t>(bmpStrideBytes(width, bits)) * static_cast<std::size_t>(std::abs(height)));
         freeBitmapData(data);
     }
     [[nodiscard]] std::string pixel(int x, int y) const {
         const auto bytes = static_cast<std::size_t>(bits / 8);
         return rows.substr(
-            static_cast<std::size_t>(y) * static_cast<std::size_t>(bmpStrideBytes(width, bits)) +
-                static_cast<std::size_t>(x) * bytes,
+            static_cast<std::size_t>(y) * static_cast<std::size_t>(bmpStrideBytes(width, bits)) + static_cast<std::size_t>(x) * bytes,
             bytes);
     }
 };
@@ -48,15 +46,13 @@ struct Loaded {
 class Conversion : public ::testing::Test {
  protected:
     TemporaryDirectory directory;
-    std::string source = directory.file("source"), bmp = directory.file("a.bmp"),
-                jpg = directory.file("a.jpg");
+    std::string source = directory.file("source"), bmp = directory.file("a.bmp"), jpg = directory.file("a.jpg");
 };
 
 std::string random(std::size_t length, unsigned seed) {
     std::mt19937 engine(seed);
     std::string result(length, '\0');
-    for (char& byte : result)
-        byte = static_cast<char>(engine());
+    for (char& byte : result) byte = static_cast<char>(engine());
     return result;
 }
 
@@ -72,30 +68,24 @@ struct PngKind {
                : colorType == PNG_COLOR_TYPE_GRAY_ALPHA ? 2
                                                         : 1;
     }
-    [[nodiscard]] std::size_t rowBytes() const {
-        return static_cast<std::size_t>((width * samples() * depth + 7) / 8);
-    }
+    [[nodiscard]] std::size_t rowBytes() const { return static_cast<std::size_t>((width * samples() * depth + 7) / 8); }
     [[nodiscard]] std::string rows() const { return random(rowBytes() * height, 5); }
     static png_color color(int index) {
-        return {static_cast<png_byte>(index * 7), static_cast<png_byte>(255 - index),
-                static_cast<png_byte>(index * 31)};
+        return {static_cast<png_byte>(index * 7), static_cast<png_byte>(255 - index), static_cast<png_byte>(index * 31)};
     }
 
     /// Blue, green, red.
     [[nodiscard]] std::string pixel(const std::string& raw, int x, int y) const {
         const auto sample = [&](int i) {
             const auto bit = static_cast<std::size_t>((x * samples() + i) * depth);
-            const auto byte =
-                static_cast<unsigned char>(raw[static_cast<std::size_t>(y) * rowBytes() + bit / 8]);
+            const auto byte = static_cast<unsigned char>(raw[static_cast<std::size_t>(y) * rowBytes() + bit / 8]);
             return depth >= 8 ? byte : (byte >> (8 - depth - static_cast<int>(bit % 8))) & ((1 << depth) - 1);
         };
         if (colorType == PNG_COLOR_TYPE_PALETTE) {
             const png_color c = color(sample(0));
             return {static_cast<char>(c.blue), static_cast<char>(c.green), static_cast<char>(c.red)};
         }
-        if (samples() <= 2)
-            return std::string(
-                3, static_cast<char>(depth < 8 ? sample(0) * 255 / ((1 << depth) - 1) : sample(0)));
+        if (samples() <= 2) return std::string(3, static_cast<char>(depth < 8 ? sample(0) * 255 / ((1 << depth) - 1) : sample(0)));
         return {static_cast<char>(sample(2)), static_cast<char>(sample(1)), static_cast<char>(sample(0))};
     }
 
@@ -104,22 +94,17 @@ struct PngKind {
         png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
         png_infop info = png_create_info_struct(png);
         png_init_io(png, file.get());
-        png_set_IHDR(png, info, width, height, depth, colorType,
-                     interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
-                     PNG_FILTER_TYPE_DEFAULT);
+        png_set_IHDR(png, info, width, height, depth, colorType, interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
+                     PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
         std::vector<png_color> palette;
-        for (int i = 0; i < 1 << std::min(depth, 8); ++i)
-            palette.push_back(color(i));
-        if (colorType == PNG_COLOR_TYPE_PALETTE)
-            png_set_PLTE(png, info, palette.data(), static_cast<int>(palette.size()));
+        for (int i = 0; i < 1 << std::min(depth, 8); ++i) palette.push_back(color(i));
+        if (colorType == PNG_COLOR_TYPE_PALETTE) png_set_PLTE(png, info, palette.data(), static_cast<int>(palette.size()));
         const png_byte alpha[] = {0, 100};
         const png_color_16 key = {0, 1, 1, 1, 1};
-        if (transparent)
-            png_set_tRNS(png, info, colorType == PNG_COLOR_TYPE_PALETTE ? alpha : nullptr, 2, &key);
+        if (transparent) png_set_tRNS(png, info, colorType == PNG_COLOR_TYPE_PALETTE ? alpha : nullptr, 2, &key);
         png_write_info(png, info);
         std::vector<png_bytep> pointers;
-        for (std::size_t y = 0; y < height; ++y)
-            pointers.push_back(reinterpret_cast<png_bytep>(raw.data()) + y * rowBytes());
+        for (std::size_t y = 0; y < height; ++y) pointers.push_back(reinterpret_cast<png_bytep>(raw.data()) + y * rowBytes());
         png_write_image(png, pointers.data());
         png_write_end(png, info);
         png_destroy_write_struct(&png, &info);
@@ -140,10 +125,9 @@ TEST_F(Conversion, EveryKindOfPngGivesItsPixels) {
         for (const int depth : family.depths) {
             for (const int variant : {0, 1, 2, 3}) {
                 const PngKind kind{family.colorType, depth, (variant & 1) != 0, (variant & 2) != 0};
-                if (kind.transparent && !family.canBeTransparent)
-                    continue;
-                SCOPED_TRACE(std::to_string(family.colorType) + ", depth " + std::to_string(depth) +
-                             ", variant " + std::to_string(variant));
+                if (kind.transparent && !family.canBeTransparent) continue;
+                SCOPED_TRACE(std::to_string(family.colorType) + ", depth " + std::to_string(depth) + ", variant " +
+                             std::to_string(variant));
                 const std::string raw = kind.rows();
                 kind.write(source, raw);
                 EXPECT_EQ(convertPNGtoBMP(source.c_str(), bmp.c_str()), 0);
@@ -243,9 +227,8 @@ TEST_F(Conversion, JpegsAreRefusedWithAMessage) {
     EXPECT_EQ(convert(bmp, nowhere), "can't open " + nowhere + ".\n");
     EXPECT_EQ(convert(none, jpg), "can`t open " + none + ".\n");
     EXPECT_EQ(std::filesystem::file_size(jpg), 0U);
-    for (const std::string& file :
-         {std::string("BM"), BmpHeader{.width = 0}.text(), BmpHeader{.height = 0}.text(),
-          BmpHeader{.width = 70000}.text(), BmpHeader{.width = 8, .height = 2}.text()}) {
+    for (const std::string& file : {std::string("BM"), BmpHeader{.width = 0}.text(), BmpHeader{.height = 0}.text(),
+                                    BmpHeader{.width = 70000}.text(), BmpHeader{.width = 8, .height = 2}.text()}) {
         writeFile(bmp, file);
         EXPECT_EQ(convert(bmp, jpg), "");
     }
@@ -259,12 +242,10 @@ TEST_F(Conversion, HugePicturesAreRefusedBeforeTheyTakeMemory) {
     const PngKind kind{PNG_COLOR_TYPE_GRAY, 8, false, true};
     kind.write(source, kind.rows());
     std::string png = readFile(source);
-    for (const char* size :
-         {"00 00 80 00 00 00 00 01", "00 00 7F FF 00 00 7F FF", "00 00 00 00 00 00 00 01"}) {
+    for (const char* size : {"00 00 80 00 00 00 00 01", "00 00 7F FF 00 00 7F FF", "00 00 00 00 00 00 00 01"}) {
         png.replace(16, 8, bytes(size));
         const auto crc = crc32(0, reinterpret_cast<const Bytef*>(png.data()) + 12, 17);
-        for (std::size_t i = 0; i < 4; ++i)
-            png[29 + i] = static_cast<char>(crc >> (24 - 8 * i));
+        for (std::size_t i = 0; i < 4; ++i) png[29 + i] = static_cast<char>(crc >> (24 - 8 * i));
         writeFile(source, png);
         testing::internal::CaptureStderr();
         EXPECT_EQ(convertPNGtoBMP(source.c_str(), bmp.c_str()), 0);
@@ -285,13 +266,8 @@ TEST_F(Conversion, FormatsAreRecognisedByTheirFirstBytes) {
     const struct {
         std::string file;
         int format;
-    } rows[] = {{"BM", 0},
-                {"B", -1},
-                {"\xFF\xD8", 1},
-                {"", -1},
-                {"\x89PNG\r\n\x1A\n", 2},
-                {"\x89PNG\r\n\x1B\n", -1},
-                {"\x89PNG\r\n\x1A", -1}};
+    } rows[] = {
+        {"BM", 0}, {"B", -1}, {"\xFF\xD8", 1}, {"", -1}, {"\x89PNG\r\n\x1A\n", 2}, {"\x89PNG\r\n\x1B\n", -1}, {"\x89PNG\r\n\x1A", -1}};
     for (const auto& row : rows) {
         IMAGE_FORMAT format = formatPng;
         writeFile(source, row.file);
@@ -304,8 +280,7 @@ TEST_F(Conversion, FormatsAreRecognisedByTheirFirstBytes) {
 }
 
 TEST_F(Conversion, AScannedPictureGetsItsName) {
-    const std::string final = directory.file("scan.bmp"), upper = directory.file("scan.JPG"),
-                      middle = directory.file("scan.jpg.bmp");
+    const std::string final = directory.file("scan.bmp"), upper = directory.file("scan.JPG"), middle = directory.file("scan.jpg.bmp");
     for (const std::string& name : {final, upper, middle}) {
         writeFile(bmp, Picture(8, 8).bmp(8, true));
         EXPECT_EQ(makeTempFile(source.c_str()), 0);
@@ -323,8 +298,7 @@ TEST_F(Conversion, AScannedPictureGetsItsName) {
 
 TEST_F(Conversion, TurnsGoClockwise) {
     Picture picture(3, 2);
-    for (int i = 0; i < 6; ++i)
-        picture.grey[static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(17 * i);
+    for (int i = 0; i < 6; ++i) picture.grey[static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(17 * i);
     const struct {
         int angle;
         std::string pixels;  // the top left one is 0
@@ -350,12 +324,10 @@ TEST_F(Conversion, TurnsGoClockwise) {
     // Larger than a tile, four times a quarter: the same again.
     const std::string large = BmpHeader{150, -201, 24}.text() + random(452 * 201, 9);
     writeFile(source, large);
-    for (int i = 0; i < 4; ++i)
-        ASSERT_EQ(rorateImage(i == 0 ? source.c_str() : bmp.c_str(), bmp.c_str(), 90), 0);
+    for (int i = 0; i < 4; ++i) ASSERT_EQ(rorateImage(i == 0 ? source.c_str() : bmp.c_str(), bmp.c_str(), 90), 0);
     const Loaded before(source), after(bmp);
     for (int y = 0; y < 201; ++y) {
-        for (int x = 0; x < 150; ++x)
-            ASSERT_EQ(before.pixel(x, y), after.pixel(x, y));
+        for (int x = 0; x < 150; ++x) ASSERT_EQ(before.pixel(x, y), after.pixel(x, y));
     }
 }
 
@@ -402,13 +374,11 @@ TEST_F(Conversion, Base64) {
     for (const auto& row : rows) {
         std::string out(16, '\0');
         int length = 77;
-        EXPECT_EQ(base64_decode(reinterpret_cast<const unsigned char*>(row.text.data()),
-                                static_cast<int>(row.text.size()),
+        EXPECT_EQ(base64_decode(reinterpret_cast<const unsigned char*>(row.text.data()), static_cast<int>(row.text.size()),
                                 reinterpret_cast<unsigned char*>(out.data()), &length),
                   row.result)
             << row.text;
-        EXPECT_EQ(row.result == 0 ? out.substr(0, static_cast<std::size_t>(length)) : "", row.decoded)
-            << row.text;
+        EXPECT_EQ(row.result == 0 ? out.substr(0, static_cast<std::size_t>(length)) : "", row.decoded) << row.text;
         EXPECT_TRUE(row.result == 0 || length == 77);
     }
 }

@@ -59,8 +59,7 @@ class Oki : public ::testing::Test {
         installPort(new LoggedPort(log_));
         result = call();
         std::string all;
-        for (const std::string& each : log_.writes)
-            all += each;
+        for (const std::string& each : log_.writes) all += each;
         for (const auto& entry : std::filesystem::directory_iterator("."))
             EXPECT_FALSE(entry.path().filename().string().starts_with(".tmp_")) << entry.path();
         return spelled(all);
@@ -81,8 +80,7 @@ Call printText(const char* text, int length = -1, int x = 53, int y = 254) {
 
 Call printLines(std::string text) {
     return [text]() mutable {
-        return PrintLineData_OKI(reinterpret_cast<unsigned char*>(text.data()), static_cast<int>(text.size()),
-                                 36, 180);
+        return PrintLineData_OKI(reinterpret_cast<unsigned char*>(text.data()), static_cast<int>(text.size()), 36, 180);
     };
 }
 
@@ -106,8 +104,7 @@ TEST_F(Oki, CommandsAreSpokenAsTheyStand) {
         {"initial settings", [] { return InitPrint_OKI(true); }, 0, "^}Sl<08>^}SF<10><0D>"},
         {"one initial setting", [] { return InitPrint_OKI(false); }, 0, "^}Sl<08><0D>"},
         {"final settings", ResetPrint_OKI, 0, "^}SF ^}Sl<FF>"},
-        {"a record", [] { return PrintData_OKI(reinterpret_cast<const unsigned char*>("A\nB"), 3, 36, 180); },
-         0, "^%5x^%3<00>$A<0A>B<0D>"},
+        {"a record", [] { return PrintData_OKI(reinterpret_cast<const unsigned char*>("A\nB"), 3, 36, 180); }, 0, "^%5x^%3<00>$A<0A>B<0D>"},
         {"eject", [] { return PT_Eject("any", 0); }, 0, "^%5<10><0D><0C>"},
         {"eject where there is nothing", [] { return PT_Eject(nullptr, 0); }, -1, ""},
 
@@ -115,8 +112,7 @@ TEST_F(Oki, CommandsAreSpokenAsTheyStand) {
         {"a last line feed", printLines("AB\n"), 0, "^%5x^%3<00>$AB<0D>"},
         {"an empty line", printLines("AB\n\nCD"), 0, "^%5x^%3<00>$AB<0D>"},
         {"an empty first line", printLines("\nAB"), 0, "^%5x^%3<00>$<0D><0A>^%3<00>$AB<0D>"},
-        {"a zero byte", printLines(std::string("AB\0CD\0\0EF", 9)), 0,
-         "^%5x^%3<00>$AB<0D><0A>^%3<00>$CD<0D>"},
+        {"a zero byte", printLines(std::string("AB\0CD\0\0EF", 9)), 0, "^%5x^%3<00>$AB<0D><0A>^%3<00>$CD<0D>"},
         {"no text", printLines(""), 0, "^%5x^%3<00>$<0D>"},
 
         {"converted text", printText("中\nA"), 0, "^%5v^%3<00>#<D6><D0><0D><0A>^%3<00>#A<0D>"},
@@ -181,10 +177,7 @@ TEST_F(Oki, EveryCallClosesThePortItUsed) {
     writeFile("a.gif", "GIF89a");
     const std::string gif = "R0lGODlh";
     const auto stream = [](const std::string& text, int length) {
-        return [=] {
-            return PT_PrintImageStream("any", 0, 7, 0, 0, 0,
-                                       reinterpret_cast<const unsigned char*>(text.data()), length);
-        };
+        return [=] { return PT_PrintImageStream("any", 0, 7, 0, 0, 0, reinterpret_cast<const unsigned char*>(text.data()), length); };
     };
     const struct {
         const char* name;
@@ -224,8 +217,7 @@ TEST_F(Oki, EveryCallClosesThePortItUsed) {
 
 TEST_F(Oki, AFileOfTextIsPrinted) {
     writeFile("a.txt", "存\nB");
-    EXPECT_EQ(sent([] { return PT_PrintTxtFile("any", 1, 3, 10, 100, "a.txt"); }),
-              "^%5J^%3<00><07><B4><E6><0D><0A>^%3<00><07>B<0D>");
+    EXPECT_EQ(sent([] { return PT_PrintTxtFile("any", 1, 3, 10, 100, "a.txt"); }), "^%5J^%3<00><07><B4><E6><0D><0A>^%3<00><07>B<0D>");
     failAllocation(1);
     EXPECT_EQ(sent([] { return PT_PrintTxtFile("any", 0, 3, 0, 0, "a.txt"); }), "");
     EXPECT_EQ(result, -1);
@@ -234,14 +226,8 @@ TEST_F(Oki, AFileOfTextIsPrinted) {
     EXPECT_EQ(result, 0);
 }
 
-/// A BMP of 24 bits with ink in the given columns of the given rows.
 std::string inked(int width, int height, const std::vector<int>& rows, const std::vector<int>& columns) {
-    Picture picture(width, height);
-    for (const int row : rows) {
-        for (const int column : columns)
-            picture.at(column, row) = 0;
-    }
-    return picture.bmp(24, true);
+    return inkedPicture(width, height, rows, columns).bmp(24, true);
 }
 
 TEST_F(Oki, PicturesAreWalkedInStripsAndRuns) {
@@ -257,16 +243,13 @@ TEST_F(Oki, PicturesAreWalkedInStripsAndRuns) {
          "^%52^%3<00>F^%1<00><05>" + spelled(std::string(9, '\0')) + "@<00><00>@<00><00>"},
         {"a gap first", inked(100, 3, {0}, {61}), 100, 0, "^%3<00><83>^%1<00><01><80><00><00>"},
         {"a gap first, at the edge", inked(100, 3, {0}, {61}), 0, 0, "^%3<00>=^%1<00><01><80><00><00>"},
-        {"a gap between", inked(100, 3, {0}, {0, 62}), 100, 0,
-         "^%3<00>F^%1<00><01><80><00><00>^%3<00>=^%1<00><01><80><00><00>"},
-        {"two strips", inked(8, 60, {0, 29}, {0}), 0, 0,
-         "^%1<00><01><80><00><00>^%5<12>^%1<00><01> <00><00>"},
+        {"a gap between", inked(100, 3, {0}, {0, 62}), 100, 0, "^%3<00>F^%1<00><01><80><00><00>^%3<00>=^%1<00><01><80><00><00>"},
+        {"two strips", inked(8, 60, {0, 29}, {0}), 0, 0, "^%1<00><01><80><00><00>^%5<12>^%1<00><01> <00><00>"},
         {"an escape byte", inked(8, 16, {0, 11, 12, 14, 15}, {0}), 0, 0, "^%1<00><01><80>^<00>"},
     };
     for (const auto& row : rows) {
         writeFile("a.bmp", row.bmp);
-        EXPECT_EQ(sent([&] { return PT_PrintImageFile("any", 0, 1, row.x, row.y, 0, "a.bmp"); }), row.sent)
-            << row.name;
+        EXPECT_EQ(sent([&] { return PT_PrintImageFile("any", 0, 1, row.x, row.y, 0, "a.bmp"); }), row.sent) << row.name;
         EXPECT_EQ(result, 0) << row.name;
     }
     // move, head, data; move, head, data: only data counts.
@@ -280,8 +263,7 @@ TEST_F(Oki, PicturesAreWalkedInStripsAndRuns) {
     EXPECT_EQ(sent([] { return PT_PrintImageFile("any", 0, 1, 0, 0, 0, "a.bmp"); }), "");
     EXPECT_EQ(result, -31);
     // Only a print with eject has one, however it ended, but not without a picture.
-    EXPECT_EQ(sent([] { return PrintBmp_OKI("a.bmp", true, false, 0, 0); }, 2).substr(11),
-              "<80><00><00>^%5<10><0D><0C>");
+    EXPECT_EQ(sent([] { return PrintBmp_OKI("a.bmp", true, false, 0, 0); }, 2).substr(11), "<80><00><00>^%5<10><0D><0C>");
     EXPECT_EQ(result, -3);
     EXPECT_EQ(sent([] { return PrintBmp_OKI("none.bmp", true, false, 0, 0); }), "");
     EXPECT_EQ(result, -11);

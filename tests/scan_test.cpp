@@ -22,35 +22,27 @@ class Scan : public Pr2Port {
     std::string output;  // what the job printed
 
     int okiScan(const Replies& replies, int imageType = 2, int sides = 2, int dpi = 300) {
-        return run(replies, [&] {
-            return YARDO_ScantoFileOKI(front.c_str(), back.c_str(), imageType, 10, 20, 30, true, sides, dpi,
-                                       1);
-        });
+        return run(replies, [&] { return YARDO_ScantoFileOKI(front.c_str(), back.c_str(), imageType, 10, 20, 30, true, sides, dpi, 1); });
     }
     int oliScan(const Replies& replies, int imageType = 0, int sides = 0, int direction = 0, int dpi = 200) {
-        return run(replies, [&] {
-            return YARDO_ScantoFileOLI(front.c_str(), back.c_str(), imageType, 200, 1, false, sides, dpi,
-                                       direction);
-        });
+        return run(replies,
+                   [&] { return YARDO_ScantoFileOLI(front.c_str(), back.c_str(), imageType, 200, 1, false, sides, dpi, direction); });
     }
     [[nodiscard]] bool leftTemporary() const {
         for (const auto& entry : std::filesystem::directory_iterator(directory.file(""))) {
-            if (entry.path().filename().string().starts_with(".tmp_"))
-                return true;
+            if (entry.path().filename().string().starts_with(".tmp_")) return true;
         }
         return false;
     }
     void again() {
-        for (const auto& entry : std::filesystem::directory_iterator(directory.file("")))
-            std::filesystem::remove(entry);
+        for (const auto& entry : std::filesystem::directory_iterator(directory.file(""))) std::filesystem::remove(entry);
         TearDown();
         SetUp();
     }
 
  private:
     int run(const Replies& replies, const std::function<int()>& job) {
-        for (const std::string& each : replies)
-            port->replies.push_back(each);
+        for (const std::string& each : replies) port->replies.push_back(each);
         testing::internal::CaptureStdout();
         const int result = job();
         output = testing::internal::GetCapturedStdout();
@@ -61,8 +53,7 @@ class Scan : public Pr2Port {
 /// An OKI header for `size` bytes of data.
 std::string okiHeader(std::size_t size, const std::string& first = "<05><01><02><00>") {
     std::string header = wire(first);
-    for (int i = 0; i < 4; ++i)
-        header += static_cast<char>(size >> (8 * i));
+    for (int i = 0; i < 4; ++i) header += static_cast<char>(size >> (8 * i));
     return header;
 }
 
@@ -75,8 +66,7 @@ Replies okiReplies(const Replies& stream, const char* width = "..0800", const ch
 
 TEST_F(Scan, OkiStreamsBecomeFiles) {
     const std::string image = Picture(9, 4).bmp(8, false), end = "\x06", none = okiHeader(0);
-    const std::string head = okiHeader(image.size()),
-                      line = "read bmp data " + std::to_string(image.size()) + " ok!\n";
+    const std::string head = okiHeader(image.size()), line = "read bmp data " + std::to_string(image.size()) + " ok!\n";
     const auto part = [&](std::size_t from, std::size_t count) { return image.substr(from, count); };
     const struct {
         const char* name;
@@ -87,19 +77,9 @@ TEST_F(Scan, OkiStreamsBecomeFiles) {
     } rows[] = {
         {"whole with the header", {head + image, end, none}, 0, image, "", ""},
         {"in blocks", {head, part(0, 50), part(50, 999), end, none}, 0, image, "", line},
-        {"both sides",
-         {head + part(0, 7), part(7, 999), end, head, image, end},
-         0,
-         image,
-         image,
-         line + line},
+        {"both sides", {head + part(0, 7), part(7, 999), end, head, image, end}, 0, image, image, line + line},
         {"the back side only", {none, head, image, end}, 0, "", image, line},
-        {"blocks of 8 in between",
-         {head, "XXXXXXXX", part(0, 50), "XXXXXXXX", part(50, 999), end, none},
-         0,
-         image,
-         "",
-         line},
+        {"blocks of 8 in between", {head, "XXXXXXXX", part(0, 50), "XXXXXXXX", part(50, 999), end, none}, 0, image, "", line},
         {"more than announced", {head, image, "more", none}, 0, image + "more", "", line + line},
         {"past the size in one block", {head, image + "+", none}, 0, image + "+", "", line},
         {"ended early", {head, part(0, 60), end, none}, 0, part(0, 60), "", ""},
@@ -222,37 +202,17 @@ TEST_F(Scan, OliMessagesBecomeFiles) {
         std::string rows, output;
     } rows[] = {
         {"whole", {oliHeader(32, 10), start, data, oliEnd(10)}, 0, data, received(40)},
-        {"in blocks",
-         {oliHeader(32, 10), start, data.substr(0, 1), data.substr(1), oliEnd(10)},
-         0,
-         data,
-         received(40)},
-        {"other messages in between",
-         {"?", oliHeader(32, 10), "??", start, data, oliEnd(10)},
-         0,
-         data,
-         received(40)},
+        {"in blocks", {oliHeader(32, 10), start, data.substr(0, 1), data.substr(1), oliEnd(10)}, 0, data, received(40)},
+        {"other messages in between", {"?", oliHeader(32, 10), "??", start, data, oliEnd(10)}, 0, data, received(40)},
         {"another row count", {oliHeader(32, 10), start, data, oliEnd(11)}, 2, data, received(40)},
-        {"a block too long at the end",
-         {oliHeader(32, 10), start, data, "x", oliEnd(10)},
-         0,
-         data,
-         received(40)},
-        {"a block that overshoots",
-         {oliHeader(32, 10), start, data.substr(0, 20), data.substr(0, 21), oliEnd(10)},
-         0,
-         "",
-         received(20)},
+        {"a block too long at the end", {oliHeader(32, 10), start, data, "x", oliEnd(10)}, 0, data, received(40)},
+        {"a block that overshoots", {oliHeader(32, 10), start, data.substr(0, 20), data.substr(0, 21), oliEnd(10)}, 0, "", received(20)},
         {"too much in one block", {oliHeader(32, 10), start, data + data, oliEnd(10)}, 0, "", received(0)},
         {"data like an end", {oliHeader(32, 10), start, oliEnd(10), data}, 0, "", received(0)},
         {"no image", {oliHeader(32, 10), oliEnd(10)}, 0, "", ""},
         {"an empty image", {oliHeader(0, 10), start, oliEnd(10)}, 0, "", "wd=0 len=10\nreq=0 rv=0 \n"},
         {"no header", {start, "abc", oliEnd(1)}, 2, "", "wd=0 len=0\nreq=0 rv=0 \n"},
-        {"a header of 11 bytes",
-         {oliHeader(32, 10).substr(0, 11), start, data, oliEnd(10)},
-         2,
-         "",
-         "wd=0 len=0\nreq=0 rv=0 \n"},
+        {"a header of 11 bytes", {oliHeader(32, 10).substr(0, 11), start, data, oliEnd(10)}, 2, "", "wd=0 len=0\nreq=0 rv=0 \n"},
         {"silence in the data", {oliHeader(32, 10), start, data, ""}, -40, "", ""},
         {"silence", {""}, -40, "", ""},
         {"more than there is memory for", {oliHeader(65535, 65535), start, data, oliEnd(10)}, -31, "", ""},
@@ -291,8 +251,7 @@ TEST_F(Scan, OliRowsOfAnyWidthGetTheirFill) {
         int width, height, imageType;
         std::string data, rows;
     } rows[] = {
-        {5, 3, 0, "1F 82",
-         "18 00 00 00 F0 00 00 00 00 00 00 00"},  // 00011 11110 00001(0), the last bit never came
+        {5, 3, 0, "1F 82", "18 00 00 00 F0 00 00 00 00 00 00 00"},  // 00011 11110 00001(0), the last bit never came
         {12, 2, 0, "AB CD EF", "AB C0 00 00 DE F0 00 00"},
         {3, 2, 1, "12 34 56", "12 30 00 00 45 60 00 00"},
         {3, 1, 2, "01 02 03", "01 02 03 00"},
@@ -301,8 +260,7 @@ TEST_F(Scan, OliRowsOfAnyWidthGetTheirFill) {
     };
     for (const auto& row : rows) {
         std::string data = bytes(row.data);
-        if (row.width == 5)
-            data = data.substr(0, 1);  // 15 bits are one whole byte
+        if (row.width == 5) data = data.substr(0, 1);  // 15 bits are one whole byte
         const Replies messages = {oliHeader(row.width, row.height), start, data, oliEnd(row.height)};
         EXPECT_EQ(oliScan(oliReplies(messages), row.imageType), 0);
         const std::string want = row.width == 5 ? "18 00 00 00 E0 00 00 00 00 00 00 00" : row.rows;
@@ -312,8 +270,7 @@ TEST_F(Scan, OliRowsOfAnyWidthGetTheirFill) {
 }
 
 TEST_F(Scan, OliCommandsComeInTheirOrder) {
-    const std::string setUp =
-        "<18>^<07>E<08>^0^0^l^n^.^l^Q080^Z^J000^T070^&46^#1<1C>&<1C>g0^l^a3^R003^S5^[010^l";
+    const std::string setUp = "<18>^<07>E<08>^0^0^l^n^.^l^Q080^Z^J000^T070^&46^#1<1C>&<1C>g0^l^a3^R003^S5^[010^l";
     EXPECT_EQ(oliScan(oliReplies({""}), 3, 2, 3, 600), -40);
     EXPECT_EQ(port->sent(), "^}SE<00>" + setUp + "^ B^}-^-^j^YPC<CC>^j^}Paa<C8><C8><01><01>^Z^j^l^O^0");
     again();
@@ -361,14 +318,11 @@ TEST_F(Scan, ExchangesTellWhatWentWrong) {
         {"<09><03>^j", {"\x1BrP"}, 0, 0, 0},
     };
     for (const auto& row : rows) {
-        for (const std::string& each : row.replies)
-            port->replies.push_back(each);
+        for (const std::string& each : row.replies) port->replies.push_back(each);
         port->failWrite = row.failWrite;
         port->reads = 0;
         const std::string command = wire(row.command);
-        EXPECT_EQ(
-            pb2Prt(reinterpret_cast<const unsigned char*>(command.data()), static_cast<int>(command.size())),
-            row.flags)
+        EXPECT_EQ(pb2Prt(reinterpret_cast<const unsigned char*>(command.data()), static_cast<int>(command.size())), row.flags)
             << row.command;
         EXPECT_EQ(port->reads, row.reads);
         again();
@@ -379,8 +333,7 @@ TEST_F(Scan, OkiConfiguration) {
     std::string buffer(64, '#');
     auto* data = reinterpret_cast<unsigned char*>(buffer.data());
     const auto get = [&](const Replies& replies, int size) {
-        for (const std::string& each : replies)
-            port->replies.push_back(each);
+        for (const std::string& each : replies) port->replies.push_back(each);
         testing::internal::CaptureStdout();
         const int count = GetPrinterConfig(data, size);
         output = testing::internal::GetCapturedStdout();

@@ -11,9 +11,7 @@ namespace passbook::sim {
 
 using namespace std::string_literals;
 
-inline std::vector<std::uint8_t> bytesOf(std::string_view text) {
-    return {text.begin(), text.end()};
-}
+inline std::vector<std::uint8_t> bytesOf(std::string_view text) { return {text.begin(), text.end()}; }
 
 // A printer on the bench: bytes go in as strings, and everything that comes out is kept.
 struct Bench {

@@ -123,8 +123,7 @@ class Program {
 // The host: has the port open for as long as it lives.
 class Host {
  public:
-    explicit Host(const std::string& port, int flags = 0)
-        : line_(open(("/dev/" + port).c_str(), O_RDWR | O_NOCTTY | flags)) {}
+    explicit Host(const std::string& port, int flags = 0) : line_(open(("/dev/" + port).c_str(), O_RDWR | O_NOCTTY | flags)) {}
 
     int line() const { return line_.get(); }
 
@@ -216,8 +215,8 @@ class SimProgram : public testing::Test {
     std::string in(const std::string& name) const { return directory_ / name; }
 
     std::size_t fileCount() const {
-        return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(directory_),
-                                                      std::filesystem::directory_iterator()));
+        return static_cast<std::size_t>(
+            std::distance(std::filesystem::directory_iterator(directory_), std::filesystem::directory_iterator()));
     }
 
     std::filesystem::path directory_;
@@ -289,15 +288,15 @@ TEST_F(SimProgram, ServesOneHostAfterAnotherAndKeepsWhatTheyPrinted) {
     bool textSeen = false;
     for (std::string line; std::getline(lines, line);) {
         const nlohmann::json event = nlohmann::json::parse(line);
-        textSeen = textSeen || (event.at("event") == "text" && event.at("text") == "\u5B58" &&
-                                event.at("xDots") == 15 && event.at("xMm") == 2.12);
+        textSeen =
+            textSeen || (event.at("event") == "text" && event.at("text") == "\u5B58" && event.at("xDots") == 15 && event.at("xMm") == 2.12);
     }
     EXPECT_TRUE(textSeen);
 }
 
 TEST_F(SimProgram, TakesItsFaultsFromTheCommandLine) {
-    Program program({"--paper", "out", "--insert-after", "0", "--taken-after", "never", "--split", "1",
-                     "--printer-status", "9", "--page-size", "50.8x25.4", "--page", in("page.png")});
+    Program program({"--paper", "out", "--insert-after", "0", "--taken-after", "never", "--split", "1", "--printer-status", "9",
+                     "--page-size", "50.8x25.4", "--page", in("page.png")});
     const Host host(program.port());
     EXPECT_EQ(host.ask("\033 B\033j", 9), "\033B5B\033Z\033r1");
     EXPECT_EQ(host.ask("\033L000\033O\033 B", 6), "\033B5A\033Z");

@@ -16,9 +16,7 @@ using namespace std::string_view_literals;
 
 using Bytes = std::vector<std::uint8_t>;
 
-Bytes bytesOf(std::string_view text) {
-    return {text.begin(), text.end()};
-}
+Bytes bytesOf(std::string_view text) { return {text.begin(), text.end()}; }
 
 // A command on one line: name, numbers, bytes (as they are), and what is wrong with it.
 std::string say(const Command& command) {
@@ -85,11 +83,9 @@ TEST(OliDecoder, PositionsAndTextFormat) {
         {"\033&28\r\n\f"sv, {"line-space 28", "carriage-return", "line-feed", "form-feed"}},
         {"\033a1\033a8\033a\0"sv, {"pitch 49", "pitch 56", "pitch 0"}},
         {"\033(\033)"sv, {"bold-on", "bold-off"}},
-        {"\0333\x1Cj\0334\x1Ch"sv,
-         {"latin-normal-width", "chinese-normal-width", "latin-double-width", "chinese-double-width"}},
+        {"\0333\x1Cj\0334\x1Ch"sv, {"latin-normal-width", "chinese-normal-width", "latin-double-width", "chinese-double-width"}},
         {"\n\033w1"sv, {"line-feed", "font-height 49"}},
-        {"\033*0\033*3\033*4\033+"sv,
-         {"underline-on 48", "underline-on 51", "underline-on 52", "underline-off"}},
+        {"\033*0\033*3\033*4\033+"sv, {"underline-on 48", "underline-on 51", "underline-on 52", "underline-off"}},
     });
 }
 
@@ -100,20 +96,17 @@ TEST(OliDecoder, DevicesQuestionsAndSetUp) {
         {"\033l\033YE@@\033]\033l\033YEA@\033]"sv,
          {"clear-error", "stripe-select 0", "stripe-read", "clear-error", "stripe-select 1", "stripe-read"}},
         {"\033n\033.\033l\033Q080\033Z\033J000\033T070\033&46\033#1\033a3\033R003\033S5\033l\033j"sv,
-         {"setting-n", "setting-.", "clear-error", "setting-Q 80", "setting-Z", "setting-J 0", "setting-T 70",
-          "line-space 46", "setting-# 1", "pitch 51", "setting-R 3", "setting-S 5", "clear-error",
-          "printer-status"}},
+         {"setting-n", "setting-.", "clear-error", "setting-Q 80", "setting-Z", "setting-J 0", "setting-T 70", "line-space 46",
+          "setting-# 1", "pitch 51", "setting-R 3", "setting-S 5", "clear-error", "printer-status"}},
         {"\x18\033\007E\x08\0330"sv, {"cancel", "setting-BEL-E", "backspace", "clear-all"}},
         {"\x1C&\x1Cg0\033[010"sv, {"setting-FS-&", "setting-FS-g 0", "setting-[ 10"}},
-        {"\033}0P\033L000\033 B\033j\f"sv,
-         {"setting-}0P", "feed-in 0", "paper-status", "printer-status", "form-feed"}},
+        {"\033}0P\033L000\033 B\033j\f"sv, {"setting-}0P", "feed-in 0", "paper-status", "printer-status", "form-feed"}},
     });
 }
 
 TEST(OliDecoder, BitmapRuns) {
     check({
-        {"\033!G1\0331A000\x03\x02\x80\x00\x0A\x0D\0332"sv,
-         {"graphics-mode", "bitmap-run <\x03\x02\x80" + std::string("\0\n\r", 3) + ">"}},
+        {"\033!G1\0331A000\x03\x02\x80\x00\x0A\x0D\0332"sv, {"graphics-mode", "bitmap-run <\x03\x02\x80" + std::string("\0\n\r", 3) + ">"}},
         {"\0331A000\0332"sv, {"bitmap-run"}},
         {"\0331A000abcd\0332X"sv, {"malformed-bitmap <abcd> (half a column)", "text <X>"}},
         // The host gave up inside a run and ejects.
@@ -161,8 +154,7 @@ TEST(OliDecoder, UnknownBytesAreReportedAndPassedOver) {
         {"\033|A06\033/10000"sv, {"unknown <\033|A06> (cut short)", "vertical-position 0"}},
         {"\033|A06\xB4\xE6"sv, {"unknown <\033|A06> (cut short)", "text <\xB4\xE6>"}},
         {"\033&-1"sv, {"unknown <\033&-> (no such command)", "text <1>"}},
-        {"\033a5\033w\033O"sv,
-         {"unknown <\033a5> (no such command)", "unknown <\033w> (cut short)", "eject"}},
+        {"\033a5\033w\033O"sv, {"unknown <\033a5> (no such command)", "unknown <\033w> (cut short)", "eject"}},
         {"\033*1\033YEB"sv, {"unknown <\033*1> (no such command)", "unknown <\033YEB> (no such command)"}},
         {"\x01\t\0"sv,
          {"unknown <\x01> (no text and no command)", "unknown <\t> (no text and no command)",
@@ -205,14 +197,12 @@ TEST(OliDecoder, ACutRunStaysMalformedToItsEnd) {
 
 TEST(OliDecoder, RandomBytesAreAllAccountedForHoweverTheyArrive) {
     // Mostly what commands are made of, so that many of them nearly come about.
-    constexpr std::string_view kLikely =
-        "\033\033\033\x1C\x1D\007|A/1&aw*+LlO0134YE@t\\]2 Bbj}P\r\n\f\x81\x30\xB4\xE6"sv;
+    constexpr std::string_view kLikely = "\033\033\033\x1C\x1D\007|A/1&aw*+LlO0134YE@t\\]2 Bbj}P\r\n\f\x81\x30\xB4\xE6"sv;
     std::mt19937 random(20261116);
     for (int round = 0; round < 400; ++round) {
         Bytes bytes(random() % 300);
         for (std::uint8_t& byte : bytes) {
-            byte = random() % 4 == 0 ? static_cast<std::uint8_t>(random())
-                                     : static_cast<std::uint8_t>(kLikely[random() % kLikely.size()]);
+            byte = random() % 4 == 0 ? static_cast<std::uint8_t>(random()) : static_cast<std::uint8_t>(kLikely[random() % kLikely.size()]);
         }
         std::vector<std::size_t> cuts;
         for (std::size_t cut = 0; cut < bytes.size(); cut += 1 + random() % 5) {
