@@ -75,12 +75,12 @@ TEST(Bitmap, DotsLieExactlyWhereTheCommandsPutThem) {
 
 TEST(Bitmap, RunsJoinAndOverlayEachOther) {
     Bench bench;
-    // Two runs without a move in between, then one across the first with other rows.
-    bench.send("\033|A002\0331A000"s + "\x01\0\0\x01\0\0"s + "\0332\0331A000" + "\x01\0\0"s + "\0332");
-    EXPECT_EQ(bench.last("bitmap").at("xDots"), 5);
-    bench.send("\033|A002\0331A000"s + "\x02\0\0"s + "\0332\0331A000"s + "ab" + "\0332");
+    // Two runs without a move in between, one across the first with other rows, and one without a column.
+    bench.send("\033|A002\0331A000\x01\0\0\x01\0\0\0332\0331A000\x01\0\0\0332"s);
+    bench.send("\033|A002\0331A000\x02\0\0\0332\0331A000ab\0332"s);
     EXPECT_EQ(dotsOf(*bench.printer.page()), (Places{{3, 0}, {4, 0}, {5, 0}, {3, 1}}));
     EXPECT_EQ(bench.last("malformed").at("columns"), 0);
+    EXPECT_EQ(bench.last("malformed").at("xDots"), 4);
 }
 
 TEST(Bitmap, InkBesideThePaperIsKeptAndBeyondThePictureReported) {
