@@ -217,7 +217,7 @@ TEST_F(SimProgram, RefusesWhatItDoesNotUnderstand) {
         std::string says;
     };
     const std::vector<Case> cases = {
-        {{"--family", "oki"}, 2, "--family"},
+        {{"--family", "escp"}, 2, "--family"},
         {{"--paper", "1"}, 2, "--paper"},
         {{"--page-size", "150x1073"}, 2, "--page-size"},
         {{"--page-size", "nanxnan"}, 2, "--page-size"},

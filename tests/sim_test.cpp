@@ -77,6 +77,28 @@ TEST(Answers, NameTheStateTheyWereAskedFor) {
     EXPECT_TRUE(firmware.starts_with("\033b0123456789ABC\033"));
 }
 
+TEST(Answers, OfTheOkiFamilyTellAboutTheDocumentAndTheSettings) {
+    constexpr std::string_view kQuestions = "\033}SS\033}S-\033}SL";
+    Bench bench({.family = Family::kOki, .habits = {0ms, 1s}, .pageWidthDots = 900, .paperLength = 1500});
+    EXPECT_EQ(bench.ask(kQuestions), "\033S\0\0\033-1270\033L1500"s);
+    bench.send("A\r\033%5\x10\r\f");
+    EXPECT_EQ(bench.ask(kQuestions), "\033S\1\0\033-0000\033L0000"s);
+    EXPECT_EQ(bench.last("paper").at("status"), 2);
+    bench.printer.advance(1s);
+    EXPECT_EQ(bench.last("paper").at("what"), "fed-in") << "nobody has to ask for it";
+    EXPECT_EQ(bench.ejectedBlank, std::vector<bool>{false});
+
+    // By default there is always a document; one that was taken away at the start stays away.
+    EXPECT_EQ(Bench({.family = Family::kOki}).ask("\f\033}SS"), "\033S\0\0"s);
+    EXPECT_EQ(Bench({.family = Family::kOki, .paper = PaperState::kNone}).ask("\033}SS"), "\033S\1\0"s);
+
+    const std::string factory = bench.ask("\033} a\007");
+    EXPECT_TRUE(factory.starts_with("\033a8F") && factory.ends_with("\033Z")) << factory;
+    EXPECT_EQ(bench.ask("\033} =new\033Z\033} a\007"), "\033 =0new\033Z");
+    Bench refusing({.family = Family::kOki, .configurationResult = 2});
+    EXPECT_EQ(refusing.ask("\033} =new\033Z\033} a\007"), "\033 =2" + factory);
+}
+
 TEST(Answers, TheStripeReadsBackWhatWasWritten) {
     Bench bench({.stripes = {"123", ""}});
     EXPECT_EQ(bench.ask("\033YE@@\033]\033YEA@\033]"), "\033]123\x1C\033]\x1C");
