@@ -16,13 +16,16 @@
 
 #include "sim/page.h"
 #include "sim/paper.h"
-#include "wire/oli.h"
+#include "wire/decoder.h"
 
 namespace passbook::sim {
+
+using Family = wire::Family;
 
 // How the printer is equipped and how it behaves. The values here are a printer in good order with a document
 // in place, whose user takes an ejected document at once and lays in a new one when the host asks for it.
 struct Scenario {
+    Family family = Family::kOli;
     PaperState paper = PaperState::kInPlace;
     Paper::Habits habits{};
     int pageWidthDots = mmToDots(150);
@@ -33,12 +36,19 @@ struct Scenario {
     // What is on the magnetic stripes; longer than kMaxStripeData is cut.
     std::array<std::string, 2> stripes{};
 
+    // OKI only. The document's measures as the host gets them; if not given, its size in 1/10 mm.
+    std::optional<int> paperWidth{};
+    std::optional<int> paperLength{};
+    std::string configuration = "\033a8F010003224000901" + std::string(11, '\x7F');  // less its final ESC Z
+    int configurationResult = 0;  // what the host gets for writing one: 0 accepted, 1 or 2 refused
+
     std::size_t split = 0;  // answers come in pieces of that many bytes; 0: whole
     bool silent = false;    // no answer ever comes
     bool garble = false;    // answers have the right length and wrong bytes
 };
 
 inline constexpr std::size_t kMaxStripeData = 1024;
+inline constexpr int kLargestMeasure = 9999;  // of a document, as it fits into the answer
 
 using EventSink = std::function<void(const nlohmann::json&)>;
 using PageSink = std::function<void(const Page&)>;
@@ -52,7 +62,10 @@ using PageSink = std::function<void(const Page&)>;
 // - "command": name; value, if it has a number; the position it leads to, if it moves something
 // - "text": text (UTF-8), bytes, position
 // - "bitmap": columns, bytes (their count), position
-// - "paper": what ("inserted", "fed-in", "ejected", "taken", "waiting", "waiting-ended"), status (1 to 4)
+// - "paper": what ("inserted", "fed-in", "ejected", "taken", "waiting", "waiting-ended"), status (the number
+// the
+//   host gets for it: OLI 1 to 4; OKI 1 with a document in place, 2 without)
+// - "configuration": what ("read", "written", "refused"), bytes of the block as it is now
 // - "stripe": what ("selected", "read", "written", or "refused" if there is more than a stripe holds), stripe
 //   (0 or 1), bytes and text of what is on it now
 // - "answer": to (the command's name), bytes
@@ -60,8 +73,9 @@ using PageSink = std::function<void(const Page&)>;
 // - "no-paper": name, and the text or columns that could not be printed for want of a document in place
 // - "off-page": name, and the text or number of dots that lie farther out than ink can
 // - "bad-value": name, value of a command whose value means nothing to the printer; it is not followed
-// - "malformed": name, note, bytes (their count) of a bitmap run or a stripe that was broken off, cut or
-//   ill-sized; of a run its whole columns, which are printed all the same, and their position
+// - "malformed": name, note, bytes (their count) of a bitmap run, a stripe or a configuration block that was
+//   broken off, cut or ill-sized; of a run its whole columns, which are printed all the same, and their
+//   position
 // - "unknown": bytes that are neither a command nor text, note
 class Printer {
  public:
@@ -114,9 +128,13 @@ class Printer {
     bool obeyDevice(const wire::Command& command);
     void printText(const wire::Command& command);
     void printBitmap(const wire::Command& command);
+    void obeyConfiguration(const wire::Command& command);
     void obeyStripe(const wire::Command& command);
     void eject(const wire::Command& command);
     void paperChanged(std::string_view what);
+    void layPage();
+    [[nodiscard]] int paperStatus() const;
+    [[nodiscard]] std::string measure(std::optional<int> given, int dots) const;
     void answer(const wire::Command& command, std::vector<std::uint8_t> bytes);
     void emit(const nlohmann::json& event) const;
     [[nodiscard]] nlohmann::json commandEvent(const wire::Command& command) const;
@@ -127,7 +145,7 @@ class Printer {
     Scenario scenario_;
     EventSink events_;
     PageSink ejected_;
-    wire::OliDecoder decoder_;
+    std::unique_ptr<wire::Decoder> decoder_;
     Paper paper_;
     std::shared_ptr<GlyphPainter> painter_;  // made with the first character: finding the fonts takes a while
     std::optional<Page> page_;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
 #include <string_view>
@@ -43,6 +44,10 @@ struct Bench {
             }
         }
         return nullptr;
+    }
+
+    int count(std::string_view kind) const {
+        return static_cast<int>(std::count_if(events.begin(), events.end(), [&](const auto& event) { return event.at("event") == kind; }));
     }
 
     std::vector<nlohmann::json> events;

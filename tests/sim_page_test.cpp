@@ -75,12 +75,51 @@ TEST(Bitmap, DotsLieExactlyWhereTheCommandsPutThem) {
 
 TEST(Bitmap, RunsJoinAndOverlayEachOther) {
     Bench bench;
-    // Two runs without a move in between, then one across the first with other rows.
-    bench.send("\033|A002\0331A000"s + "\x01\0\0\x01\0\0"s + "\0332\0331A000" + "\x01\0\0"s + "\0332");
-    EXPECT_EQ(bench.last("bitmap").at("xDots"), 5);
-    bench.send("\033|A002\0331A000"s + "\x02\0\0"s + "\0332\0331A000"s + "ab" + "\0332");
+    // Two runs without a move in between, one across the first with other rows, and one without a column.
+    bench.send("\033|A002\0331A000\x01\0\0\x01\0\0\0332\0331A000\x01\0\0\0332"s);
+    bench.send("\033|A002\0331A000\x02\0\0\0332\0331A000ab\0332"s);
     EXPECT_EQ(dotsOf(*bench.printer.page()), (Places{{3, 0}, {4, 0}, {5, 0}, {3, 1}}));
     EXPECT_EQ(bench.last("malformed").at("columns"), 0);
+    EXPECT_EQ(bench.last("malformed").at("xDots"), 4);
+}
+
+// A picture 100 dots wide with ink in columns 10 to 19 and 90 to 99 of its rows 7 to 53, at 50, 100: as an
+// OKI host sends it, strip by strip.
+TEST(Bitmap, OkiStripsFallIntoPlace) {
+    Bench bench({.family = Family::kOki});
+    const auto column = [](int first, int last) {
+        std::string bytes(3, '\0');
+        for (int row = first; row <= last; ++row) {
+            bytes[static_cast<std::size_t>(row / 8)] |= static_cast<char>(0x80 >> row % 8);
+        }
+        return bytes;
+    };
+    const auto strip = [](std::string_view feed, const std::string& inked) {
+        std::string bytes(feed);
+        bytes += "\033%3\0\x32\033%1\0\x14"s + std::string(30, '\0');
+        for (int i = 0; i < 20; ++i) {
+            bytes += (i == 10 ? "\033%3\0\x46\033%1\0\x0A"s : "") + inked;
+        }
+        return bytes;
+    };
+    bench.send(strip("\033%5\x46", column(1, 23)) + strip("\033%5\x10", column(0, 23)));
+    Places expected;
+    // 106 dots are 35 times 2 feed units, and those 105 dots.
+    for (int y = 106; y < 105 + 48; ++y) {
+        for (const int x : {60, 140}) {
+            for (int i = 0; i < 10; ++i) {
+                expected.emplace_back(x + i, y);
+            }
+        }
+    }
+    EXPECT_EQ(dotsOf(*bench.printer.page()), expected);
+
+    // Odd feeds are half dots, which aren't lost: 255 + 3 units and 2 of them once more.
+    bench.send("\f\033%5\xFF\033%5\x01\033%5\x02\033%1\0\x01\x80\0\x01"s);
+    EXPECT_EQ(dotsOf(*bench.printer.page()), (Places{{0, 387}, {0, 410}}));
+    bench.send("\033%3\0\x09\033%5\0AB\n\033%3\0\x24\xB4\xE6\r"s);
+    EXPECT_EQ(bench.last("text").at("xDots"), 2 * 18 + 36) << "a line feed leaves the head where it is";
+    EXPECT_EQ(bench.last("text").at("yDots"), 387 + 30);
 }
 
 TEST(Bitmap, InkBesideThePaperIsKeptAndBeyondThePictureReported) {

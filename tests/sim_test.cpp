@@ -15,6 +15,9 @@ using namespace std::chrono_literals;
 using namespace std::string_view_literals;
 
 TEST(PaperSlot, AHostSeesTheDocumentComeAndGo) {
+    Bench prompt;
+    EXPECT_EQ(prompt.ask("\033 B\033O\033 B\033L000\033 B\f\033 B"), "\033B5C\033Z\033B5@\033Z\033B5C\033Z\033B5@\033Z");
+
     Bench bench({.paper = PaperState::kNone, .habits = {2s, 3s}});
     const auto at = [&bench](std::chrono::milliseconds now) {
         bench.printer.advance(now);
@@ -38,48 +41,27 @@ TEST(PaperSlot, AHostSeesTheDocumentComeAndGo) {
     EXPECT_EQ(bench.printer.nextChange(), 102s);
 }
 
-TEST(PaperSlot, WithoutDelaysItWorksAtOnce) {
-    Bench bench;
-    EXPECT_EQ(bench.paperByte(), 'C');
-    bench.send("\033O");
-    EXPECT_EQ(bench.paperByte(), '@') << "a host that waits for the removal is done";
-    bench.send("\033l\033L000");
-    EXPECT_EQ(bench.paperByte(), 'C');
-    bench.send("\f");
-    EXPECT_EQ(bench.paperByte(), '@');
-}
-
 TEST(PaperSlot, WaitsForADocumentUntilOneComesOrTheHostGivesUp) {
     Bench bench({.paper = PaperState::kNone, .habits = {kNever, kNever}});
-    bench.send("\033L000");
-    EXPECT_EQ(bench.paperByte(), '@');
+    bench.send("\033L000A\r\0331A000abc\0332\033 B");
+    EXPECT_EQ(bench.answer(), "\033B5@\033Z") << "it goes on answering";
+    EXPECT_EQ(bench.count("no-paper"), 2) << "the text and the run could not be printed";
     EXPECT_TRUE(bench.printer.insertDocument());
     EXPECT_EQ(bench.paperByte(), 'C');
-    EXPECT_FALSE(bench.printer.insertDocument());
-    EXPECT_FALSE(bench.printer.takeDocument()) << "the printer holds it";
+    EXPECT_FALSE(bench.printer.insertDocument() || bench.printer.takeDocument()) << "the printer holds it";
     bench.send("\033O");
+    EXPECT_EQ(bench.ejectedBlank, std::vector<bool>{true});
     bench.printer.advance(std::chrono::hours(1000));
     EXPECT_EQ(bench.paperByte(), 'A');
     // What a host sends when nobody takes the document: it stays, and nothing waits for a new one.
-    bench.send("\033}0P\033L000\033 B\033j\f");
-    EXPECT_EQ(bench.answer(), "\033B5A\033Z\033rP");
-    EXPECT_TRUE(bench.printer.takeDocument());
-    EXPECT_TRUE(bench.printer.insertDocument());
+    EXPECT_EQ(bench.ask("\033}0P\033L000\033 B\033j\f"), "\033B5A\033Z\033rP");
+    EXPECT_TRUE(bench.printer.takeDocument() && bench.printer.insertDocument());
     EXPECT_EQ(bench.paperByte(), 'B');
     EXPECT_TRUE(bench.printer.takeDocument());
-    EXPECT_EQ(bench.last("no-paper"), nullptr);
-}
-
-TEST(PaperSlot, PrintingWithoutADocumentIsReported) {
-    Bench bench({.paper = PaperState::kNone});
-    bench.send("AB\r");
-    EXPECT_EQ(bench.last("no-paper").at("text"), "AB");
-    bench.send(columnAt(0, 0, "abc"));
-    EXPECT_EQ(bench.last("no-paper").at("name"), "bitmap-run");
+    bench.send("\f");
+    EXPECT_EQ(bench.count("no-paper"), 2) << "a form feed may come to an empty slot";
     bench.send("\033O");
     EXPECT_EQ(bench.last("no-paper").at("name"), "eject");
-    bench.send("\033L000\033O");
-    EXPECT_EQ(bench.ejectedBlank, std::vector<bool>{true});
 }
 
 TEST(Answers, NameTheStateTheyWereAskedFor) {
@@ -94,20 +76,32 @@ TEST(Answers, NameTheStateTheyWereAskedFor) {
     EXPECT_TRUE(firmware.starts_with("\033b0123456789ABC\033"));
 }
 
-TEST(Stripe, ReadsBackWhatWasWritten) {
+TEST(Answers, OfTheOkiFamilyTellAboutTheDocumentAndTheSettings) {
+    constexpr std::string_view kQuestions = "\033}SS\033}S-\033}SL";
+    Bench bench({.family = Family::kOki, .habits = {0ms, 1s}, .pageWidthDots = 900, .paperLength = 1500});
+    EXPECT_EQ(bench.ask(kQuestions), "\033S\0\0\033-1270\033L1500"s);
+    bench.send("A\r\033%5\x10\r\f");
+    EXPECT_EQ(bench.ask(kQuestions), "\033S\1\0\033-0000\033L0000"s);
+    EXPECT_EQ(bench.last("paper").at("status"), 2);
+    bench.printer.advance(1s);
+    EXPECT_EQ(bench.last("paper").at("what"), "fed-in") << "nobody has to ask for it";
+    EXPECT_EQ(bench.ejectedBlank, std::vector<bool>{false});
+
+    // By default there is always a document; one that was taken away at the start stays away.
+    EXPECT_EQ(Bench({.family = Family::kOki}).ask("\f\033}SS"), "\033S\0\0"s);
+    EXPECT_EQ(Bench({.family = Family::kOki, .paper = PaperState::kNone}).ask("\033}SS"), "\033S\1\0"s);
+
+    const std::string factory = bench.ask("\033} a\007");
+    EXPECT_TRUE(factory.starts_with("\033a8F") && factory.ends_with("\033Z")) << factory;
+    EXPECT_EQ(bench.ask("\033} =new\033Z\033} a\007"), "\033 =0new\033Z");
+    Bench refusing({.family = Family::kOki, .configurationResult = 2});
+    EXPECT_EQ(refusing.ask("\033} =new\033Z\033} a\007"), "\033 =2" + factory);
+}
+
+TEST(Answers, TheStripeReadsBackWhatWasWritten) {
     Bench bench({.stripes = {"123", ""}});
-    const auto read = [&bench](std::string_view select) {
-        const std::string answer = bench.ask(std::string(select) + "\033]");
-        EXPECT_EQ(answer.back(), '\x1C');
-        return answer.substr(2, answer.size() - 3);
-    };
-    const std::string first = "\033l\033YE@@";
-    const std::string second = "\033l\033YEA@";
-    EXPECT_EQ(read(first), "123");
-    EXPECT_EQ(read(second), "");
-    bench.send("\033t777=8\x1D\033\\");
-    EXPECT_EQ(read(""), "777=8") << "the stripe selected last";
-    EXPECT_EQ(read(first), "123");
+    EXPECT_EQ(bench.ask("\033YE@@\033]\033YEA@\033]"), "\033]123\x1C\033]\x1C");
+    EXPECT_EQ(bench.ask("\033t777=8\x1D\033\\\033]\033YE@@\033]"), "\033]777=8\x1C\033]123\x1C");
     bench.send("\033t" + std::string(kMaxStripeData + 1, '5') + "\x1D\033\\");
     EXPECT_EQ(bench.last("stripe").at("what"), "refused");
     EXPECT_EQ(bench.printer.stripe(0), "123");
