@@ -111,11 +111,7 @@ class Program {
 // The host: has the port open for as long as it lives.
 class Host {
  public:
-<<<<<<< HEAD
-    explicit Host(const std::string& port, int flags = 0) : line_(open(("/dev/" + port).c_str(), O_RDWR | O_NOCTTY | flags)) {}
-=======
     explicit Host(const std::string& port) : line_(open(("/dev/" + port).c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK)) {}
->>>>>>> sim
 
     bool send(std::string_view bytes) const { return write(line_.get(), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()); }
 
