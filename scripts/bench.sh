@@ -4,5 +4,6 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
 cmake --preset default -DPASSBOOK_BENCH=ON >/dev/null
-cmake --build --preset default --target passbook_bench
-exec build/default/bench/passbook_bench "$@"
+cmake --build --preset default --target passbook_bench passbook_scan_bench
+build/default/bench/passbook_bench "$@"
+build/default/bench/passbook_scan_bench

@@ -17,8 +17,8 @@
 
 #include "api/passbook.h"
 #include "image/handles.h"
-#include "sim/port.h"
 #include "sim/printer.h"
+#include "tests/line.h"
 #include "tests/support.h"
 
 namespace passbook::tests {
@@ -87,80 +87,6 @@ std::vector<std::string> expectedDots(Picture picture, bool escapes = true) {
     }
     return rows;
 }
-
-/// A virtual printer on a pseudo-terminal, in a thread of its own. Each ejected page is compared with what
-/// was expected.
-class PrinterOnALine {
- public:
-    explicit PrinterOnALine(sim::Scenario scenario = {})
-        : printer_(
-              std::move(scenario), [this](const nlohmann::json& event) { note(event); }, [this](const sim::Page& page) { compare(page); }) {
-        std::string error;
-        port_ = sim::PtyPort::open(printer_, error);
-        EXPECT_NE(port_, nullptr) << error;
-        thread_ = std::thread([this] {
-            while (!stop_ && port_->serve(20)) {
-            }
-        });
-    }
-    ~PrinterOnALine() {
-        stop_ = true;
-        thread_.join();
-    }
-    [[nodiscard]] const std::string& name() const { return port_->name(); }
-
-    void expect(std::vector<std::string> rows, int xDots, int yDots) {
-        const std::lock_guard lock(mutex_);
-        rows_ = std::move(rows);
-        xDots_ = xDots;
-        yDots_ = yDots;
-        differences_ = -1;
-    }
-    /// The OKI functions ask nothing at the end that would tell that the page is out.
-    void waitForPage() {
-        for (int i = 0; i < 2000 && differences() < 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    int differences() {
-        const std::lock_guard lock(mutex_);
-        return differences_;
-    }
-    std::set<std::string> surprises() {
-        const std::lock_guard lock(mutex_);
-        return surprises_;
-    }
-
- private:
-    void note(const nlohmann::json& event) {
-        const std::lock_guard lock(mutex_);
-        const std::string kind = event["event"];
-        if (kind == "unknown" || kind == "malformed" || kind == "no-paper" || kind == "off-page" || kind == "bad-value")
-            surprises_.insert(event.dump());
-    }
-    void compare(const sim::Page& page) {
-        const std::lock_guard lock(mutex_);
-        differences_ = 0;
-        constexpr int around = 30;  // dots beside the picture that have to stay blank
-        const int height = static_cast<int>(rows_.size());
-        const int width = height > 0 ? 500 : 0;
-        for (int y = -around; y < height + around; ++y) {
-            for (int x = -around; x < width + around; ++x) {
-                const bool inside = y >= 0 && y < height && x >= 0 && x < static_cast<int>(rows_[static_cast<std::size_t>(y)].size());
-                const bool want = inside && rows_[static_cast<std::size_t>(y)][static_cast<std::size_t>(x)] == '#';
-                if (page.dot(xDots_ + x, yDots_ + y) != want) ++differences_;
-            }
-        }
-    }
-
-    std::mutex mutex_;
-    std::vector<std::string> rows_;
-    int xDots_ = 0, yDots_ = 0;
-    int differences_ = -1;
-    std::set<std::string> surprises_;
-    sim::Printer printer_;
-    std::unique_ptr<sim::PtyPort> port_;
-    std::atomic<bool> stop_ = false;
-    std::thread thread_;
-};
 
 TEST(OnTheLine, TwoHundredPicturesComeOutAsTheyAre) {
     PrinterOnALine printer;
@@ -299,130 +225,152 @@ TEST(OnTheLine, AnswersInPiecesAreReadWhole) {
 }
 
 /// The virtual printer without a line, of which the n-th transfer fails.
-class FailingLine : public Protocol {
- public:
+struct FailingLine {
     enum Fault { none, error, shortened, silence, garbage };
-    FailingLine(Fault fault, int at) : fault_(fault), at_(at) {}
+    sim::Printer printer;
+    Fault fault = none;
+    int at = 0, transfers = 0, reads = 0;
+    std::vector<std::uint8_t> pending{};
 
-    int transfers = 0;
+    Fault due() { return ++transfers == at ? fault : none; }
+};
 
+/// The port of one call, for some close theirs.
+class LinePort : public Protocol {
+   public:
+    explicit LinePort(FailingLine& line) : line_(line) {}
     int OpenDevice() override { return 0; }
     int CloseDevice() override { return 0; }
     int WritePipe(const unsigned char* data) override {
         std::vector<std::uint8_t> sent(data, data + writeLength);
-        switch (due()) {
-            case error:
-                return -1;
-            case silence:
-                return 0;  // taken by the system, never seen by the printer
-            case shortened:
-                sent.resize(sent.size() / 2);
-                break;
-            case garbage:
-                for (std::uint8_t& byte : sent) byte ^= 0x55;
-                break;
-            case none:
-                break;
-        }
-        printer_.receive(sent);
+        const auto fault = line_.due();
+        if (fault == FailingLine::error)
+            return -1;
+        if (fault == FailingLine::silence)
+            return 0;  // taken by the system, never seen by the printer
+        if (fault == FailingLine::shortened)
+            sent.resize(sent.size() / 2);
+        for (std::uint8_t& byte : sent)
+            byte ^= fault == FailingLine::garbage ? 0x55 : 0;
+        line_.printer.receive(sent);
         return sent.empty() ? -1 : 0;
     }
     int ReadPipe(unsigned char* buffer) override {
-        printer_.advance(std::chrono::milliseconds(++reads_));
-        while (pending_.empty() && printer_.answerPending()) {
-            const auto answer = printer_.takeAnswer();
-            pending_.insert(pending_.end(), answer.begin(), answer.end());
-        }
-        auto count = std::min(pending_.size(), static_cast<std::size_t>(readLength));
-        const Fault fault = due();
-        if (fault == error || fault == silence) {
-            if (fault == silence) pending_.clear();
+        line_.printer.advance(std::chrono::milliseconds(++line_.reads));
+        auto& pending = line_.pending;
+        if (pending.empty() && line_.printer.answerPending())
+            pending = line_.printer.takeAnswer();
+        auto count = std::min(pending.size(), static_cast<std::size_t>(readLength));
+        const auto fault = line_.due();
+        if (fault == FailingLine::silence)
+            pending.clear();
+        if (fault == FailingLine::error || fault == FailingLine::silence)
             count = 0;
-        } else if (fault == shortened) {
+        if (fault == FailingLine::shortened)
             count = std::min<std::size_t>(count, 1);
-        } else if (fault == garbage) {
-            for (std::uint8_t& byte : pending_) byte ^= 0xFF;
-        }
+        for (std::uint8_t& byte : pending)
+            byte ^= fault == FailingLine::garbage ? 0xFF : 0;
         if (count == 0) {
             virtualClock.microseconds += 1'000'000;  // the line's own time-out
             return -1;
         }
-        std::memcpy(buffer, pending_.data(), count);
-        pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(count));
+        std::memcpy(buffer, pending.data(), count);
+        pending.erase(pending.begin(), pending.begin() + static_cast<std::ptrdiff_t>(count));
         readLength = static_cast<int>(count);
         return 0;
     }
 
- private:
-    Fault due() { return ++transfers == at_ ? fault_ : none; }
-
-    Fault fault_;
-    int at_;
-    int reads_ = 0;
-    sim::Printer printer_;
-    std::vector<std::uint8_t> pending_;
+   private:
+    FailingLine& line_;
 };
 
-/// A whole day at the counter. Every result must be one that the header lists for its call.
-std::vector<int> runSession(const std::string& picture) {
-    char buffer0[64], buffer1[64];
-    unsigned char identifier[13];
-    const struct {
-        const char* name;
-        std::function<int()> call;
-        std::set<int> documented;
-    } calls[] = {
+struct Step {
+    const char* name;
+    std::function<int()> call;
+    std::set<int> documented;  // the header's results; the first one is that of a good line
+};
+
+char buffer0[64], buffer1[64];
+unsigned char identifier[13];
+
+std::vector<Step> oliDay() {
+    return {
         {"init", [] { return YARDO_PR2_InitPrinter(2, 3); }, {0, -30}},
         {"insert", YARDO_PR2_InsertPaper, {0, -3}},
-        {"paper", YARDO_PR2_GetPaperStatus, {1, 2, 3, 4, -3, -20}},
+        {"paper", YARDO_PR2_GetPaperStatus, {4, 1, 2, 3, -3, -20}},
         {"format", [] { return YARDO_PR2_SetFormat(12, 1, 1, 1); }, {0, -3}},
         {"space", [] { return YARDO_PR2_SetLineSpace(0, 4.2); }, {0, -3}},
         {"text", [] { return YARDO_PR2_PrintData(0, 10, 10, "存款 100.00", -1); }, {0, -3}},
-        {"underline", [] { return YARDO_PR2_SetUnderLine(1); }, {0, -3}},
         {"line", YARDO_PR2_LR, {0, -3}},
-        {"picture", [&] { return YARDO_PrintBmpOLI(picture.c_str(), false, 20, 20); }, {0, -3}},
+        {"picture", [] { return YARDO_PrintBmpOLI("a.bmp", false, 20, 20); }, {0, -3}},
         {"printer", YARDO_PR2_GetPrinterStatus, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, -3, -22}},
         {"stripe write", [] { return YARDO_PR2_MSW(0, "12=34", 5); }, {0, -3}},
-        {"stripes", [&] { return YARDO_PR2_MSRALL(buffer0, 64, buffer1, 64); }, {0, -3, -4}},
-        {"identifier", [&] { return YARDO_PR2_GetFWID(identifier); }, {0, -4}},
+        {"stripes", [] { return YARDO_PR2_MSRALL(buffer0, 64, buffer1, 64); }, {0, -3, -4}},
+        {"identifier", [] { return YARDO_PR2_GetFWID(identifier); }, {0, -4}},
+        {"scan", [] { return YARDO_ScantoFileOLI("f.bmp", "b.bmp", 2, 0, 0, false, 2, 200, 1); }, {0, 2, -40, -31}},
         {"removal", [] { return YARDO_PR2_SPB(4); }, {0, -3, -20}},
     };
+}
+
+std::vector<Step> okiDay() {
+    return {
+        {"text", [] { return PT_PrintTxtStream("line", 0, 1, 10, 10, "存款\n100.00", -1); }, {0, -3}},
+        {"picture", [] { return PT_PrintImageFileRevolve("line", 0, 1, 20, 20, 0, "a.bmp", 1); }, {0, -3}},
+        {"scan", [] { return YARDO_ScantoFileOKI("f.bmp", "b.jpg", 2, 0, 0, 0, false, 2, 200, 1); }, {0, -3, -20, -21, -4, -40, -31}},
+        {"eject", [] { return PT_Eject("line", 0); }, {0, -3}},
+    };
+}
+
+/// Does the day on a line; returns the results, and the transfers that it took.
+std::pair<std::vector<int>, int> spend(const std::vector<Step>& day, sim::Family family, FailingLine::Fault fault, int at) {
+    sim::Scenario scenario;
+    scenario.family = family;
+    const auto row = [](int, std::span<std::uint8_t> pixels) { std::fill(pixels.begin(), pixels.end(), std::uint8_t{0x30}); };
+    scenario.scan.sides = {sim::Document{40, 16, row}, sim::Document{40, 16, row}};
+    scenario.scan.block = 300;
+    virtualClock = {};
+    FailingLine line{sim::Printer(scenario), fault, at};
+    installPort(new LinePort(line));
+    EXPECT_EQ(YARDO_PR2_OpenPort("line"), 0);
     std::vector<int> results;
-    for (const auto& each : calls) {
-        results.push_back(each.call());
-        EXPECT_TRUE(each.documented.contains(results.back())) << each.name << " gave " << results.back();
+    testing::internal::CaptureStdout();  // scans tell their progress
+    for (const Step& step : day) {
+        if (protocol == nullptr)
+            installPort(new LinePort(line));
+        results.push_back(step.call());
+        EXPECT_TRUE(step.documented.contains(results.back())) << step.name << " gave " << results.back();
     }
-    return results;
+    (void)testing::internal::GetCapturedStdout();
+    EXPECT_LT(virtualClock.microseconds - VirtualClock{}.microseconds, 250'000'000);
+    EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
+    // Of a scan that failed, a private temporary file may be there; nothing else is left.
+    for (const auto& entry : std::filesystem::directory_iterator(".")) {
+        if (entry.path().filename().string().starts_with(".tmp_")) {
+            EXPECT_EQ(entry.status().permissions(), std::filesystem::perms(0600));
+            std::filesystem::remove(entry);
+        }
+    }
+    return {results, line.transfers};
 }
 
 TEST(Torture, AnyTransferMayFailInAnyWay) {
     const TemporaryDirectory directory;
-    const std::string path = directory.file("a.bmp");
+    std::filesystem::current_path(directory.file(""));
     Random random(7);
-    writeFile(path, randomPicture(random, 141).bmp(24, true));
-    const std::vector<int> good = {0, 0, 4, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0};
-
-    const auto runWith = [&](FailingLine::Fault fault, int at) {
-        virtualClock = {};
-        auto* line = new FailingLine(fault, at);
-        installPort(line);
-        EXPECT_EQ(YARDO_PR2_OpenPort("line"), 0);
-        const std::vector<int> results = runSession(path);
-        EXPECT_LT(virtualClock.microseconds - VirtualClock{}.microseconds, 200'000'000);
-        const int transfers = line->transfers;
-        EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
-        return std::pair(results, transfers);
-    };
-    const auto [results, transfers] = runWith(FailingLine::none, 0);
-    ASSERT_EQ(results, good);
-    for (const auto fault : {FailingLine::error, FailingLine::shortened, FailingLine::silence, FailingLine::garbage}) {
-        for (int at = 1; at <= transfers; ++at) {
-            SCOPED_TRACE("fault " + std::to_string(fault) + " at transfer " + std::to_string(at));
-            (void)runWith(fault, at);
-            ASSERT_EQ(runWith(FailingLine::none, 0).first, good);
-            if (HasFailure()) return;
+    writeFile("a.bmp", randomPicture(random, 141).bmp(24, true));
+    const std::vector<int> goodOli = {0, 0, 4, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0}, goodOki = {0, 0, 0, 0};
+    for (const auto& [day, family, good] : {std::tuple{oliDay(), sim::Family::kOli, goodOli}, {okiDay(), sim::Family::kOki, goodOki}}) {
+        const auto [results, transfers] = spend(day, family, FailingLine::none, 0);
+        ASSERT_EQ(results, good);
+        for (const auto fault : {FailingLine::error, FailingLine::shortened, FailingLine::silence, FailingLine::garbage}) {
+            for (int at = 1; at <= transfers && !::testing::Test::HasFailure(); ++at) {
+                SCOPED_TRACE("fault " + std::to_string(fault) + " at transfer " + std::to_string(at));
+                (void)spend(day, family, fault, at);
+                EXPECT_EQ(spend(day, family, FailingLine::none, 0).first, good);
+            }
         }
     }
+    std::filesystem::current_path("/");
 }
 
 }  // namespace
