@@ -74,10 +74,20 @@ int nextSignal(const Descriptor& signals) {
     return got == static_cast<ssize_t>(sizeof info) ? static_cast<int>(info.ssi_signo) : 0;
 }
 
-int run(const Options& options) {
+int run(Options options) {
     EventLog log;
     if (!options.eventFile.empty() && !log.open(options.eventFile)) {
         return fail(options.eventFile + ": can't be written");
+    }
+    for (std::size_t side = 0; side < options.scanFiles.size(); ++side) {
+        std::string error;
+        const std::string& file = options.scanFiles[side];
+        if (!file.empty()) {
+            options.scenario.scan.sides[side] = documentFromFile(file, error);
+        }
+        if (!error.empty()) {
+            return fail(error);
+        }
     }
     const bool keepsPage = !options.pageFile.empty();
     PageFile pageFile(options.pageFile);

@@ -95,6 +95,27 @@ void addStripe(CLI::App& app, const std::string& name, std::string& data) {
         });
 }
 
+void addScan(CLI::App& app, Options& options) {
+    ScanScenario& scan = options.scenario.scan;
+    app.add_option("--scan-front", options.scanFiles[0],
+                   "Scan this PNG, JPEG or BMP file as the front [the page as printed]")
+        ->type_name("FILE");
+    app.add_option("--scan-back", options.scanFiles[1], "The same for the back [blank]")->type_name("FILE");
+    app.add_option("--scan-block", scan.block, "Bytes of image data at once, at most [4095]")
+        ->check(CLI::Range(std::size_t{2}, kPtyBlock).description(""))
+        ->type_name("N");
+    app.add_option("--scan-break", scan.breakAfter, "Break a scan off after N bytes of image data")
+        ->type_name("N");
+    app.add_option("--scan-size-error", scan.sizeError,
+                   "Announce N more (or -N less) than there are: oki bytes, oli rows")
+        ->type_name("N");
+    app.add_option("--scan-rows-error", scan.rowsError, "oli: end with a row count that is wrong by N")
+        ->type_name("N");
+    app.add_flag("--scan-fillers", scan.fillers, "Put eight bytes that are no image between the blocks");
+    app.add_flag("--scan-no-end", scan.noEnd, "End no side of a scan");
+    app.add_flag("--scan-silent", scan.silent, "Deliver nothing of a scan");
+}
+
 }  // namespace
 
 ParsedOptions parseOptions(int argc, const char* const* argv) {
@@ -142,6 +163,8 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
                    "oki: what writing the configuration gives: 0 accepted, 1 or 2 refused [0]")
         ->check(CLI::Range(0, 2).description(""))
         ->type_name("N");
+
+    addScan(app, options);
 
     app.add_option("--split", scenario.split,
                    "Answer in pieces of N bytes, each when the host has read the last")

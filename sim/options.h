@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <optional>
 #include <string>
 
@@ -12,6 +13,8 @@ struct Options {
     Scenario scenario;
     std::string pageFile;   // empty: no picture is kept
     std::string eventFile;  // empty: no log
+    // Pictures of the document's sides for the scanner, not read yet; empty: none.
+    std::array<std::string, 2> scanFiles;
 };
 
 inline constexpr int kExitFailure = 1;

@@ -38,6 +38,18 @@ cairo_status_t append(void* file, const unsigned char* bytes, unsigned int lengt
     return CAIRO_STATUS_SUCCESS;
 }
 
+constexpr std::size_t kPixelBytes = 4;
+
+int strideOf(int width) {
+    return cairo_format_stride_for_width(CAIRO_FORMAT_RGB24, width);
+}
+
+// Draws into `pixels`, which must outlive it.
+Surface surfaceOf(std::vector<std::uint8_t>& pixels, int width, int height) {
+    return Surface(cairo_image_surface_create_for_data(pixels.data(), CAIRO_FORMAT_RGB24, width, height,
+                                                       strideOf(width)));
+}
+
 // The size to which a picture grows for ink that ends at `needed`: by inches, so that a page full of
 // overhanging lines isn't copied once a line.
 int grown(int size, int needed, int limit) {
@@ -176,8 +188,10 @@ void Page::growTo(int width, int height) {
     height_ = newHeight;
 }
 
-std::vector<std::uint8_t> Page::png() const {
-    const Surface picture(cairo_image_surface_create(CAIRO_FORMAT_RGB24, width_, height_));
+std::vector<std::uint8_t> Page::render() const {
+    std::vector<std::uint8_t> pixels(static_cast<std::size_t>(strideOf(width_)) *
+                                     static_cast<std::size_t>(height_));
+    const Surface picture = surfaceOf(pixels, width_, height_);
     {
         const Cairo cairo(cairo_create(picture.get()));
         // What fell beside the paper stands on grey.
@@ -190,23 +204,26 @@ std::vector<std::uint8_t> Page::png() const {
             cairo_set_source_rgb(cairo.get(), 0, 0, 0);
             cairo_mask_surface(cairo.get(), text_->surface(), 0, 0);
         }
-    }
-    cairo_surface_flush(picture.get());
-    unsigned char* pixels = cairo_image_surface_get_data(picture.get());
-    if (pixels == nullptr) {
-        return {};
-    }
-    const int stride = cairo_image_surface_get_stride(picture.get());
-    for (int y = 0; y < height_; ++y) {
-        for (int x = 0; x < width_; ++x) {
-            if (dot(x, y)) {
-                unsigned char* pixel = pixels + static_cast<std::ptrdiff_t>(y) * stride + x * 4;
-                std::fill_n(pixel, 4, static_cast<unsigned char>(0));
-            }
+        if (cairo_status(cairo.get()) != CAIRO_STATUS_SUCCESS) {
+            return {};
         }
     }
-    cairo_surface_mark_dirty(picture.get());
+    cairo_surface_flush(picture.get());
+    for (std::size_t i = 0; i < dots_.size(); ++i) {
+        if (dots_[i] != 0) {
+            std::fill_n(pixels.begin() + static_cast<std::ptrdiff_t>(i * kPixelBytes), kPixelBytes,
+                        std::uint8_t{0});
+        }
+    }
+    return pixels;
+}
 
+std::vector<std::uint8_t> Page::png() const {
+    std::vector<std::uint8_t> pixels = render();
+    if (pixels.empty()) {
+        return {};
+    }
+    const Surface picture = surfaceOf(pixels, width_, height_);
     std::vector<std::uint8_t> file;
     if (cairo_surface_write_to_png_stream(picture.get(), append, &file) != CAIRO_STATUS_SUCCESS ||
         file.size() < kBehindHeaderChunk) {

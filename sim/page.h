@@ -69,6 +69,13 @@ class Page {
     // Draws one character. False, and nothing drawn, if its cell reaches beyond the farthest place.
     [[nodiscard]] bool drawGlyph(const Glyph& glyph, GlyphPainter& painter);
 
+    [[nodiscard]] int paperWidth() const { return paperWidth_; }
+    [[nodiscard]] int paperHeight() const { return paperHeight_; }
+
+    // The picture, four bytes a pixel: blue, green, red and one without meaning; empty if there is no memory
+    // for it.
+    [[nodiscard]] std::vector<std::uint8_t> render() const;
+
     // The picture as a PNG file of 180 dots per inch; empty if there is no memory for it.
     [[nodiscard]] std::vector<std::uint8_t> png() const;
 

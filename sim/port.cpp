@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <stdlib.h>
+#include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -20,12 +21,18 @@ namespace {
 
 constexpr std::string_view kDeviceDirectory = "/dev/";
 
-// How often a piece that may not go out yet is looked at again: the system doesn't tell when the host has
-// read.
-constexpr int kHostCheckMs = 1;
+// The system tells when the host has read, but not when it has thrown away what was there: so a piece that
+// may not go out yet is looked at again now and then.
+constexpr int kHostCheckMs = 20;
 
-// Read in one round at most, so that a host that never pauses doesn't keep the caller from its other work.
+// How long the host is awaited between two pieces before the rest of a round is done. One that keeps up reads
+// within microseconds.
+constexpr int kHostPatienceMs = 2;
+
+// Read or handed over in one round at most, so that a host that never pauses
+// doesn't keep the caller from its other work.
 constexpr int kReadsPerRound = 16;
+constexpr int kPiecesPerRound = 64;
 
 bool tryAgain() {
     return errno == EAGAIN || errno == EINTR;
@@ -65,25 +72,35 @@ std::unique_ptr<PtyPort> PtyPort::open(Printer& printer, std::string& error) {
     if (tcsetattr(hostSide.get(), TCSANOW, &settings) != 0) {
         return failed(path.data());
     }
+    // A host that reads makes room on the line; edge-triggered, that is told every time.
+    Descriptor hostReads(epoll_create1(EPOLL_CLOEXEC));
+    epoll_event room{};
+    room.events = EPOLLOUT | EPOLLET;
+    if (!hostReads.valid() || epoll_ctl(hostReads.get(), EPOLL_CTL_ADD, line.get(), &room) != 0) {
+        return failed("no pseudo-terminal");
+    }
     std::string name(path.data());
     if (name.starts_with(kDeviceDirectory)) {
         name.erase(0, kDeviceDirectory.size());
     }
     return std::unique_ptr<PtyPort>(
-        new PtyPort(printer, std::move(line), std::move(hostSide), std::move(name)));
+        new PtyPort(printer, std::move(line), std::move(hostSide), std::move(hostReads), std::move(name)));
 }
 
-PtyPort::PtyPort(Printer& printer, Descriptor line, Descriptor hostSide, std::string name)
+PtyPort::PtyPort(Printer& printer, Descriptor line, Descriptor hostSide, Descriptor hostReads,
+                 std::string name)
     : printer_(printer),
       line_(std::move(line)),
       hostSide_(std::move(hostSide)),
+      hostReads_(std::move(hostReads)),
       name_(std::move(name)),
       start_(std::chrono::steady_clock::now()) {}
 
 bool PtyPort::serve(int timeoutMs, int wakeDescriptor) {
     using std::chrono::milliseconds;
     printer_.advance(now());
-    if (!handOver()) {
+    const int patienceMs = std::clamp(timeoutMs, 0, kHostPatienceMs);
+    if (!handOver(patienceMs)) {
         return false;
     }
     milliseconds wait(std::max(timeoutMs, 0));
@@ -91,17 +108,19 @@ bool PtyPort::serve(int timeoutMs, int wakeDescriptor) {
         // One more, since what is due falls between two milliseconds of the clock.
         wait = std::clamp(printer_.nextChange() - now() + milliseconds(1), milliseconds(0), wait);
     }
-    if (printer_.answerPending()) {
+    const bool held = outgoing_.empty() && printer_.answerPending();
+    if (held) {
         wait = std::min(wait, milliseconds(kHostCheckMs));
     }
     const short room = outgoing_.empty() ? short{0} : short{POLLOUT};
-    std::array<pollfd, 2> watched{pollfd{line_.get(), static_cast<short>(POLLIN | room), 0},
-                                  pollfd{wakeDescriptor, POLLIN, 0}};
+    std::array<pollfd, 3> watched{pollfd{line_.get(), static_cast<short>(POLLIN | room), 0},
+                                  pollfd{wakeDescriptor, POLLIN, 0},
+                                  pollfd{held ? hostReads_.get() : -1, POLLIN, 0}};
     if (poll(watched.data(), watched.size(), static_cast<int>(wait.count())) < 0 && errno != EINTR) {
         return false;
     }
     printer_.advance(now());
-    return takeIn() && handOver();
+    return takeIn() && handOver(patienceMs);
 }
 
 std::chrono::milliseconds PtyPort::now() const {
@@ -109,25 +128,45 @@ std::chrono::milliseconds PtyPort::now() const {
 }
 
 bool PtyPort::hostHasReadAll() const {
-    // What was written a moment ago may still be on its way to the queue that FIONREAD counts; poll() on the
-    // queue's side makes the system finish that first.
+    // poll() on the queue's side makes the system bring there first what was written a moment ago. But a host
+    // can have said that less than so many bytes are nothing to it, so that they have to be counted, too.
     pollfd queue{hostSide_.get(), POLLIN, 0};
-    (void)poll(&queue, 1, 0);
     int unread = 0;
-    return ioctl(hostSide_.get(), FIONREAD, &unread) == 0 && unread == 0;
+    return poll(&queue, 1, 0) == 0 && ioctl(hostSide_.get(), FIONREAD, &unread) == 0 && unread == 0;
 }
 
-bool PtyPort::handOver() {
+bool PtyPort::awaitHost(int patienceMs) {
+    if (!lastStoodAlone_ && hostHasReadAll()) {
+        return true;
+    }
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(patienceMs);
     while (true) {
+        // A wait comes first, since the piece before went out just now. What it tells may be old.
+        epoll_event event{};
+        (void)epoll_wait(hostReads_.get(), &event, 1, patienceMs);
+        if (hostHasReadAll()) {
+            lastStoodAlone_ = false;
+            return true;
+        }
+        if (std::chrono::steady_clock::now() >= limit) {
+            return false;
+        }
+    }
+}
+
+bool PtyPort::handOver(int patienceMs) {
+    for (int piece = 0; piece < kPiecesPerRound; ++piece) {
         if (outgoing_.empty()) {
             if (!printer_.answerPending()) {
                 return true;
             }
+            const bool standsAlone = printer_.answerStandsAlone();
             // A host that reads late must still see the pieces apart.
-            if (printer_.scenario().split > 0 && !hostHasReadAll()) {
+            if ((standsAlone || lastStoodAlone_) && !awaitHost(patienceMs)) {
                 return true;
             }
             outgoing_ = printer_.takeAnswer();
+            lastStoodAlone_ = standsAlone;
         }
         const ssize_t written = write(line_.get(), outgoing_.data(), outgoing_.size());
         if (written < 0) {
@@ -138,6 +177,7 @@ bool PtyPort::handOver() {
             return true;
         }
     }
+    return true;
 }
 
 bool PtyPort::takeIn() {

@@ -44,19 +44,22 @@ class PtyPort {
     [[nodiscard]] bool serve(int timeoutMs, int wakeDescriptor = -1);
 
  private:
-    PtyPort(Printer& printer, Descriptor line, Descriptor hostSide, std::string name);
+    PtyPort(Printer& printer, Descriptor line, Descriptor hostSide, Descriptor hostReads, std::string name);
 
     [[nodiscard]] std::chrono::milliseconds now() const;
     [[nodiscard]] bool hostHasReadAll() const;
-    [[nodiscard]] bool handOver();
+    [[nodiscard]] bool awaitHost(int patienceMs);
+    [[nodiscard]] bool handOver(int patienceMs);
     [[nodiscard]] bool takeIn();
 
     Printer& printer_;
-    Descriptor line_;      // the printer's side
-    Descriptor hostSide_;  // ours, so that the line stays up while no host has it open
+    Descriptor line_;       // the printer's side
+    Descriptor hostSide_;   // ours, so that the line stays up while no host has it open
+    Descriptor hostReads_;  // tells that the host may have read
     std::string name_;
     std::chrono::steady_clock::time_point start_;
     std::vector<std::uint8_t> outgoing_;  // a piece the line had no room for
+    bool lastStoodAlone_ = false;         // nothing may be put behind the piece sent last
 };
 
 }  // namespace passbook::sim

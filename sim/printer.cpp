@@ -98,7 +98,7 @@ void Printer::obey(const Command& command) {
         default:
             break;
     }
-    if (!obeyMove(command) && !obeyFormat(command) && !obeyDevice(command)) {
+    if (!obeyMove(command) && !obeyFormat(command) && !obeyDevice(command) && !obeyScan(command)) {
         // Nothing that could be seen: it is enough to have been heard.
         emit(commandEvent(command));
     }
@@ -265,7 +265,9 @@ void Printer::emit(const nlohmann::json& event) const {
 
 nlohmann::json Printer::commandEvent(const Command& command) const {
     nlohmann::json event{{"event", "command"}, {"name", command.name}};
-    if (!command.numbers.empty()) {
+    if (command.numbers.size() > 1) {
+        event["values"] = command.numbers;
+    } else if (!command.numbers.empty()) {
         event["value"] = command.number();
     }
     return event;

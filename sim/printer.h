@@ -16,6 +16,7 @@
 
 #include "sim/page.h"
 #include "sim/paper.h"
+#include "sim/scan.h"
 #include "wire/decoder.h"
 
 namespace passbook::sim {
@@ -42,6 +43,8 @@ struct Scenario {
     std::string configuration = "\033a8F010003224000901" + std::string(11, '\x7F');  // less its final ESC Z
     int configurationResult = 0;  // what the host gets for writing one: 0 accepted, 1 or 2 refused
 
+    ScanScenario scan{};
+
     std::size_t split = 0;  // answers come in pieces of that many bytes; 0: whole
     bool silent = false;    // no answer ever comes
     bool garble = false;    // answers have the right length and wrong bytes
@@ -59,7 +62,8 @@ using PageSink = std::function<void(const Page&)>;
 // Events are JSON objects; "event" names the kind. Positions are "xDots", "yDots", "xMm", "yMm"; bytes are
 // hexadecimal and cut short when there are many.
 //
-// - "command": name; value, if it has a number; the position it leads to, if it moves something
+// - "command": name; value, if it has a number, or values, if it has several; the position it leads to, if it
+// moves something
 // - "text": text (UTF-8), bytes, position
 // - "bitmap": columns, bytes (their count), position
 // - "paper": what ("inserted", "fed-in", "ejected", "taken", "waiting", "waiting-ended"), status (the number
@@ -68,6 +72,8 @@ using PageSink = std::function<void(const Page&)>;
 // - "configuration": what ("read", "written", "refused"), bytes of the block as it is now
 // - "stripe": what ("selected", "read", "written", or "refused" if there is more than a stripe holds), stripe
 //   (0 or 1), bytes and text of what is on it now
+// - "scan": what ("started", with bits of the front and the back, 0 for a side that isn't wanted, dpi and
+//   fromBottom; "delivered" or "broken-off", with bytes of image data; "ended" by an ejection)
 // - "answer": to (the command's name), bytes
 // - "answer-lost": the same of an answer that is not given; note
 // - "no-paper": name, and the text or columns that could not be printed for want of a document in place
@@ -90,10 +96,14 @@ class Printer {
     // reported.
     void finish();
 
-    // What the printer has to say, oldest first: all of it, or at most Scenario::split bytes of one answer;
-    // nothing if there is no answer.
+    // What the printer has to say, oldest first: all of it, or at most Scenario::split bytes of one answer,
+    // or one piece of a scan; nothing if there is no answer.
     [[nodiscard]] std::vector<std::uint8_t> takeAnswer();
     [[nodiscard]] bool answerPending() const { return !answers_.empty(); }
+    // The host must get what takeAnswer() brings next with a read of its own.
+    [[nodiscard]] bool answerStandsAlone() const {
+        return answerPending() && (scenario_.split > 0 || answers_.front().scan != nullptr);
+    }
 
     // Lets time go by up to `now`, counted from the printer's start; what is due by then happens.
     void advance(std::chrono::milliseconds now) { paper_.advance(now); }
@@ -122,10 +132,21 @@ class Printer {
         Underline underline = Underline::kNone;
     };
 
+    // Something for the host: an answer, or a scan that is made while it is taken.
+    struct Outgoing {
+        std::vector<std::uint8_t> bytes;
+        std::unique_ptr<ScanDelivery> scan;
+    };
+
     void obey(const wire::Command& command);
     bool obeyMove(const wire::Command& command);
     bool obeyFormat(const wire::Command& command);
     bool obeyDevice(const wire::Command& command);
+    bool obeyScan(const wire::Command& command);
+    void startScan(const wire::Command& command);
+    [[nodiscard]] ScanScenario scanOfDocument() const;
+    [[nodiscard]] std::vector<std::uint8_t> takeScanPiece();
+    bool dropScan();
     void printText(const wire::Command& command);
     void printBitmap(const wire::Command& command);
     void obeyConfiguration(const wire::Command& command);
@@ -154,8 +175,9 @@ class Printer {
     double headDots_ = 0;  // of the print head from the left margin
     int line_ = 0;         // of the paper, in 1/240 inch
     std::size_t stripe_ = 0;
-    std::deque<std::vector<std::uint8_t>> answers_;
-    std::size_t answerBytes_ = 0;  // of all of them
+    ScanRequest scanRequest_;
+    std::deque<Outgoing> answers_;
+    std::size_t answerBytes_ = 0;  // of all of them, without a scan
 };
 
 }  // namespace passbook::sim

@@ -175,6 +175,9 @@ void Printer::paperChanged(std::string_view what) {
     if (what == "fed-in") {
         layPage();
     } else if (what == "ejected") {
+        if (dropScan()) {
+            emit({{"event", "scan"}, {"what", "ended"}});
+        }
         ejectedPage_ = std::move(page_);
         page_.reset();
         if (ejected_ && ejectedPage_) {
@@ -197,20 +200,26 @@ void Printer::answer(const Command& command, std::vector<std::uint8_t> bytes) {
         event["note"] = scenario_.silent ? "silent" : "too many answers unread";
     } else {
         answerBytes_ += bytes.size();
-        answers_.push_back(std::move(bytes));
+        answers_.push_back({std::move(bytes), nullptr});
     }
     emit(event);
 }
 
 std::vector<std::uint8_t> Printer::takeAnswer() {
     std::vector<std::uint8_t> taken;
-    if (scenario_.split == 0) {
-        for (const std::vector<std::uint8_t>& whole : answers_) {
-            taken.insert(taken.end(), whole.begin(), whole.end());
-        }
-        answers_.clear();
-    } else if (!answers_.empty()) {
-        std::vector<std::uint8_t>& first = answers_.front();
+    if (answers_.empty()) {
+        return taken;
+    }
+    if (answers_.front().scan) {
+        return takeScanPiece();
+    }
+    while (scenario_.split == 0 && answerPending() && !answers_.front().scan) {
+        const std::vector<std::uint8_t>& whole = answers_.front().bytes;
+        taken.insert(taken.end(), whole.begin(), whole.end());
+        answers_.pop_front();
+    }
+    if (scenario_.split > 0) {
+        std::vector<std::uint8_t>& first = answers_.front().bytes;
         const auto end = first.begin() + static_cast<std::ptrdiff_t>(std::min(scenario_.split, first.size()));
         taken.assign(first.begin(), end);
         first.erase(first.begin(), end);

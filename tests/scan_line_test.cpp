@@ -43,7 +43,7 @@ std::string expected(sim::Family family, const sim::Document& document, int bits
 }
 
 class ScanOnTheLine : public ::testing::Test {
-   protected:
+ protected:
     TemporaryDirectory directory;
     const std::string front = directory.file("front"), back = directory.file("back"), jpeg = directory.file("front.jpg");
 
@@ -96,8 +96,7 @@ TEST_F(ScanOnTheLine, JpegsShowItWithinTheirQuality) {
     for (const int imageType : {0, 1, 2, 3}) {
         auto scenario = scenarioOf(sim::Family::kOki, 200, 64, 4095);
         scenario.scan.sides[0].row = [](int y, std::span<std::uint8_t> bgr) {  // blocks of 8, which a JPEG can keep
-            for (std::size_t i = 0; i < bgr.size(); ++i)
-                bgr[i] = i / 24 % 2 == static_cast<std::size_t>(y) / 8 % 2 ? 255 : 0;
+            for (std::size_t i = 0; i < bgr.size(); ++i) bgr[i] = i / 24 % 2 == static_cast<std::size_t>(y) / 8 % 2 ? 255 : 0;
         };
         ASSERT_EQ(scan(scenario, imageType, 0, 0, jpeg), 0);
         ASSERT_EQ(convertJPGtoBMP(jpeg.c_str(), front.c_str()), 0);

@@ -2,6 +2,7 @@
 // have.
 
 #include <fcntl.h>
+#include <gdk-pixbuf/gdk-pixbuf.h>
 #include <glib.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -10,12 +11,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <nlohmann/json.hpp>
+#include <numeric>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -159,6 +162,45 @@ TEST(Port, PiecesStayApartForAHostThatReadsLate) {
     }
 }
 
+TEST(Port, AScanIsReadPieceByPiece) {
+    constexpr std::string_view kScan("\033}SM\x58\xAA\033}SDaqAAAA\033}D", 20);
+    for (const int block : {3, 50, 1792, 4095}) {
+        Scenario scenario{.family = Family::kOki};
+        scenario.scan.block = static_cast<std::size_t>(block);
+        // Data that a host would take for the end if they came byte by byte.
+        scenario.scan.sides[0] = {100, block, [](int, auto bgr) { std::fill(bgr.begin(), bgr.end(), 6); }};
+        Printer twin(scenario);
+        twin.receive(std::vector<std::uint8_t>(kScan.begin(), kScan.end()));
+        std::vector<std::string> pieces;
+        std::size_t bytes = 0;
+        while (twin.answerPending()) {
+            const std::vector<std::uint8_t> piece = twin.takeAnswer();
+            pieces.emplace_back(piece.begin(), piece.end());
+            bytes += piece.size();
+        }
+
+        Served served(scenario);
+        const std::jthread printing([&served](const std::stop_token& stop) {
+            while (!stop.stop_requested() && served.port->serve(5)) {
+            }
+        });
+        const Host host(served.port->name());
+        ASSERT_TRUE(host.send(kScan));
+        std::vector<std::string> reads;
+        for (std::size_t got = 0; got < bytes; got += reads.back().size()) {
+            reads.push_back(host.read(reads.empty() ? 2048 : 16384));
+            ASSERT_FALSE(reads.back().empty());
+        }
+        if (block <= 1792) {
+            EXPECT_EQ(reads, pieces) << block;
+        }
+        EXPECT_EQ(std::accumulate(reads.begin(), reads.end(), std::string()), std::accumulate(pieces.begin(), pieces.end(), std::string()));
+        EXPECT_EQ(reads[reads.size() - 2], "\x06");
+        EXPECT_EQ(std::count_if(reads.begin(), reads.end() - 1, [](const auto& read) { return read.size() == 1 || read.size() == 8; }), 1)
+            << block;
+    }
+}
+
 TEST(Port, SurvivesAHostThatNeverReadsAndOneThatComesBack) {
     Served served;
     for (int visit = 0; visit < 2; ++visit) {
@@ -220,6 +262,8 @@ TEST_F(SimProgram, RefusesWhatItDoesNotUnderstand) {
         {{"--page-size", "nanxnan"}, 2, "--page-size"},
         {{"--taken-after", "-1"}, 2, "--taken-after"},
         {{"--insert-after", "soon"}, 2, "--insert-after"},
+        {{"--scan-block", "4096"}, 2, "--scan-block"},
+        {{"--scan-back", in("none.jpg")}, 1, "none.jpg"},
         {{"--printer-status", "16"}, 2, "--printer-status"},
         {{"--split", "0"}, 2, "--split"},
         {{"--stripe0", std::string(1025, '1')}, 2, "--stripe0"},
@@ -290,6 +334,31 @@ TEST_F(SimProgram, TakesItsFaultsFromTheCommandLine) {
     EXPECT_EQ(picture.substr(16, 8), std::string("\0\0\x01\x68\0\0\0\xB4", 8)) << "360 x 180 pixels";
     program.signal(SIGINT);
     EXPECT_EQ(program.exitStatus(), 0);
+}
+
+TEST_F(SimProgram, ScansFiles) {
+    GdkPixbuf* picture = gdk_pixbuf_new(GDK_COLORSPACE_RGB, TRUE, 8, 3, 2);
+    gdk_pixbuf_fill(picture, 0xC08040FF);
+    for (const char* format : {"png", "jpeg", "bmp"}) {
+        EXPECT_TRUE(gdk_pixbuf_save(picture, in(format).c_str(), format, nullptr, nullptr));
+        Program program({"--family", "oli", "--scan-back", in(format), "--scan-size-error", "-1"});
+        const Host host(program.port());
+        ASSERT_TRUE(host.send(std::string("\033YP\x58\xCC\033}Pqa\0\0\0\0\033Z", 16)));
+        EXPECT_EQ(host.read(256),
+                  "\x01"
+                  "00003 00001");
+        EXPECT_EQ(host.read(256).size(), 2U);
+        const std::string data = host.read(16384);
+        ASSERT_EQ(data.size(), 18U);
+        for (std::size_t i = 0; i < data.size(); ++i) {
+            constexpr std::array<int, 3> kColour{0x40, 0x80, 0xC0};
+            EXPECT_NEAR(static_cast<std::uint8_t>(data[i]), kColour[i % 3], 3) << format << i;
+        }
+        EXPECT_EQ(host.read(256),
+                  "\x03"
+                  "00002");
+    }
+    g_object_unref(picture);
 }
 
 TEST_F(SimProgram, EndsWithAMessageWhenItsPageCanNoLongerBeWritten) {

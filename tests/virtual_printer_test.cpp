@@ -237,39 +237,30 @@ struct FailingLine {
 
 /// The port of one call, for some close theirs.
 class LinePort : public Protocol {
-   public:
+ public:
     explicit LinePort(FailingLine& line) : line_(line) {}
     int OpenDevice() override { return 0; }
     int CloseDevice() override { return 0; }
     int WritePipe(const unsigned char* data) override {
         std::vector<std::uint8_t> sent(data, data + writeLength);
         const auto fault = line_.due();
-        if (fault == FailingLine::error)
-            return -1;
-        if (fault == FailingLine::silence)
-            return 0;  // taken by the system, never seen by the printer
-        if (fault == FailingLine::shortened)
-            sent.resize(sent.size() / 2);
-        for (std::uint8_t& byte : sent)
-            byte ^= fault == FailingLine::garbage ? 0x55 : 0;
+        if (fault == FailingLine::error) return -1;
+        if (fault == FailingLine::silence) return 0;  // taken by the system, never seen by the printer
+        if (fault == FailingLine::shortened) sent.resize(sent.size() / 2);
+        for (std::uint8_t& byte : sent) byte ^= fault == FailingLine::garbage ? 0x55 : 0;
         line_.printer.receive(sent);
         return sent.empty() ? -1 : 0;
     }
     int ReadPipe(unsigned char* buffer) override {
         line_.printer.advance(std::chrono::milliseconds(++line_.reads));
         auto& pending = line_.pending;
-        if (pending.empty() && line_.printer.answerPending())
-            pending = line_.printer.takeAnswer();
+        if (pending.empty() && line_.printer.answerPending()) pending = line_.printer.takeAnswer();
         auto count = std::min(pending.size(), static_cast<std::size_t>(readLength));
         const auto fault = line_.due();
-        if (fault == FailingLine::silence)
-            pending.clear();
-        if (fault == FailingLine::error || fault == FailingLine::silence)
-            count = 0;
-        if (fault == FailingLine::shortened)
-            count = std::min<std::size_t>(count, 1);
-        for (std::uint8_t& byte : pending)
-            byte ^= fault == FailingLine::garbage ? 0xFF : 0;
+        if (fault == FailingLine::silence) pending.clear();
+        if (fault == FailingLine::error || fault == FailingLine::silence) count = 0;
+        if (fault == FailingLine::shortened) count = std::min<std::size_t>(count, 1);
+        for (std::uint8_t& byte : pending) byte ^= fault == FailingLine::garbage ? 0xFF : 0;
         if (count == 0) {
             virtualClock.microseconds += 1'000'000;  // the line's own time-out
             return -1;
@@ -280,7 +271,7 @@ class LinePort : public Protocol {
         return 0;
     }
 
-   private:
+ private:
     FailingLine& line_;
 };
 
@@ -335,8 +326,7 @@ std::pair<std::vector<int>, int> spend(const std::vector<Step>& day, sim::Family
     std::vector<int> results;
     testing::internal::CaptureStdout();  // scans tell their progress
     for (const Step& step : day) {
-        if (protocol == nullptr)
-            installPort(new LinePort(line));
+        if (protocol == nullptr) installPort(new LinePort(line));
         results.push_back(step.call());
         EXPECT_TRUE(step.documented.contains(results.back())) << step.name << " gave " << results.back();
     }

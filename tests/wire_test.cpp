@@ -96,6 +96,9 @@ TEST(OliDecoder, Commands) {
                 "setting-# 1", "setting-FS-&", "setting-FS-g 0"}},
               {"\033R003\033S5\033[010\033}0P\033L000\033j\f"sv,
                {"setting-R 3", "setting-S 5", "setting-[ 10", "setting-}0P", "feed-in 0", "printer-status", "form-feed"}},
+              {"\033}SE\0\033}-\033-\033YP\x57\xCC\033}P\033q\0\0\0\x41\033ZA"sv,
+               {"scan-announcement", "scan-preparation 0", "scan-preparation 1", "scan-mode 87 204", "scan-sides 27 113 0 0 0 65",
+                "text <A>"}},
               {"\033!G1\0331A000\x03\x02\x80\x00\x0A\x0D\0332\0331A000\0332"sv,
                {"graphics-mode", "bitmap-run <\x03\x02\x80" + std::string("\0\n\r", 3) + ">", "bitmap-run"}},
               // The trail byte of the second character is a backslash, that of the third a vertical bar.
@@ -126,6 +129,8 @@ TEST(OliDecoder, WhatIsWrongIsReportedAndNothingElseLost) {
             {"\033\033O\033|A0x6"sv, {"unknown <\033> (cut short)", "eject", "unknown <\033|A0x> (no such command)", "text <6>"}},
             {"\033|A06\xB4\xE6\033&-1"sv,
              {"unknown <\033|A06> (cut short)", "text <\xB4\xE6>", "unknown <\033&-> (no such command)", "text <1>"}},
+            {"\033}Paaaaaa\033O\033}P123456Z"sv,
+             {"unknown <\033}Paaaaaa\033O> (no such command)", "unknown <\033}P123456Z> (no such command)"}},
             {"\033a5\033w\033*1\033YEB"sv,
              {"unknown <\033a5> (no such command)", "unknown <\033w> (cut short)", "unknown <\033*1> (no such command)",
               "unknown <\033YEB> (no such command)"}},
@@ -150,6 +155,8 @@ TEST(OkiDecoder, CommandsAndWhatIsWrong) {
                {"text <\xB4\xE6"
                 "1>",
                 "carriage-return", "line-feed"}},
+              {"\0\033}SM\x58\xAA\033}SDqA\x0A\x14\xC8\033\033}D"sv,
+               {"no-operation", "scan-mode 88 170", "scan-sides 113 65 10 20 200 27", "scan-start"}},
               {"\033%4\033}SX\033O\a"sv,
                {"unknown <\033%4> (no such command)", "unknown <\033}SX> (no such command)", "unknown <\033O> (no such command)",
                 "unknown <\a> (no text and no command)"}},

@@ -60,6 +60,13 @@ enum class CommandId {
     kStripeRead,
     kStripeWrite,  // `bytes`: the data
 
+    kNoOperation,
+    kScanAnnounce,
+    kScanPrepare,  // `number()`: 0 or 1, which of the two
+    kScanMode,     // `numbers`: mode byte, colour byte
+    kScanSides,    // `numbers`: front and back letter, first parameter of both, second parameter of both
+    kScanStart,
+
     // Settings whose effect shows nowhere on the page; the name tells them apart.
     kSetting,
 };

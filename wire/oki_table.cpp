@@ -28,6 +28,12 @@ constexpr Row kRows[] = {
     {CommandId::kPaperLength, "paper-length", "\033}SL"sv},
     {CommandId::kConfigurationRead, "configuration-read", "\033} a\007"sv},
     {CommandId::kConfigurationWrite, "configuration-write", "\033} ="sv, Shape::kConfiguration},
+
+    // Scanning
+    {CommandId::kNoOperation, "no-operation", "\0"sv},
+    {CommandId::kScanMode, "scan-mode", "\033}SM"sv, Shape::kNumbers, 2},
+    {CommandId::kScanSides, "scan-sides", "\033}SD"sv, Shape::kNumbers, 6},
+    {CommandId::kScanStart, "scan-start", "\033}D"sv},
 };
 
 static_assert(prefixFree(kRows));

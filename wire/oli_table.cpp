@@ -52,6 +52,13 @@ constexpr Row kRows[] = {
     {CommandId::kStripeRead, "stripe-read", "\033]"sv},
     {CommandId::kStripeWrite, "stripe-write", "\033t"sv, Shape::kStripe},
 
+    // Scanning
+    {CommandId::kScanAnnounce, "scan-announcement", "\033}SE\0"sv},
+    {CommandId::kScanPrepare, "scan-preparation", "\033}-"sv, Shape::kNone, 0, {}, 0},
+    {CommandId::kScanPrepare, "scan-preparation", "\033-"sv, Shape::kNone, 0, {}, 1},
+    {CommandId::kScanMode, "scan-mode", "\033YP"sv, Shape::kNumbers, 2},
+    {CommandId::kScanSides, "scan-sides", "\033}P"sv, Shape::kNumbers, 6, {}, -1, "\033Z"sv},
+
     // Sent when the printer is set up; named by their letters, since they leave no mark on the page.
     {CommandId::kCancel, "cancel", "\x18"sv},
     {CommandId::kBackspace, "backspace", "\x08"sv},

@@ -9,6 +9,7 @@ namespace {
 std::size_t parameterLength(const Row& row) {
     switch (row.shape) {
         case Shape::kDigits:
+        case Shape::kNumbers:
         case Shape::kCount:
         case Shape::kColumns:
             return row.width;
@@ -34,20 +35,25 @@ bool fits(const Row& row, std::uint8_t parameter) {
     }
 }
 
+bool startsWith(std::string_view text, std::span<const std::uint8_t> bytes) {
+    return std::equal(bytes.begin(), bytes.end(), text.begin(),
+                      [](std::uint8_t byte, char c) { return byte == static_cast<std::uint8_t>(c); });
+}
+
 Match matchRow(const Row& row, std::span<const std::uint8_t> sequence) {
     const std::size_t common = std::min(row.fixed.size(), sequence.size());
-    for (std::size_t i = 0; i < common; ++i) {
-        if (static_cast<std::uint8_t>(row.fixed[i]) != sequence[i]) {
-            return Match::kNone;
-        }
+    if (!startsWith(row.fixed, sequence.first(common))) {
+        return Match::kNone;
     }
-    const std::span<const std::uint8_t> parameters = sequence.subspan(common);
+    const std::span<const std::uint8_t> rest = sequence.subspan(common);
     const std::size_t wanted = parameterLength(row);
-    if (parameters.size() > wanted ||
+    const std::span<const std::uint8_t> parameters = rest.first(std::min(wanted, rest.size()));
+    const std::span<const std::uint8_t> tail = rest.subspan(parameters.size());
+    if (tail.size() > row.tail.size() || !startsWith(row.tail, tail) ||
         !std::all_of(parameters.begin(), parameters.end(), [&](std::uint8_t b) { return fits(row, b); })) {
         return Match::kNone;
     }
-    return common == row.fixed.size() && parameters.size() == wanted ? Match::kWhole : Match::kPartial;
+    return sequence.size() == row.fixed.size() + wanted + row.tail.size() ? Match::kWhole : Match::kPartial;
 }
 
 }  // namespace
@@ -67,7 +73,7 @@ Lookup lookUp(std::span<const Row> table, std::span<const std::uint8_t> sequence
 }
 
 std::vector<int> numbersOf(const Row& row, std::span<const std::uint8_t> sequence) {
-    const std::span<const std::uint8_t> parameters = sequence.subspan(row.fixed.size());
+    const std::span<const std::uint8_t> parameters = sequence.subspan(row.fixed.size(), parameterLength(row));
     switch (row.shape) {
         case Shape::kDigits:
         case Shape::kCount:
@@ -81,7 +87,8 @@ std::vector<int> numbersOf(const Row& row, std::span<const std::uint8_t> sequenc
         }
         case Shape::kChoice:
         case Shape::kByte:
-            return {parameters.front()};
+        case Shape::kNumbers:
+            return {parameters.begin(), parameters.end()};
         default:
             break;
     }

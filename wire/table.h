@@ -13,10 +13,11 @@ namespace passbook::wire {
 // What follows the fixed bytes of a command.
 enum class Shape : std::uint8_t {
     kNone,
-    kDigits,  // `width` decimal digits: one number
-    kChoice,  // one byte out of `choices`: one number, the byte itself
-    kByte,    // one byte, any but ESC: one number, the byte itself
-    kCount,   // `width` bytes of any value, the high one first: one number
+    kDigits,   // `width` decimal digits: one number
+    kChoice,   // one byte out of `choices`: one number, the byte itself
+    kByte,     // one byte, any but ESC: one number, the byte itself
+    kNumbers,  // `width` bytes of any value: a number each
+    kCount,    // `width` bytes of any value, the high one first: one number
 
     // The rest are followed by data.
     kBitmap,         // columns up to ESC 2
@@ -40,7 +41,8 @@ struct Row {
     Shape shape = Shape::kNone;
     std::uint8_t width = 0;
     std::string_view choices{};
-    int value = -1;  // number of a command that has none on the line
+    int value = -1;           // number of a command that has none on the line
+    std::string_view tail{};  // behind the parameters
 };
 
 [[nodiscard]] constexpr bool hasData(const Row& row) {

@@ -1,0 +1,69 @@
+#include "sim/document.h"
+
+#include <gdk-pixbuf/gdk-pixbuf.h>
+
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+#include "sim/page.h"
+
+namespace passbook::sim {
+
+namespace {
+
+constexpr std::uint8_t kWhite = 0xFF;
+
+// A channel laid over white paper.
+std::uint8_t onWhite(unsigned value, unsigned alpha) {
+    return static_cast<std::uint8_t>((value * alpha + kWhite * (0xFFU - alpha) + 0x7FU) / 0xFFU);
+}
+
+}  // namespace
+
+Document documentFromFile(const std::string& path, std::string& error) {
+    GError* reason = nullptr;
+    GdkPixbuf* const loaded = gdk_pixbuf_new_from_file(path.c_str(), &reason);
+    if (loaded == nullptr) {
+        error = path + ": " + (reason != nullptr ? reason->message : "can't be read");
+        g_clear_error(&reason);
+        return {};
+    }
+    const std::shared_ptr<GdkPixbuf> picture(loaded, g_object_unref);
+    // Always eight bits a channel, red first.
+    const auto channels = static_cast<std::size_t>(gdk_pixbuf_get_n_channels(picture.get()));
+    const auto row = [picture, channels](int y, std::span<std::uint8_t> bgr) {
+        const std::uint8_t* from = gdk_pixbuf_read_pixels(picture.get()) +
+                                   static_cast<std::ptrdiff_t>(y) * gdk_pixbuf_get_rowstride(picture.get());
+        for (std::size_t at = 0; at + 3 <= bgr.size(); at += 3, from += channels) {
+            const unsigned alpha = channels == 4 ? from[3] : 0xFFU;
+            for (std::size_t channel = 0; channel < 3; ++channel) {
+                bgr[at + channel] = onWhite(from[2 - channel], alpha);
+            }
+        }
+    };
+    return {gdk_pixbuf_get_width(picture.get()), gdk_pixbuf_get_height(picture.get()), row};
+}
+
+Document documentFromPage(const Page& page) {
+    constexpr std::size_t kPixelBytes = 4;
+    const auto pixels = std::make_shared<const std::vector<std::uint8_t>>(page.render());
+    if (pixels->empty()) {
+        return {};
+    }
+    const auto stride = static_cast<std::size_t>(page.width()) * kPixelBytes;
+    const auto row = [pixels, stride](int y, std::span<std::uint8_t> bgr) {
+        const std::uint8_t* from = pixels->data() + static_cast<std::size_t>(y) * stride;
+        for (std::size_t at = 0; at + 3 <= bgr.size(); at += 3, from += kPixelBytes) {
+            std::copy_n(from, 3, bgr.begin() + static_cast<std::ptrdiff_t>(at));
+        }
+    };
+    return {page.paperWidth(), page.paperHeight(), row};
+}
+
+Document blankDocument(int width, int height) {
+    return {width, height,
+            [](int, std::span<std::uint8_t> bgr) { std::fill(bgr.begin(), bgr.end(), kWhite); }};
+}
+
+}  // namespace passbook::sim
