@@ -3,9 +3,10 @@
 set -euo pipefail
 packages=(
   g++ cmake ninja-build pkg-config binutils git      # building
-  libglib2.0-dev                                     # the library
+  libglib2.0-dev libusb-1.0-0-dev                    # the library
   libcairo2-dev libpango1.0-dev fonts-wqy-microhei   # the virtual printer's page
   nlohmann-json3-dev libcli11-dev                    # its events and options
+  libumockdev-dev umockdev                           # its USB
   libgtest-dev clang-format-14                       # tests
 )
 missing=()
