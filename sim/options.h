@@ -2,8 +2,10 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "sim/printer.h"
+#include "sim/usb.h"
 
 namespace passbook::sim {
 
@@ -12,6 +14,12 @@ struct Options {
     Scenario scenario;
     std::string pageFile;   // empty: no picture is kept
     std::string eventFile;  // empty: no log
+
+    bool usb = false;               // on an emulated USB bus, under which the host program is run
+    std::vector<std::string> host;  // with its arguments
+    UsbDevice device;
+    UsbFault fault = UsbFault::kNone;
+    int faultAt = 0;
 };
 
 inline constexpr int kExitFailure = 1;

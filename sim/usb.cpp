@@ -75,7 +75,9 @@ std::string hexOf(std::uint16_t id) {
 struct UsbPort::Bed {
     Ref<UMockdevTestbed> testbed{umockdev_testbed_new()};
 
-    [[nodiscard]] bool add(const UsbDevice& device, std::string& error) const {
+    bool present = false;
+
+    [[nodiscard]] bool add(const UsbDevice& device, std::string& error) {
         const std::string text =
             "P: /devices/pci0000:00/0000:00:14.0/usb1/1-1\n"
             "N: bus/usb/001/002\n"
@@ -98,9 +100,11 @@ struct UsbPort::Bed {
             error = std::string("no emulated USB device: ") + problem->message;
             return false;
         }
+        present = true;
         return true;
     }
-    void remove() const {
+    void remove() {
+        present = false;
         constexpr const char* path = "/sys/devices/pci0000:00/0000:00:14.0/usb1/1-1";
         umockdev_testbed_uevent(testbed.get(), path, "remove");
         umockdev_testbed_remove_device(testbed.get(), path);
@@ -152,13 +156,18 @@ void UsbPort::setFault(UsbFault fault, int transfer) {
 
 void UsbPort::unplug() {
     node_->unplug();
-    bed_->remove();
+    if (bed_->present) {
+        bed_->remove();
+    }
 }
 
 void UsbPort::plug() {
     node_->plug();
+    // A printer that a fault has taken away is still listed, as it is for a moment on a real bus.
     std::string error;
-    (void)bed_->add(node_->device(), error);  // it could be added before
+    if (!bed_->present) {
+        (void)bed_->add(node_->device(), error);  // it could be added before
+    }
 }
 
 UsbUse UsbPort::use() {
