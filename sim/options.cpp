@@ -143,14 +143,14 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
         argc = static_cast<int>(mark - argv);
     }
     Scenario& scenario = options.scenario;
-    std::string family;
+    std::string family = "oli";
     std::string paper = "in";
     CLI::App app(kDescription, "passbook-sim");
     app.footer(kExample);
     app.set_version_flag("--version", "passbook-sim " PASSBOOK_VERSION);
 
-    app.add_option("--family", family, "Command set: oli [oli]")
-        ->check(CLI::IsMember({"oli"}).description(""))
+    app.add_option("--family", family, "Command set: oli or oki [oli]")
+        ->check(CLI::IsMember({"oli", "oki"}).description(""))
         ->type_name("NAME");
     app.add_option("--page", options.pageFile, "Keep the picture of the page in this PNG file")
         ->type_name("FILE");
@@ -165,7 +165,7 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
              [&scenario](std::chrono::milliseconds delay) { scenario.habits.takenAfter = delay; });
     addDelay(app, "--insert-after",
              "Seconds until a document lies at the free entry, or \"never\"\n[at the moment the host feeds "
-             "one in]",
+             "one in; oki: at once]",
              [&scenario](std::chrono::milliseconds delay) { scenario.habits.insertAfter = delay; });
 
     app.add_option("--printer-status", scenario.printerStatus, "State to report, 1 to 15; 1 is ready [1]")
@@ -173,6 +173,18 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
         ->type_name("N");
     addStripe(app, "--stripe0", scenario.stripes[0]);
     addStripe(app, "--stripe1", scenario.stripes[1]);
+
+    const std::string unit = " in 1/10 mm, as the host gets it [as --page-size]";
+    app.add_option("--paper-width", scenario.paperWidth, "oki: width of the document" + unit)
+        ->check(CLI::Range(0, kLargestMeasure).description(""))
+        ->type_name("N");
+    app.add_option("--paper-length", scenario.paperLength, "oki: length of the document" + unit)
+        ->check(CLI::Range(0, kLargestMeasure).description(""))
+        ->type_name("N");
+    app.add_option("--configuration-result", scenario.configurationResult,
+                   "oki: what writing the configuration gives: 0 accepted, 1 or 2 refused [0]")
+        ->check(CLI::Range(0, 2).description(""))
+        ->type_name("N");
 
     app.add_option("--split", scenario.split,
                    "Answer in pieces of N bytes, each when the host has read the last")
@@ -198,6 +210,7 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
         std::cerr << "passbook-sim: " << error.what() << "\nTry 'passbook-sim --help'.\n";
         return {std::nullopt, kExitUsage};
     }
+    scenario.family = family == "oki" ? Family::kOki : Family::kOli;
     scenario.paper = paper == "in" ? PaperState::kInPlace : PaperState::kNone;
     return {std::move(options), 0};
 }

@@ -114,7 +114,7 @@ int Page::textInk(int x, int y) const {
     return text_->at(x, y);
 }
 
-std::size_t Page::drawColumns(int x, int y, std::span<const std::uint8_t> columns) {
+std::size_t Page::drawColumns(int x, int y, std::span<const std::uint8_t> columns, DotOrder order) {
     std::size_t lost = 0;
     for (std::size_t i = 0; i < columns.size(); ++i) {
         const int column = x + static_cast<int>(i / kColumnBytes);
@@ -123,7 +123,7 @@ std::size_t Page::drawColumns(int x, int y, std::span<const std::uint8_t> column
             if ((columns[i] >> bit & 1) == 0) {
                 continue;
             }
-            const int row = top + bit;
+            const int row = top + (order == DotOrder::kUpperLowest ? bit : 7 - bit);
             if (column < 0 || row < 0 || column >= kMaxPageWidthDots || row >= kMaxPageHeightDots) {
                 ++lost;
                 continue;

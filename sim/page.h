@@ -37,6 +37,9 @@ struct Glyph {
 
 class GlyphPainter;
 
+// Which bit of a column's byte is the uppermost of its eight dots.
+enum class DotOrder { kUpperLowest, kUpperHighest };
+
 // What has been printed on one document: a picture of one pixel per dot. Bitmaps and text are kept apart, so
 // that a bitmap's dots can be compared exactly however the text is drawn.
 class Page {
@@ -58,10 +61,10 @@ class Page {
 
     [[nodiscard]] bool blank() const { return !inked_; }
 
-    // Puts down packed columns, three bytes each, rows downward from the lowest bit of the first byte, with
-    // their upper left corner at x, y. Returns the number of dots that lie beyond the farthest place and are
-    // not drawn.
-    [[nodiscard]] std::size_t drawColumns(int x, int y, std::span<const std::uint8_t> columns);
+    // Puts down packed columns, three bytes each from the top down, with their upper left corner at x, y.
+    // Returns the number of dots that lie beyond the farthest place and are not drawn.
+    [[nodiscard]] std::size_t drawColumns(int x, int y, std::span<const std::uint8_t> columns,
+                                          DotOrder order);
 
     // Draws one character. False, and nothing drawn, if its cell reaches beyond the farthest place.
     [[nodiscard]] bool drawGlyph(const Glyph& glyph, GlyphPainter& painter);

@@ -13,8 +13,8 @@ Paper::Clock later(Paper::Clock from, Paper::Clock delay) {
 
 }  // namespace
 
-Paper::Paper(PaperState start, Habits habits, Changed changed)
-    : state_(start), habits_(habits), changed_(std::move(changed)) {
+Paper::Paper(Slot slot, PaperState start, Habits habits, Changed changed)
+    : slot_(slot), state_(start), habits_(habits), changed_(std::move(changed)) {
     // Only planned here, done by the first advance(): the owner is still being built.
     if (state_ == PaperState::kEjected) {
         due_ = habits_.takenAfter;
@@ -61,7 +61,7 @@ bool Paper::insert() {
     state_ = PaperState::kAtEntry;
     due_ = kNever;
     changed_("inserted");
-    if (std::exchange(waiting_, false)) {
+    if (std::exchange(waiting_, false) || slot_ == Slot::kDrawsIn) {
         feedIn();
     }
     return true;
@@ -72,13 +72,17 @@ bool Paper::take() {
         return false;
     }
     state_ = PaperState::kNone;
-    due_ = habits_.insertAfter ? later(now_, *habits_.insertAfter) : kNever;
+    due_ = later(now_, insertionDelay());
     changed_("taken");
     if (waiting_ && !habits_.insertAfter) {
         return insert();
     }
     settle();
     return true;
+}
+
+Paper::Clock Paper::insertionDelay() const {
+    return habits_.insertAfter.value_or(slot_ == Slot::kDrawsIn ? Clock{0} : kNever);
 }
 
 void Paper::advance(Clock now) {

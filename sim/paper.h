@@ -17,23 +17,26 @@ class Paper {
  public:
     using Clock = std::chrono::milliseconds;
 
+    // The two kinds of slots: one waits with the document at its entry until the host has it fed in, the
+    // other draws it in at once.
+    enum class Slot { kFedByHost, kDrawsIn };
+
     struct Habits {
         // How long an ejected document stays in the slot before it is taken; kNever: it stays.
         Clock takenAfter{0};
         // How long after the slot became free a document lies at the entry; kNever: none comes by itself;
-        // empty: one is laid in at the moment the host asks to feed one in.
+        // empty: one is laid in at the moment the host asks to feed one in, or, where the slot draws it in,
+        // as soon as the one before was taken.
         std::optional<Clock> insertAfter;
     };
 
-    // `changed` is told what happened ("inserted", "fed-in", "ejected", "taken", "waiting",
-    // "waiting-ended") after the state
-    // is the new one.
+    // Told what has happened, when the state is the new one: "inserted", "fed-in", "ejected", "taken",
+    // "waiting", "waiting-ended".
     using Changed = std::function<void(std::string_view what)>;
 
-    Paper(PaperState start, Habits habits, Changed changed);
+    Paper(Slot slot, PaperState start, Habits habits, Changed changed);
 
     [[nodiscard]] PaperState state() const { return state_; }
-    [[nodiscard]] bool waiting() const { return waiting_; }
 
     // The host's side. feedIn() takes a document from the entry, or waits for one. eject() gives the document
     // back, and ends a waiting; false if there was nothing to eject.
@@ -51,7 +54,10 @@ class Paper {
 
  private:
     void settle();
+    // How long after a taking the next document comes; kNever if it isn't a matter of time.
+    [[nodiscard]] Clock insertionDelay() const;
 
+    Slot slot_;
     PaperState state_;
     Habits habits_;
     Changed changed_;

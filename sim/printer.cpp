@@ -15,11 +15,13 @@ using wire::CommandId;
 
 namespace {
 
-constexpr std::size_t kColumnBytes = 3;
+using wire::kColumnBytes;
 
 // Far beyond the picture, near enough that no sum overflows: how far line feeds and text can carry the head.
 constexpr double kFarthestHeadDots = 4.0 * kMaxPageWidthDots;
 constexpr int kFarthestLine = 4 * kMaxPageHeightDots;
+
+constexpr int kLinesPerFeedUnit = 2;  // 1/120 inch in 1/240 inch
 
 // 1/120 inch in dots, a half dot to the right; 1/240 inch in dots, to the nearest.
 constexpr int horizontalDots(int units) {
@@ -54,22 +56,24 @@ Printer::Printer(Scenario scenario, EventSink events, PageSink ejected)
     : scenario_(std::move(scenario)),
       events_(std::move(events)),
       ejected_(std::move(ejected)),
-      paper_(scenario_.paper, scenario_.habits, [this](std::string_view what) { paperChanged(what); }) {
+      decoder_(wire::makeDecoder(scenario_.family)),
+      paper_(scenario_.family == Family::kOki ? Paper::Slot::kDrawsIn : Paper::Slot::kFedByHost,
+             scenario_.paper, scenario_.habits, [this](std::string_view what) { paperChanged(what); }) {
     for (std::string& data : scenario_.stripes) {
         data.resize(std::min(data.size(), kMaxStripeData));
     }
     if (paper_.state() == PaperState::kInPlace) {
-        page_.emplace(scenario_.pageWidthDots, scenario_.pageHeightDots);
+        layPage();
     }
     paper_.advance(Paper::Clock{0});
 }
 
 void Printer::receive(std::span<const std::uint8_t> bytes) {
-    decoder_.feed(bytes, [this](const Command& command) { obey(command); });
+    decoder_->feed(bytes, [this](const Command& command) { obey(command); });
 }
 
 void Printer::finish() {
-    decoder_.finish([this](const Command& command) { obey(command); });
+    decoder_->finish([this](const Command& command) { obey(command); });
 }
 
 void Printer::obey(const Command& command) {
@@ -78,6 +82,7 @@ void Printer::obey(const Command& command) {
             emit({{"event", "unknown"}, {"bytes", toHex(command.bytes)}, {"note", command.note}});
             return;
         case CommandId::kMalformedStripe:
+        case CommandId::kMalformedConfiguration:
             emit({{"event", "malformed"},
                   {"name", command.name},
                   {"note", command.note},
@@ -106,6 +111,15 @@ bool Printer::obeyMove(const Command& command) {
             break;
         case CommandId::kVerticalPosition:
             line_ = command.number();
+            break;
+        case CommandId::kHeadMove:
+            headDots_ = std::min(headDots_ + command.number(), kFarthestHeadDots);
+            break;
+        case CommandId::kPaperFeed:
+            // The head goes home while the paper moves: hosts place each strip of a picture by a feed and a
+            // move from the margin, with no carriage return in between.
+            headDots_ = 0;
+            line_ = std::min(line_ + kLinesPerFeedUnit * command.number(), kFarthestLine);
             break;
         case CommandId::kCarriageReturn:
             headDots_ = 0;
@@ -230,7 +244,10 @@ void Printer::printBitmap(const Command& command) {
     // Of a malformed run the whole columns are printed all the same: the head strikes as the data comes in.
     std::size_t lost = 0;
     if (page_) {
-        lost = page_->drawColumns(xDots(), yDots(), std::span(command.bytes).first(columns * kColumnBytes));
+        const DotOrder order =
+            scenario_.family == Family::kOki ? DotOrder::kUpperHighest : DotOrder::kUpperLowest;
+        lost = page_->drawColumns(xDots(), yDots(), std::span(command.bytes).first(columns * kColumnBytes),
+                                  order);
     } else {
         emit({{"event", "no-paper"}, {"name", command.name}, {"columns", columns}});
     }

@@ -16,21 +16,31 @@
 
 #include "sim/page.h"
 #include "sim/paper.h"
-#include "wire/oli.h"
+#include "wire/decoder.h"
 
 namespace passbook::sim {
+
+using Family = wire::Family;
 
 // How the printer is equipped and how it behaves. The values here are a printer in good order with a document
 // in place, whose user takes an ejected document at once and lays in a new one when the host asks for it.
 struct Scenario {
+    Family family = Family::kOli;
     PaperState paper = PaperState::kInPlace;
-    Paper::Habits habits;
+    Paper::Habits habits{};
     int pageWidthDots = mmToDots(150);
     int pageHeightDots = mmToDots(200);
 
     int printerStatus = 1;                   // 1 to 15, as the host gets it; 1 is ready
     std::string firmware = "PASSBOOKSIM10";  // filled up or cut to 13 characters
-    std::array<std::string, 2> stripes;  // what is on the magnetic stripes; longer than kMaxStripeData is cut
+    // What is on the magnetic stripes; longer than kMaxStripeData is cut.
+    std::array<std::string, 2> stripes{};
+
+    // OKI only. The document's measures as the host gets them; if not given, its size in 1/10 mm.
+    std::optional<int> paperWidth{};
+    std::optional<int> paperLength{};
+    std::string configuration = "\033a8F010003224000901" + std::string(11, '\x7F');  // less its final ESC Z
+    int configurationResult = 0;  // what the host gets for writing one: 0 accepted, 1 or 2 refused
 
     std::size_t split = 0;  // answers come in pieces of that many bytes; 0: whole
     bool silent = false;    // no answer ever comes
@@ -38,6 +48,7 @@ struct Scenario {
 };
 
 inline constexpr std::size_t kMaxStripeData = 1024;
+inline constexpr int kLargestMeasure = 9999;  // of a document, as it fits into the answer
 
 using EventSink = std::function<void(const nlohmann::json&)>;
 using PageSink = std::function<void(const Page&)>;
@@ -45,17 +56,27 @@ using PageSink = std::function<void(const Page&)>;
 // A passbook printer without a device: bytes in, answers, a picture and events out. It has no descriptor, no
 // thread and no clock of its own, and does the same again for the same calls. One thread at a time.
 //
-// Events are JSON objects; "event" names the kind:
-//   "command"    name; value of its number; positions ("xDots", "xMm", "yDots", "yMm") where it moves
-//   something "text"       text (UTF-8), bytes (hex), position "bitmap"     columns, bytes, position "paper"
-//   what ("inserted", "fed-in", "ejected", "taken", "waiting", "waiting-ended"), status (1 to 4) "stripe"
-//   what
-//   ("selected", "read", "written"), stripe (0 or 1), bytes (hex), text "answer"     to (the command's name),
-//   bytes (hex): what goes to the host "no-paper"   what could not be printed or ejected, for want of a
-//   document in place "off-page"   what lies farther out than ink can, and how much of it "bad-value"  name,
-//   value: a command whose value means nothing to the printer and is not followed "malformed"  name, note,
-//   bytes (count): a bitmap run or a stripe that was broken off, cut or ill-sized "unknown"    bytes (hex),
-//   note: what is no command "answer-lost" bytes (count): the host has left too many answers unread
+// Events are JSON objects; "event" names the kind. Positions are "xDots", "yDots", "xMm", "yMm"; bytes are
+// hexadecimal and cut short when there are many.
+//
+// - "command": name; value, if it has a number; the position it leads to, if it moves something
+// - "text": text (UTF-8), bytes, position
+// - "bitmap": columns, bytes (their count), position
+// - "paper": what ("inserted", "fed-in", "ejected", "taken", "waiting", "waiting-ended"), status (the number
+// the
+//   host gets for it: OLI 1 to 4; OKI 1 with a document in place, 2 without)
+// - "configuration": what ("read", "written", "refused"), bytes of the block as it is now
+// - "stripe": what ("selected", "read", "written", or "refused" if there is more than a stripe holds), stripe
+//   (0 or 1), bytes and text of what is on it now
+// - "answer": to (the command's name), bytes
+// - "answer-lost": the same of an answer that is not given; note
+// - "no-paper": name, and the text or columns that could not be printed for want of a document in place
+// - "off-page": name, and the text or number of dots that lie farther out than ink can
+// - "bad-value": name, value of a command whose value means nothing to the printer; it is not followed
+// - "malformed": name, note, bytes (their count) of a bitmap run, a stripe or a configuration block that was
+//   broken off, cut or ill-sized; of a run its whole columns, which are printed all the same, and their
+//   position
+// - "unknown": bytes that are neither a command nor text, note
 class Printer {
  public:
     explicit Printer(Scenario scenario = {}, EventSink events = {}, PageSink ejected = {});
@@ -107,9 +128,13 @@ class Printer {
     bool obeyDevice(const wire::Command& command);
     void printText(const wire::Command& command);
     void printBitmap(const wire::Command& command);
+    void obeyConfiguration(const wire::Command& command);
     void obeyStripe(const wire::Command& command);
     void eject(const wire::Command& command);
     void paperChanged(std::string_view what);
+    void layPage();
+    [[nodiscard]] int paperStatus() const;
+    [[nodiscard]] std::string measure(std::optional<int> given, int dots) const;
     void answer(const wire::Command& command, std::vector<std::uint8_t> bytes);
     void emit(const nlohmann::json& event) const;
     [[nodiscard]] nlohmann::json commandEvent(const wire::Command& command) const;
@@ -120,7 +145,7 @@ class Printer {
     Scenario scenario_;
     EventSink events_;
     PageSink ejected_;
-    wire::OliDecoder decoder_;
+    std::unique_ptr<wire::Decoder> decoder_;
     Paper paper_;
     std::shared_ptr<GlyphPainter> painter_;  // made with the first character: finding the fonts takes a while
     std::optional<Page> page_;

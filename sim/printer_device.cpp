@@ -1,6 +1,7 @@
 // The printer's parts around the print head: the slot, the magnetic stripe, and what it answers.
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 #include "sim/glyph.h"
@@ -24,6 +25,11 @@ constexpr std::string_view kPrinterStatusBytes = "PQTXabdh1248qrp";
 
 // The status byte of each paper state, likewise: none, ejected, at the entry, in place.
 constexpr std::string_view kPaperStatusBytes = "@ABC";
+
+constexpr std::size_t kMeasureDigits = 4;
+
+// What ends a configuration block.
+constexpr std::string_view kBlockEnd = "\033Z";
 
 std::vector<std::uint8_t> bytesOf(std::string_view text) {
     return {text.begin(), text.end()};
@@ -51,25 +57,36 @@ bool Printer::obeyDevice(const Command& command) {
             emit(commandEvent(command));
             const auto index = static_cast<std::size_t>(scenario_.printerStatus - 1);
             const char status = index < kPrinterStatusBytes.size() ? kPrinterStatusBytes[index] : 'P';
-            answer(command, bytesOf(std::string("\x1Br") + status));
+            answer(command, bytesOf(std::string("\033r") + status));
             return true;
         }
-        case CommandId::kPaperStatus: {
+        case CommandId::kPaperStatus:
             emit(commandEvent(command));
-            const char status = kPaperStatusBytes[static_cast<std::size_t>(paper_.state()) - 1];
-            // Framed like the other long answers: what was asked, a fixed byte, the state, and an end mark.
-            answer(command, bytesOf(std::string("\x1B"
-                                                "B5") +
-                                    status + "\x1BZ"));
+            if (scenario_.family == Family::kOki) {
+                answer(command, {wire::kEsc, 'S', static_cast<std::uint8_t>(paperStatus() - 1), 0});
+            } else {
+                const char status = kPaperStatusBytes[static_cast<std::size_t>(paperStatus()) - 1];
+                // Framed like the other long answers: what was asked, a fixed byte, the state, an end mark.
+                answer(command, bytesOf(std::string("\033B5") + status + "\033Z"));
+            }
             return true;
-        }
+        case CommandId::kPaperWidth:
+            emit(commandEvent(command));
+            answer(command, bytesOf("\033-" + measure(scenario_.paperWidth, scenario_.pageWidthDots)));
+            return true;
+        case CommandId::kPaperLength:
+            emit(commandEvent(command));
+            answer(command, bytesOf("\033L" + measure(scenario_.paperLength, scenario_.pageHeightDots)));
+            return true;
+        case CommandId::kConfigurationRead:
+        case CommandId::kConfigurationWrite:
+            obeyConfiguration(command);
+            return true;
         case CommandId::kFirmware: {
             emit(commandEvent(command));
             std::string identifier = scenario_.firmware;
             identifier.resize(kFirmwareLength, ' ');
-            answer(command, bytesOf("\x1B"
-                                    "b" +
-                                    identifier + "\x1BZ"));
+            answer(command, bytesOf("\033b" + identifier + "\033Z"));
             return true;
         }
         case CommandId::kStripeSelect:
@@ -106,8 +123,38 @@ void Printer::obeyStripe(const Command& command) {
     event["text"] = toUtf8(now);
     emit(event);
     if (command.id == CommandId::kStripeRead) {
-        answer(command, bytesOf("\x1B]" + data + "\x1C"));
+        answer(command, bytesOf("\033]" + data + "\x1C"));
     }
+}
+
+void Printer::obeyConfiguration(const Command& command) {
+    const bool read = command.id == CommandId::kConfigurationRead;
+    const bool accepted = scenario_.configurationResult == 0;
+    if (!read && accepted) {
+        scenario_.configuration.assign(command.bytes.begin(), command.bytes.end() - kBlockEnd.size());
+    }
+    const std::vector<std::uint8_t> block = bytesOf(scenario_.configuration + std::string(kBlockEnd));
+    emit({{"event", "configuration"},
+          {"what", read       ? "read"
+                   : accepted ? "written"
+                              : "refused"},
+          {"bytes", toHex(block)}});
+    answer(command, read ? block : bytesOf("\033 =" + std::to_string(scenario_.configurationResult)));
+}
+
+int Printer::paperStatus() const {
+    if (scenario_.family == Family::kOki) {
+        return paper_.state() == PaperState::kInPlace ? 1 : 2;
+    }
+    return static_cast<int>(paper_.state());
+}
+
+std::string Printer::measure(std::optional<int> given, int dots) const {
+    // Measured as the document is drawn in: without one there is nothing to tell.
+    const int tenths = static_cast<int>(std::lround(dotsToMm(dots) * 10));
+    const int value = paper_.state() == PaperState::kInPlace ? given.value_or(tenths) : 0;
+    const std::string digits = std::to_string(std::clamp(value, 0, kLargestMeasure));
+    return std::string(kMeasureDigits - digits.size(), '0') + digits;
 }
 
 void Printer::eject(const Command& command) {
@@ -117,12 +164,16 @@ void Printer::eject(const Command& command) {
     }
 }
 
+void Printer::layPage() {
+    page_.emplace(scenario_.pageWidthDots, scenario_.pageHeightDots);
+    headDots_ = 0;
+    line_ = 0;
+}
+
 void Printer::paperChanged(std::string_view what) {
-    emit({{"event", "paper"}, {"what", what}, {"status", static_cast<int>(paper_.state())}});
+    emit({{"event", "paper"}, {"what", what}, {"status", paperStatus()}});
     if (what == "fed-in") {
-        page_.emplace(scenario_.pageWidthDots, scenario_.pageHeightDots);
-        headDots_ = 0;
-        line_ = 0;
+        layPage();
     } else if (what == "ejected") {
         ejectedPage_ = std::move(page_);
         page_.reset();

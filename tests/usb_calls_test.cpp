@@ -33,8 +33,7 @@ class UsbCalls : public ::testing::Test {
     }
 };
 
-const Calls allIds = {"open 2086:0011", "open 2086:0003", "open 0b3c:0001", "open 067b:2305",
-                      "open 0fe6:811e"};
+const Calls allIds = {"open 2086:0011", "open 2086:0003", "open 0b3c:0001", "open 067b:2305", "open 0fe6:811e"};
 
 TEST_F(UsbCalls, EveryPrinterIsLookedForOnceInOneContext) {
     libusbCalls.present = false;
@@ -52,8 +51,7 @@ TEST_F(UsbCalls, EveryPrinterIsLookedForOnceInOneContext) {
 
 TEST_F(UsbCalls, TheRuleForUdevHasTheSamePrinters) {
     const std::string rules = readFile(PASSBOOK_SOURCE_DIR "/packaging/70-passbook-printers.rules");
-    const std::regex line(
-        R"re(\nATTR\{idVendor\}=="(\w+)", ATTR\{idProduct\}=="(\w+)", GROUP="lp", MODE="0660")re");
+    const std::regex line(R"re(\nATTR\{idVendor\}=="(\w+)", ATTR\{idProduct\}=="(\w+)", GROUP="lp", MODE="0660")re");
     Calls ids;
     for (std::sregex_iterator at(rules.begin(), rules.end(), line), end; at != end; ++at)
         ids.push_back("open " + at->str(1) + ":" + at->str(2));
@@ -67,8 +65,8 @@ TEST_F(UsbCalls, AnOpenPortFromBeginningToEnd) {
     EXPECT_EQ(YARDO_PR2_OpenPort("USB"), 0);
     EXPECT_EQ(YARDO_PR2_LR(), 0);
     EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
-    EXPECT_EQ(libusbCalls.made, (Calls{"init", "open 2086:0011", "claim 0", "descriptor 0", "free",
-                                       "transfer 02 2 10000", "release 0", "close", "exit"}));
+    EXPECT_EQ(libusbCalls.made,
+              (Calls{"init", "open 2086:0011", "claim 0", "descriptor 0", "free", "transfer 02 2 10000", "release 0", "close", "exit"}));
 }
 
 TEST_F(UsbCalls, ABusyInterfaceIsAskedForSixTimes) {

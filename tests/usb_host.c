@@ -12,14 +12,10 @@ int main(int argc, char** argv) {
         return 3;
     }
     result = YARDO_PR2_GetFWID(identifier);
-    if (result == 0)
-        result = YARDO_PR2_SetFormat(12, 1, 1, 1);
-    if (result == 0)
-        result = YARDO_PR2_PrintData(0, 20, 40, "存入 Deposit", -1);
-    if (result == 0)
-        result = YARDO_PR2_GetPaperStatus() == 4 ? 0 : -20;
-    if (result == 0)
-        result = YARDO_PR2_EjectPaper();
+    if (result == 0) result = YARDO_PR2_SetFormat(12, 1, 1, 1);
+    if (result == 0) result = YARDO_PR2_PrintData(0, 20, 40, "存入 Deposit", -1);
+    if (result == 0) result = YARDO_PR2_GetPaperStatus() == 4 ? 0 : -20;
+    if (result == 0) result = YARDO_PR2_EjectPaper();
     printf("printed %d, %.13s\n", result, (const char*)identifier);
     YARDO_PR2_ClosePort();
     return result < 0;

@@ -24,14 +24,12 @@ struct LoggingPrinter {
     sim::Printer printer;
 
     explicit LoggingPrinter(sim::Scenario scenario = {})
-        : printer(std::move(scenario),
-                  [this](const nlohmann::json& event) { events.push_back(event.dump()); }) {}
+        : printer(std::move(scenario), [this](const nlohmann::json& event) { events.push_back(event.dump()); }) {}
 };
 
 class UsbPrinter {
  public:
-    explicit UsbPrinter(const sim::UsbDevice& device = {}, sim::Scenario scenario = {})
-        : logging_(std::move(scenario)) {
+    explicit UsbPrinter(const sim::UsbDevice& device = {}, sim::Scenario scenario = {}) : logging_(std::move(scenario)) {
         std::string error;
         port_ = sim::UsbPort::open(logging_.printer, device, error);
         EXPECT_NE(port_, nullptr) << error;
@@ -47,8 +45,7 @@ class UsbPrinter {
     /// Nothing is held any more, neither by the driver nor on the bus. The bus hears of a closed device a
     /// little later.
     void expectNothingHeld() {
-        for (int i = 0; i < 1000 && port_->use().openDevices > 0; ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        for (int i = 0; i < 1000 && port_->use().openDevices > 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
         const sim::UsbUse use = port_->use();
         EXPECT_EQ(use.openDevices, 0);
         EXPECT_EQ(use.pendingTransfers, 0);
@@ -71,8 +68,7 @@ class Usb : public ::testing::Test {
         virtualClock = {};
         libusbCalls = {};
         Picture picture(40, 60);
-        for (int y = 0; y < picture.height; ++y)
-            picture.at(y % picture.width, y) = picture.at(0, y) = 0;
+        for (int y = 0; y < picture.height; ++y) picture.at(y % picture.width, y) = picture.at(0, y) = 0;
         writeFile(path_, picture.bmp(24, true));
     }
     void TearDown() override { EXPECT_EQ(protocol, nullptr); }
@@ -106,8 +102,7 @@ class Usb : public ::testing::Test {
 
     /// The same over the port "USB", opened and closed. `timeoutMs` is short where a transfer shall hang.
     std::vector<int> printPageOverUsb(int timeoutMs = 5000) {
-        if (YARDO_PR2_OpenPort("USB") != 0)
-            return {};
+        if (YARDO_PR2_OpenPort("USB") != 0) return {};
         dynamic_cast<HidUsb&>(*protocol).timeoutMs = timeoutMs;
         std::vector<int> results = printPage();
         EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
@@ -227,8 +222,7 @@ TEST_F(Usb, AnyTransferMayFail) {
     for (int i = 0; i < 4; ++i) {
         const UsbFault fault = faults[i];
         for (int at = 1 + i; at <= transfers; at += 4) {  // between them they meet every transfer
-            SCOPED_TRACE("fault " + std::to_string(static_cast<int>(fault)) + " at transfer " +
-                         std::to_string(at));
+            SCOPED_TRACE("fault " + std::to_string(static_cast<int>(fault)) + " at transfer " + std::to_string(at));
             UsbPrinter printer;
             printer->setFault(fault, at);
             (void)printPageOverUsb(10);
@@ -241,8 +235,7 @@ TEST_F(Usb, AnyTransferMayFail) {
             ASSERT_EQ(YARDO_PR2_OpenPort("USB"), 0);
             EXPECT_EQ(YARDO_PR2_LR(), 0);
             EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
-            if (HasFailure())
-                return;
+            if (HasFailure()) return;
         }
     }
 }
@@ -253,11 +246,8 @@ TEST_F(Usb, WhatAFailedTransferLeaves) {
         UsbFault fault;
         int writeResult;
         int readCount;  // of the answer's 3 bytes
-    } rows[] = {{UsbFault::kNone, 2, 3},
-                {UsbFault::kStall, 0, 0},
-                {UsbFault::kShort, 0, 0},
-                {UsbFault::kHang, 0, 0},
-                {UsbFault::kUnplug, 0, 0}};
+    } rows[] = {
+        {UsbFault::kNone, 2, 3}, {UsbFault::kStall, 0, 0}, {UsbFault::kShort, 0, 0}, {UsbFault::kHang, 0, 0}, {UsbFault::kUnplug, 0, 0}};
     const auto* request = reinterpret_cast<const unsigned char*>("\x1Bj");
     for (const auto& row : rows) {
         SCOPED_TRACE(static_cast<int>(row.fault));

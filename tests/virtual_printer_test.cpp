@@ -19,13 +19,9 @@ namespace {
 
 using Random = std::mt19937;
 
-int pick(Random& random, int from, int to) {
-    return std::uniform_int_distribution<int>(from, to)(random);
-}
+int pick(Random& random, int from, int to) { return std::uniform_int_distribution<int>(from, to)(random); }
 
-int toDots(int millimetres) {
-    return static_cast<int>(millimetres * 180 / 25.4);
-}
+int toDots(int millimetres) { return static_cast<int>(millimetres * 180 / 25.4); }
 
 /// A picture that the printer's 1/120-inch steps can place exactly at xDots: either no blank gap is wide
 /// enough to be jumped over, or every block behind one begins on a dot that such a step reaches.
@@ -33,24 +29,20 @@ Picture randomPicture(Random& random, int xDots) {
     Picture picture(pick(random, 1, 420), pick(random, 1, 150));
     const auto inkColumn = [&](int x, int percent) {
         for (int y = 0; y < picture.height; ++y) {
-            if (pick(random, 1, 100) <= percent)
-                picture.at(x, y) = static_cast<std::uint8_t>(pick(random, 0, 199));
+            if (pick(random, 1, 100) <= percent) picture.at(x, y) = static_cast<std::uint8_t>(pick(random, 0, 199));
         }
     };
     const int percent = pick(random, 0, 1) == 0 ? pick(random, 30, 100) : 8;
     for (int x = 0; x < picture.width;) {
         const int blockEnd = x + pick(random, 1, 80);
-        for (bool first = true; x < blockEnd && x < picture.width; ++x, first = false)
-            inkColumn(x, first ? 100 : percent);
+        for (bool first = true; x < blockEnd && x < picture.width; ++x, first = false) inkColumn(x, first ? 100 : percent);
         x += pick(random, 0, 150);
-        while ((xDots + x) % 3 == 1)
-            ++x;
+        while ((xDots + x) % 3 == 1) ++x;
     }
     if (pick(random, 0, 1) == 0) {  // bands of blank rows, with ink at most in their last, partial byte
         for (int y = pick(random, 0, 30); y < picture.height; y += pick(random, 1, 60)) {
             for (int end = y + pick(random, 1, 40); y < end && y < picture.height; ++y) {
-                for (int x = 0; x < picture.width / 8 * 8; ++x)
-                    picture.at(x, y) = static_cast<std::uint8_t>(pick(random, 200, 255));
+                for (int x = 0; x < picture.width / 8 * 8; ++x) picture.at(x, y) = static_cast<std::uint8_t>(pick(random, 200, 255));
             }
         }
     }
@@ -66,8 +58,7 @@ std::vector<std::string> expectedDots(Picture& picture) {
     int blank = 0;
     for (int y = 0; y < picture.height;) {
         bool ink = false;
-        for (int x = 0; x < picture.width / 8 * 8; ++x)
-            ink = ink || inked(x, y);
+        for (int x = 0; x < picture.width / 8 * 8; ++x) ink = ink || inked(x, y);
         if (!ink) {
             ++blank;
             ++y;
@@ -80,11 +71,9 @@ std::vector<std::string> expectedDots(Picture& picture) {
             line.assign(static_cast<std::size_t>(picture.width), '.');
             for (int x = 0; x < picture.width; ++x) {
                 const int group = row - (row - y) % 8;
-                const bool escape = row == group && inked(x, group + 1) && !inked(x, group + 2) &&
-                                    inked(x, group + 3) && inked(x, group + 4) && !inked(x, group + 5) &&
-                                    !inked(x, group + 6) && !inked(x, group + 7);
-                if (inked(x, row) && !escape)
-                    line[static_cast<std::size_t>(x)] = '#';
+                const bool escape = row == group && inked(x, group + 1) && !inked(x, group + 2) && inked(x, group + 3) &&
+                                    inked(x, group + 4) && !inked(x, group + 5) && !inked(x, group + 6) && !inked(x, group + 7);
+                if (inked(x, row) && !escape) line[static_cast<std::size_t>(x)] = '#';
             }
         }
         y += 24;
@@ -98,8 +87,7 @@ class PrinterOnALine {
  public:
     explicit PrinterOnALine(sim::Scenario scenario = {})
         : printer_(
-              std::move(scenario), [this](const nlohmann::json& event) { note(event); },
-              [this](const sim::Page& page) { compare(page); }) {
+              std::move(scenario), [this](const nlohmann::json& event) { note(event); }, [this](const sim::Page& page) { compare(page); }) {
         std::string error;
         port_ = sim::PtyPort::open(printer_, error);
         EXPECT_NE(port_, nullptr) << error;
@@ -134,8 +122,7 @@ class PrinterOnALine {
     void note(const nlohmann::json& event) {
         const std::lock_guard lock(mutex_);
         const std::string kind = event["event"];
-        if (kind == "unknown" || kind == "malformed" || kind == "no-paper" || kind == "off-page" ||
-            kind == "bad-value")
+        if (kind == "unknown" || kind == "malformed" || kind == "no-paper" || kind == "off-page" || kind == "bad-value")
             surprises_.insert(event.dump());
     }
     void compare(const sim::Page& page) {
@@ -146,12 +133,9 @@ class PrinterOnALine {
         const int width = height > 0 ? 500 : 0;
         for (int y = -around; y < height + around; ++y) {
             for (int x = -around; x < width + around; ++x) {
-                const bool inside = y >= 0 && y < height && x >= 0 &&
-                                    x < static_cast<int>(rows_[static_cast<std::size_t>(y)].size());
-                const bool want =
-                    inside && rows_[static_cast<std::size_t>(y)][static_cast<std::size_t>(x)] == '#';
-                if (page.dot(xDots_ + x, yDots_ + y) != want)
-                    ++differences_;
+                const bool inside = y >= 0 && y < height && x >= 0 && x < static_cast<int>(rows_[static_cast<std::size_t>(y)].size());
+                const bool want = inside && rows_[static_cast<std::size_t>(y)][static_cast<std::size_t>(x)] == '#';
+                if (page.dot(xDots_ + x, yDots_ + y) != want) ++differences_;
             }
         }
     }
@@ -176,23 +160,20 @@ TEST(OnTheLine, TwoHundredPicturesComeOutAsTheyAre) {
     for (unsigned seed = 0; seed < 200; ++seed) {
         Random random(seed);
         int x = pick(random, 0, 60);
-        while (toDots(x) % 3 == 1)
-            ++x;
+        while (toDots(x) % 3 == 1) ++x;
         const int y = pick(random, 0, 120);
         Picture picture = randomPicture(random, toDots(x));
         const int depths[] = {1, 4, 8, 24, 32};
         const int depth = depths[pick(random, 0, 4)];
         if (depth < 8) {
-            for (std::uint8_t& grey : picture.grey)
-                grey = grey < 200 ? 0 : 255;
+            for (std::uint8_t& grey : picture.grey) grey = grey < 200 ? 0 : 255;
         }
         writeFile(path, picture.bmp(depth, pick(random, 0, 1) == 0));
         printer.expect(expectedDots(picture), toDots(x), toDots(y) / 3 * 3);
         ASSERT_EQ(YARDO_PR2_InsertPaper(), 0);
         ASSERT_EQ(YARDO_PrintBmpOLI(path.c_str(), true, x, y), 0);
-        ASSERT_EQ(printer.differences(), 0)
-            << "seed " << seed << ", " << picture.width << " x " << picture.height << " at " << x << ", " << y
-            << ", " << depth << " bits";
+        ASSERT_EQ(printer.differences(), 0) << "seed " << seed << ", " << picture.width << " x " << picture.height << " at " << x << ", "
+                                            << y << ", " << depth << " bits";
     }
     EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
     EXPECT_EQ(printer.surprises(), std::set<std::string>{});
@@ -240,8 +221,7 @@ class FailingLine : public Protocol {
                 sent.resize(sent.size() / 2);
                 break;
             case garbage:
-                for (std::uint8_t& byte : sent)
-                    byte ^= 0x55;
+                for (std::uint8_t& byte : sent) byte ^= 0x55;
                 break;
             case none:
                 break;
@@ -258,14 +238,12 @@ class FailingLine : public Protocol {
         auto count = std::min(pending_.size(), static_cast<std::size_t>(readLength));
         const Fault fault = due();
         if (fault == error || fault == silence) {
-            if (fault == silence)
-                pending_.clear();
+            if (fault == silence) pending_.clear();
             count = 0;
         } else if (fault == shortened) {
             count = std::min<std::size_t>(count, 1);
         } else if (fault == garbage) {
-            for (std::uint8_t& byte : pending_)
-                byte ^= 0xFF;
+            for (std::uint8_t& byte : pending_) byte ^= 0xFF;
         }
         if (count == 0) {
             virtualClock.microseconds += 1'000'000;  // the line's own time-out
@@ -339,14 +317,12 @@ TEST(Torture, AnyTransferMayFailInAnyWay) {
     };
     const auto [results, transfers] = runWith(FailingLine::none, 0);
     ASSERT_EQ(results, good);
-    for (const auto fault :
-         {FailingLine::error, FailingLine::shortened, FailingLine::silence, FailingLine::garbage}) {
+    for (const auto fault : {FailingLine::error, FailingLine::shortened, FailingLine::silence, FailingLine::garbage}) {
         for (int at = 1; at <= transfers; ++at) {
             SCOPED_TRACE("fault " + std::to_string(fault) + " at transfer " + std::to_string(at));
             (void)runWith(fault, at);
             ASSERT_EQ(runWith(FailingLine::none, 0).first, good);
-            if (HasFailure())
-                return;
+            if (HasFailure()) return;
         }
     }
 }

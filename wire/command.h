@@ -14,6 +14,7 @@ enum class CommandId {
     kUnknown,
     kMalformedBitmap,
     kMalformedStripe,
+    kMalformedConfiguration,
 
     kText,  // `bytes`: GB18030, whole characters only
     kCarriageReturn,
@@ -25,6 +26,8 @@ enum class CommandId {
 
     kHorizontalPosition,  // `number()`: 1/120 inch
     kVerticalPosition,    // `number()`: 1/240 inch
+    kHeadMove,            // `number()`: dots to the right
+    kPaperFeed,           // `number()`: 1/120 inch downward
     kLineSpace,           // `number()`: 1/240 inch
     kPitch,               // `number()`: the code byte
     kBoldOn,
@@ -48,6 +51,10 @@ enum class CommandId {
     kPrinterStatus,
     kPaperStatus,
     kFirmware,
+    kPaperWidth,
+    kPaperLength,
+    kConfigurationRead,
+    kConfigurationWrite,  // `bytes`: the block with its ESC Z
 
     kStripeSelect,  // `number()`: 0 or 1
     kStripeRead,

@@ -9,16 +9,15 @@ namespace {
 std::size_t parameterLength(const Row& row) {
     switch (row.shape) {
         case Shape::kDigits:
+        case Shape::kCount:
+        case Shape::kColumns:
             return row.width;
         case Shape::kChoice:
         case Shape::kByte:
             return 1;
-        case Shape::kNone:
-        case Shape::kBitmap:
-        case Shape::kStripe:
+        default:
             return 0;
     }
-    return 0;
 }
 
 bool fits(const Row& row, std::uint8_t parameter) {
@@ -30,12 +29,9 @@ bool fits(const Row& row, std::uint8_t parameter) {
         case Shape::kByte:
             // An ESC here is the next command after one that was cut short.
             return parameter != kEsc;
-        case Shape::kNone:
-        case Shape::kBitmap:
-        case Shape::kStripe:
-            return false;
+        default:
+            return true;
     }
-    return false;
 }
 
 Match matchRow(const Row& row, std::span<const std::uint8_t> sequence) {
@@ -72,15 +68,22 @@ Lookup lookUp(std::span<const Row> table, std::span<const std::uint8_t> sequence
 
 std::vector<int> numbersOf(const Row& row, std::span<const std::uint8_t> sequence) {
     const std::span<const std::uint8_t> parameters = sequence.subspan(row.fixed.size());
-    if (row.shape == Shape::kDigits) {
-        int number = 0;
-        for (const std::uint8_t digit : parameters) {
-            number = number * 10 + (digit - '0');
+    switch (row.shape) {
+        case Shape::kDigits:
+        case Shape::kCount:
+        case Shape::kColumns: {
+            const bool digits = row.shape == Shape::kDigits;
+            int number = 0;
+            for (const std::uint8_t part : parameters) {
+                number = digits ? number * 10 + (part - '0') : number * 256 + part;
+            }
+            return {number};
         }
-        return {number};
-    }
-    if (row.shape == Shape::kChoice || row.shape == Shape::kByte) {
-        return {parameters.front()};
+        case Shape::kChoice:
+        case Shape::kByte:
+            return {parameters.front()};
+        default:
+            break;
     }
     return row.value >= 0 ? std::vector<int>{row.value} : std::vector<int>{};
 }

@@ -16,9 +16,17 @@ enum class Shape : std::uint8_t {
     kDigits,  // `width` decimal digits: one number
     kChoice,  // one byte out of `choices`: one number, the byte itself
     kByte,    // one byte, any but ESC: one number, the byte itself
-    kBitmap,  // columns up to ESC 2
-    kStripe,  // data up to GS ESC backslash
+    kCount,   // `width` bytes of any value, the high one first: one number
+
+    // The rest are followed by data.
+    kBitmap,         // columns up to ESC 2
+    kStripe,         // up to GS ESC backslash
+    kColumns,        // a kCount of columns, then the columns
+    kConfiguration,  // up to ESC Z
 };
+
+// A column of a bitmap run: 24 dots.
+inline constexpr std::size_t kColumnBytes = 3;
 
 inline constexpr std::uint8_t kEsc = 0x1B;
 inline constexpr std::uint8_t kFs = 0x1C;
@@ -34,6 +42,10 @@ struct Row {
     std::string_view choices{};
     int value = -1;  // number of a command that has none on the line
 };
+
+[[nodiscard]] constexpr bool hasData(const Row& row) {
+    return row.shape >= Shape::kBitmap;
+}
 
 // How far a sequence agrees with a command set.
 enum class Match { kNone, kPartial, kWhole };
