@@ -119,35 +119,50 @@ class Usb : public ::testing::Test {
         EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
     }
 
- private:
     TemporaryDirectory directory_;
     std::string path_ = directory_.file("a.bmp");
 };
 
+/// What a job does to a printer on a serial line.
+std::vector<std::string> eventsOverSerial(const sim::Scenario& scenario, const std::function<void(const char*)>& job) {
+    LoggingPrinter logging(scenario);
+    std::string error;
+    const auto line = sim::PtyPort::open(logging.printer, error);
+    EXPECT_NE(line, nullptr) << error;
+    std::atomic<bool> stop = false;
+    std::thread thread([&] {
+        while (!stop && line->serve(20)) {
+        }
+    });
+    job(line->name().c_str());
+    stop = true;
+    thread.join();
+    EXPECT_TRUE(line->serve(20));  // what was on its way
+    return logging.events;
+}
+
 TEST_F(Usb, APageIsThatOfASerialLine) {
-    std::vector<std::string> overSerial;
-    {
-        LoggingPrinter logging;
-        std::string error;
-        const auto line = sim::PtyPort::open(logging.printer, error);
-        ASSERT_NE(line, nullptr) << error;
-        std::atomic<bool> stop = false;
-        std::thread thread([&] {
-            while (!stop && line->serve(20)) {
-            }
-        });
-        EXPECT_EQ(YARDO_PR2_OpenPort(line->name().c_str()), 0);
+    const auto oli = [this](const char* port) {
+        EXPECT_EQ(YARDO_PR2_OpenPort(port), 0);
         EXPECT_EQ(printPage(), good);
         EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
-        stop = true;
-        thread.join();
-        overSerial = logging.events;
+    };
+    const auto oki = [this](const char* port) {  // each call opens and closes; a time-out of 0 is none
+        EXPECT_EQ(PT_PrintTxtStream(port, 0, 3, 100, 50, "对账单\nStatement\n", -1), 0);
+        EXPECT_EQ(PT_PrintImageFile(port, 0, 0, 100, 50, 0, path_.c_str()), 0);
+        EXPECT_EQ(PT_Eject(port, 0), 0);
+        g_timeout = 10;
+    };
+    const std::pair<sim::Family, std::function<void(const char*)>> rows[] = {{sim::Family::kOli, oli}, {sim::Family::kOki, oki}};
+    for (const auto& [family, job] : rows) {
+        const sim::Scenario scenario{.family = family};
+        const auto overSerial = eventsOverSerial(scenario, job);
+        UsbPrinter printer({}, scenario);
+        job("USB");
+        printer.expectNothingHeld();
+        EXPECT_EQ(printer.takeEvents(), overSerial);
+        EXPECT_GT(overSerial.size(), 8U);
     }
-    UsbPrinter printer;
-    EXPECT_EQ(printPageOverUsb(), good);
-    EXPECT_EQ(printer.takeEvents(), overSerial);
-    EXPECT_GT(overSerial.size(), 20U);
-    printer.expectNothingHeld();
 }
 
 TEST_F(Usb, AnswersInPiecesAreReadWhole) {
