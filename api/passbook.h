@@ -18,7 +18,9 @@
  *   Blocking    Every call runs on the caller's thread and returns when its work is done. A read of the
  *               printer's answer waits at most one second on a serial port, for the transfers' time-out on USB
  *               (see YARDO_PR2_OpenPort), and without limit on a parallel port.
- *   Signals     A system call that a signal interrupts is made again.
+ *   Signals     A system call that a signal interrupts before it did anything is made again. A write to a
+ *               serial or parallel port that a signal cuts short counts as sent, and its rest is lost: a
+ *               program that handles signals blocks them around its calls.
  *   Text        UTF-8 in, GB18030 to the printer.
  *   Units       Millimetres, tenths of them or inches as each function says, from the document's top left
  *               corner. Inside, positions are dots of 1/180 inch; a picture's pixel is one dot. An OLI printer
@@ -73,8 +75,8 @@
  *   YARDO_PR2_OpenPort, YARDO_PR2_InitPrinter, then for each document YARDO_PR2_InsertPaper, formats, text and
  *   pictures, YARDO_PR2_EjectPaper or YARDO_PR2_SPB, and at the end YARDO_PR2_ClosePort.
  *   The PT_ functions need nothing before them and nothing behind. Called while a port is open, they use that
- *   port whatever name they are given, and close it: the YARDO_ functions then fail (-3, -4, -30) until the
- *   host closes the port and opens it again.
+ *   port whatever name they are given, and close it: calls of the YARDO_ functions then have nothing to talk
+ *   to, and most fail (-3, -4, -30), until the host closes the port and opens it again.
  */
 #ifndef PASSBOOK_H
 #define PASSBOOK_H
@@ -215,8 +217,8 @@ PASSBOOK_API int YARDO_PR2_GetPrinterStatus(void);
 
 /*
  * Asks where the document is. Blocks for up to three reads, and first reads away what an earlier answer left.
- * Returns 1 there is none; 2, 3 there is one that is not in place; 4 it is in place; -3; -6; -20 no answer, or
- * one that is not listed.
+ * Returns 4 it is in place; 1, 2, 3 it is not (YARDO_PR2_SPB waits while it is 2 or 3, and ends at 1); -3; -6;
+ * -20 no answer, or one that is not listed.
  */
 PASSBOOK_API int YARDO_PR2_GetPaperStatus(void);
 
@@ -291,8 +293,10 @@ PASSBOOK_API int YARDO_PrintBmpOLI(const char* path, bool eject, int x, int y);
  * sides                0 front, 1 back, 2 both, any other none. The printer answers for both in any case.
  * dpi                  up to 240, up to 400, above: one of the printer's three resolutions.
  * direction            bit 0 is passed on to the printer.
- * While it runs, the image is in a temporary file beside frontFile, readable by nobody but the user. After a
- * failure that file may stay there. Memory does not grow with the image.
+ * While it runs, the image is in a temporary file beside frontFile, readable by nobody but the user. It stays
+ * there after a failure, and when it cannot be moved to its name (another file system, a directory that does
+ * not exist), which the result does not tell: look whether the file is there. Memory does not grow with the
+ * image.
  * Each read of the port is taken for one piece of the printer's stream, and pieces of exactly 1 and 8 bytes
  * mean something: lines that carry bytes without borders (a serial line at speed, say) can cut pieces so that
  * image bytes get lost or the image ends early. Ports that keep borders (USB) do not have this.
@@ -336,7 +340,8 @@ PASSBOOK_API int YARDO_ScantoFileOLI(const char* frontFile, const char* backFile
  * Positions are cut to whole millimetres: x = 105 and x = 100 are both 10 mm. Distances beyond 65535 dots are
  * brought down to that.
  * The image functions lay temporary files, named ".tmp_" and a time, into the current directory, readable by
- * nobody but the user, and remove them before they return.
+ * nobody but the user, and remove them before they return. Programs that print at the same time do so from
+ * directories of their own.
  */
 
 /*

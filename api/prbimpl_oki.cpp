@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <new>
 #include <span>
@@ -58,7 +56,7 @@ class PortOfCall {
 struct TemporaryFile {
     char name[tempNameBytes] = "";
 
-    void takeName() { GetTempFileName(name, TMP_PATH); }
+    void takeName() { takeTempFileName(name, TMP_PATH); }
     void remove() const {
         if (name[0] != '\0')
             (void)std::remove(

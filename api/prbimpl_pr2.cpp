@@ -71,8 +71,7 @@ int YARDO_PR2_PrintData(int unit, int x, int y, const char* text, int length) {
     if (text == nullptr)
         return badArgument;
     const bool inches = unit != 0;
-    // Page layouts in millimetres count on text one millimetre lower than they say; those in inches, and
-    // pictures, do not.
+    // Text in millimetres goes one millimetre lower; text in inches, and pictures, do not.
     const int xDots = inches ? dotsFromInches(x) : dotsFromMillimetres(x);
     const int yDots = inches ? dotsFromInches(y) : dotsFromMillimetres(std::int64_t{y} + 1);
     int convertedLength = 0;

@@ -162,8 +162,11 @@ int getBitmapData(const char* path, unsigned char** buffer, int width, int heigh
     const FileHandle file(path != nullptr ? std::fopen(path, "rb") : nullptr);
     if (file == nullptr)
         return -11;
-    if (width < 1 || height == std::numeric_limits<int>::min() || bitsPerPixel < 0 || dataOffset < 0)
+    if (width < 1 || height == std::numeric_limits<int>::min() || dataOffset < 0)
         return -13;
+    // Also what keeps the loop below from running over billions of rows of no bytes.
+    if (bitsPerPixel < 8 && bitsPerPixel != 1 && bitsPerPixel != 4)
+        return -12;
     const int rows = height < 0 ? -height : height;
     const std::int64_t size = imageBytes(width, rows, bitsPerPixel);
     if (size < 0)

@@ -52,7 +52,7 @@ struct tagRGBQUAD {
 
 /// Reads the rows into a new buffer of stride x |height| bytes, top row first whatever the file's order;
 /// release it with freeBitmapData. The geometry is what getBitmapInfo returned. 0; -11 the file cannot be
-/// opened; -12 a row cannot be read whole; -13 the file holds fewer rows than it promises, or its geometry
+/// opened; -12 a row cannot be read whole, or the depth is none that a BMP has (0, 2, 3, 5 to 7); -13 the file holds fewer rows than it promises, or its geometry
 /// cannot be held at all (a width below 1, sizes beyond 31 bits, rows that begin behind the end); -31 no
 /// memory. `*buffer` is null after every failure.
 [[nodiscard]] int getBitmapData(const char* path, unsigned char** buffer, int width, int height,

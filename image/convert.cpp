@@ -16,10 +16,16 @@ namespace {
 /// The signature of the PNG format (RFC 2083, section 3.1).
 constexpr std::array<unsigned char, 8> PNG_HEADER = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
 
-/// Gives a temporary file the permissions that any new file of the user's gets.
+/// Gives what was a temporary file the permissions that any new file of the user's gets. The mask is read, for asking
+/// for it with umask() changes it, for a moment, under the feet of the host's other threads.
 void publish(const char* path) {
-    const mode_t mask = umask(0);
-    (void)umask(mask);
+    unsigned mask = 0077;
+    const FileHandle status(std::fopen("/proc/self/status", "r"));
+    char line[256];
+    while (status != nullptr && std::fgets(line, sizeof line, status.get()) != nullptr) {
+        if (std::sscanf(line, "Umask: %o", &mask) == 1)
+            break;
+    }
     (void)chmod(path, 0666 & ~mask);
 }
 
@@ -52,8 +58,8 @@ int saveBitmapData(const char* bmp, const char* destination) {
         (void)convertBMPtoJPG(bmp, destination, 20);
         (void)std::remove(bmp);
     } else {
-        publish(bmp);
-        (void)std::rename(bmp, destination);
+        if (std::rename(bmp, destination) == 0)
+            publish(destination);
     }
     return 0;
 }

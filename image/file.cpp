@@ -1,13 +1,13 @@
 #include "image/file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <limits>
 #include <memory>
@@ -139,6 +139,15 @@ void GetTempFileName(char* name, const char* place) {
     if (written < 0 || written >= tempNameBytes)
         name[0] = '\0';  // a name cut short could be another file's
     index = index == std::numeric_limits<std::int32_t>::max() ? 0 : index + 1;
+}
+
+void takeTempFileName(char* name, const char* place) {
+    constexpr int mostTries = 1000;  // a directory with that many is not ours to search
+    struct stat status {};
+    int tries = 0;
+    do {
+        GetTempFileName(name, place);
+    } while (lstat(name, &status) == 0 && ++tries < mostTries);
 }
 
 int makeTempFile(const char* name) {

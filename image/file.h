@@ -35,6 +35,9 @@ void freeFileData(unsigned char* buffer);
 /// can be created under it.
 void GetTempFileName(char* name, const char* place);
 
+/// GetTempFileName, but a name that is taken already (by another process that began in the same second) is passed over.
+void takeTempFileName(char* name, const char* place);
+
 /// Makes the temporary file `name` for writing: empty, readable by nobody but the user, and never through a
 /// link that somebody else left there under that name. 0, or -1.
 [[nodiscard]] int makeTempFile(const char* name);

@@ -8,7 +8,6 @@
 #include "image/bmp.h"
 #include "image/convert.h"
 #include "image/file.h"
-#include "image/handles.h"
 
 namespace passbook {
 
@@ -96,9 +95,11 @@ int rorateImage(const char* source, const char* destination, int angle) {
     const int pixelBytes = bitsPerPixel / 8;
     const auto sourceStride = static_cast<std::size_t>(bmpStrideBytes(width, bitsPerPixel));
     const auto stride = static_cast<std::ptrdiff_t>(bmpStrideBytes(newWidth, bitsPerPixel));
-    // A tall, narrow picture grows by its fill bytes when it is turned, at most fourfold: no overflow in 64
-    // bits.
+    // A tall, narrow picture grows by its fill bytes when it is turned, at most fourfold: no overflow in 64 bits, but
+    // maybe more than a file can say.
     const auto size = static_cast<std::size_t>(stride) * static_cast<std::size_t>(newHeight);
+    if (size > static_cast<std::size_t>(INT32_MAX) - bmpHeaderBytes)
+        return -3;
     const std::unique_ptr<unsigned char[]> turned(new (std::nothrow) unsigned char[size]);
     if (turned == nullptr)
         return -31;

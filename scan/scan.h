@@ -70,7 +70,7 @@ void drainPort(int bytesPerRead);
 /// each side on standard output.
 /// 0 (also when the data of a side do not match the size announced: it gets no file); 2 the printer was not ready, and
 /// the document was ejected, or the end message's row count is not the header's (the file is written all the same);
-/// -40 a read brought nothing where something was awaited; -31 no memory for the image, or for its rows in the file:
+/// -40 a read brought nothing where something was awaited; -31 no memory for the image:
 /// the port was drained. The last failure counts.
 [[nodiscard]] int ScanToFileOLI(scans* record);
 

@@ -1,9 +1,6 @@
-#include <unistd.h>
-
 #include <array>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <new>
 
@@ -34,7 +31,7 @@ int WaitInsertPaper() {
     return status < 0 ? status : 0;
 }
 
-/// Documents of one size are scanned with the printer's own settings for them, but for black and white.
+/// Documents of one size get a first parameter of their own, but for black and white.
 void dealSpecialPaper(int width, int length, scans* record) {
     const bool special = 1230 < width && width < 1380 && 1440 < length && length < 1590;
     if (special && record->bitsPerPixel != 1)
@@ -61,8 +58,8 @@ void sendScanCMD() {
 class SideReceiver {
  public:
     explicit SideReceiver(scans& record) : record_(record) {
-        // Beside the front side's file, so that moving it there stays within one directory. The back side's too.
-        GetTempFileName(temporary_, record.entry(0).fileName);
+        // Beside the front side's file, so that moving it there stays within one directory; the back side's as well.
+        takeTempFileName(temporary_, record.entry(0).fileName);
     }
 
     /// True when the next side may be received; otherwise the record's result says why not.
@@ -82,6 +79,8 @@ class SideReceiver {
     static constexpr std::size_t drainBytes = 256;
     static constexpr std::size_t blockBytes = 16384;
     static constexpr std::size_t fileBufferBytes = 65536;
+    /// A printer that sends nothing of use for ever does not hold the caller.
+    static constexpr int mostUselessReads = 65536;
 
     scans& record_;
     char temporary_[tempNameBytes] = "";
@@ -119,6 +118,7 @@ bool SideReceiver::receiveData(std::uint32_t size, const unsigned char* begun, s
 
     // Unsigned and wider than the announced size: both can be beyond 31 bits.
     std::uint64_t total = begunBytes;
+    int uselessReads = 0;
     bool written = std::fwrite(begun, 1, begunBytes, file.get()) == begunBytes;
     while (total <= size && written) {
         auto count = static_cast<std::size_t>(GetData(block_.get(), static_cast<int>(blockBytes)));
@@ -128,8 +128,11 @@ bool SideReceiver::receiveData(std::uint32_t size, const unsigned char* begun, s
             record_.result = 0;
             break;
         }
-        if (count == headerBytes)
+        if (count == headerBytes) {
             count = 0;  // printers put blocks of this length in between; they are no pixels
+            if (++uselessReads > mostUselessReads)
+                return fail(-40);
+        }
         written = std::fwrite(block_.get(), 1, count, file.get()) == count;
         total += count;
         record_.current().receivedBytes =

@@ -97,28 +97,25 @@ struct Message {
     }
 };
 
-/// Rows of `rowBits` bits one behind the other, brought to the BMP's stride with zeros. The last bits may be missing.
-void padRows(const unsigned char* packed, std::size_t packedBytes, std::size_t rowBits, unsigned char* padded,
-             std::size_t stride, std::size_t rows) {
+/// Brings rows of `rowBits` bits, one behind the other in `packedBytes` bytes, to the BMP's stride with zeros, in place.
+/// The last row's last bits may be missing. `rowBits` is no multiple of the stride's bits.
+void padRows(unsigned char* data, std::size_t packedBytes, std::size_t rowBits, std::size_t stride,
+             std::size_t rows) {
     const std::size_t rowBytes = (rowBits + 7) / 8;
-    for (std::size_t row = 0; row < rows; ++row, padded += stride) {
-        const std::size_t firstBit = row * rowBits;
-        const std::size_t first = firstBit / 8;
-        const unsigned shift = firstBit % 8;
-        const auto at = [&](std::size_t i) {
-            return i < packedBytes ? static_cast<unsigned>(packed[i]) : 0U;
-        };
-        if (shift == 0) {
-            const std::size_t available = std::min(rowBytes, packedBytes - std::min(first, packedBytes));
-            std::memcpy(padded, packed + std::min(first, packedBytes), available);
-        } else {
-            for (std::size_t i = 0; i < rowBytes; ++i)
-                padded[i] =
-                    static_cast<unsigned char>(at(first + i) << shift | at(first + i + 1) >> (8 - shift));
+    const auto at = [&](std::size_t i) { return i < packedBytes ? static_cast<unsigned>(data[i]) : 0U; };
+    // From the end, for every row moves up, and ends above all that is still to be read.
+    for (std::size_t row = rows; row-- > 0;) {
+        const std::size_t first = row * rowBits / 8;
+        const unsigned shift = row * rowBits % 8;
+        unsigned char* target = data + row * stride;
+        for (std::size_t i = rowBytes; i-- > 0;) {
+            const unsigned two = at(first + i) << 8 | at(first + i + 1);
+            target[i] = static_cast<unsigned char>(two >> (8 - shift));
         }
         if (rowBits % 8 != 0)  // what follows in the last byte is the next row's
-            padded[rowBytes - 1] =
-                static_cast<unsigned char>(padded[rowBytes - 1] & (0xFF00U >> (rowBits % 8)));
+            target[rowBytes - 1] =
+                static_cast<unsigned char>(target[rowBytes - 1] & (0xFF00U >> (rowBits % 8)));
+        std::fill(target + rowBytes, target + stride, static_cast<unsigned char>(0));
     }
 }
 
@@ -155,10 +152,8 @@ class SideReceiver {
 void SideReceiver::run() {
     for (;;) {
         message_.read();
-        if (message_.isHeader()) {
+        if (message_.isHeader())
             takeHeader();
-            continue;
-        }
         if (message_.isImageStart() && !receiveImage())
             return;
         if (message_.isEnd()) {
@@ -191,8 +186,10 @@ bool SideReceiver::receiveImage() {
         fits ? static_cast<std::int32_t>(required) : std::numeric_limits<std::int32_t>::max();
     entry.receivedBytes = 0;
     position_ = 0;
-    data_.reset(fits ? new (std::nothrow) unsigned char[static_cast<std::size_t>(required + spareBytes)]
-                     : nullptr);
+    // Room for the file's fill bytes as well, so that nothing can fail any more once the image is there.
+    const std::int64_t inFile = bmpStrideBytes(entry.width, bitsPerPixel_) * entry.height;
+    const auto room = static_cast<std::size_t>(std::max(required + spareBytes, inFile));
+    data_.reset(fits ? new (std::nothrow) unsigned char[room] : nullptr);
     entry.imageData = data_.get();
     entry.startTag = message_.bytes[1];
     if (data_ == nullptr) {
@@ -256,22 +253,12 @@ void SideReceiver::save() {
     scanEntry& entry = record_.current();
     const auto rowBits = static_cast<std::size_t>(entry.width) * static_cast<std::size_t>(bitsPerPixel_);
     const auto stride = static_cast<std::size_t>(bmpStrideBytes(entry.width, bitsPerPixel_));
-    const std::size_t rows = entry.height;
-    const unsigned char* data = data_.get();
-    std::unique_ptr<unsigned char[]> padded;
-    if (rowBits % 32 != 0) {
-        padded.reset(new (std::nothrow) unsigned char[stride * rows]());
-        if (padded == nullptr) {
-            record_.result = -31;
-            return;
-        }
-        padRows(data, static_cast<std::size_t>(entry.requiredBytes), rowBits, padded.get(), stride, rows);
-        data = padded.get();
-    }
+    if (rowBits % 32 != 0)
+        padRows(data_.get(), static_cast<std::size_t>(entry.requiredBytes), rowBits, stride, entry.height);
     entry.imageSize = entry.requiredBytes;
     // A file that cannot be made has no code; the host misses it.
     (void)saveImageASBMP(entry.width, entry.height, bitsPerPixel_, record_.direction,
-                         static_cast<char>(record_.colorMode), data, entry.fileName);
+                         static_cast<char>(record_.colorMode), data_.get(), entry.fileName);
 }
 
 int getimgn(scans* record) {

@@ -16,7 +16,7 @@ void clearPrinterBuffer();
 /// combinations of the status bits included. At most four reads.
 [[nodiscard]] int GetPrinterStatus_OLI();
 
-/// Feeds the document to its first position. Always 0.
+/// Sends the paper-position command. Always 0.
 int InitPaperPosition_OLI();
 
 /// Sends the fixed set-up that a scan begins with, two writes, no answer read. Always 0. Not the operation of

@@ -2,14 +2,21 @@
 // page, and whatever goes wrong between the two, the host gets a documented code and the next job works.
 #include <gtest/gtest.h>
 
+#include <png.h>
+
 #include <atomic>
+#include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <mutex>
 #include <random>
 #include <set>
 #include <thread>
+// libjpeg's header wants stdio.h before it.
+#include <jpeglib.h>
 
 #include "api/passbook.h"
+#include "image/handles.h"
 #include "sim/port.h"
 #include "sim/printer.h"
 #include "tests/support.h"
@@ -52,7 +59,7 @@ Picture randomPicture(Random& random, int xDots) {
 /// The dots that a correct print of the picture shows: those below 200, but for rows that have ink only in
 /// their last partial byte and lie in no strip, and the upper dot of a group that would be an escape
 /// character.
-std::vector<std::string> expectedDots(Picture& picture) {
+std::vector<std::string> expectedDots(Picture picture, bool escapes = true) {
     std::vector<std::string> rows(static_cast<std::size_t>(picture.height));
     const auto inked = [&](int x, int y) { return y < picture.height && picture.at(x, y) < 200; };
     int blank = 0;
@@ -71,7 +78,7 @@ std::vector<std::string> expectedDots(Picture& picture) {
             line.assign(static_cast<std::size_t>(picture.width), '.');
             for (int x = 0; x < picture.width; ++x) {
                 const int group = row - (row - y) % 8;
-                const bool escape = row == group && inked(x, group + 1) && !inked(x, group + 2) && inked(x, group + 3) &&
+                const bool escape = escapes && row == group && inked(x, group + 1) && !inked(x, group + 2) && inked(x, group + 3) &&
                                     inked(x, group + 4) && !inked(x, group + 5) && !inked(x, group + 6) && !inked(x, group + 7);
                 if (inked(x, row) && !escape) line[static_cast<std::size_t>(x)] = '#';
             }
@@ -108,6 +115,10 @@ class PrinterOnALine {
         xDots_ = xDots;
         yDots_ = yDots;
         differences_ = -1;
+    }
+    /// The OKI functions ask nothing at the end that would tell that the page is out.
+    void waitForPage() {
+        for (int i = 0; i < 2000 && differences() < 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     int differences() {
         const std::lock_guard lock(mutex_);
@@ -176,6 +187,93 @@ TEST(OnTheLine, TwoHundredPicturesComeOutAsTheyAre) {
                                             << y << ", " << depth << " bits";
     }
     EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
+    EXPECT_EQ(printer.surprises(), std::set<std::string>{});
+}
+
+/// The picture as a JPEG file, and what is left of it in one: what libjpeg makes of it again.
+Picture throughJpeg(const Picture& picture, const std::string& path) {
+    const FileHandle file(std::fopen(path.c_str(), "wb+"));
+    Picture decoded(picture.width, picture.height);
+    jpeg_error_mgr errors{};
+    jpeg_compress_struct out{};
+    out.err = jpeg_std_error(&errors);
+    jpeg_create_compress(&out);
+    jpeg_stdio_dest(&out, file.get());
+    out.image_width = static_cast<JDIMENSION>(picture.width);
+    out.image_height = static_cast<JDIMENSION>(picture.height);
+    out.input_components = 1;
+    out.in_color_space = JCS_GRAYSCALE;
+    jpeg_set_defaults(&out);
+    jpeg_start_compress(&out, TRUE);
+    for (int y = 0; y < picture.height; ++y) {
+        JSAMPROW row = const_cast<JSAMPROW>(&picture.grey[static_cast<std::size_t>(y * picture.width)]);  // only read
+        (void)jpeg_write_scanlines(&out, &row, 1);
+    }
+    jpeg_finish_compress(&out);
+    jpeg_destroy_compress(&out);
+    std::rewind(file.get());
+    jpeg_decompress_struct in{};
+    in.err = &errors;
+    jpeg_create_decompress(&in);
+    jpeg_stdio_src(&in, file.get());
+    (void)jpeg_read_header(&in, TRUE);
+    (void)jpeg_start_decompress(&in);
+    for (int y = 0; y < picture.height; ++y) {
+        JSAMPROW row = &decoded.at(0, y);
+        (void)jpeg_read_scanlines(&in, &row, 1);
+    }
+    (void)jpeg_finish_decompress(&in);
+    jpeg_destroy_decompress(&in);
+    return decoded;
+}
+
+void writePng(const Picture& picture, const std::string& path) {
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    image.width = static_cast<png_uint_32>(picture.width);
+    image.height = static_cast<png_uint_32>(picture.height);
+    image.format = PNG_FORMAT_GRAY;
+    ASSERT_NE(png_image_write_to_file(&image, path.c_str(), 0, picture.grey.data(), 0, nullptr), 0);
+}
+
+/// A clockwise quarter turn.
+Picture turnedOnce(const Picture& picture) {
+    Picture turned(picture.height, picture.width);
+    for (int y = 0; y < picture.height; ++y) {
+        for (int x = 0; x < picture.width; ++x)
+            turned.at(picture.height - 1 - y, x) = picture.grey[static_cast<std::size_t>(y * picture.width + x)];
+    }
+    return turned;
+}
+
+TEST(OnTheLine, TwoHundredPicturesOfAllKindsAndTurnsOnOki) {
+    sim::Scenario scenario;
+    scenario.family = sim::Family::kOki;
+    PrinterOnALine printer(scenario);
+    const TemporaryDirectory directory;
+    std::filesystem::current_path(directory.file(""));
+    for (unsigned seed = 0; seed < 200; ++seed) {
+        Random random(seed);
+        const int x = pick(random, 0, 60), y = pick(random, 0, 100);
+        const Picture original = randomPicture(random, toDots(x));
+        for (const char* kind : {"a.jpg", "a.png", "24.bmp", "8.bmp"}) {
+            Picture picture = original;
+            if (kind == std::string("a.jpg"))
+                picture = throughJpeg(original, kind);
+            else if (kind == std::string("a.png"))
+                writePng(original, kind);
+            else
+                writeFile(kind, picture.bmp(std::atoi(kind), seed % 2 == 0));
+            for (int turns = 0; turns < 4; ++turns, picture = turnedOnce(picture)) {
+                printer.expect(expectedDots(picture, false), toDots(x), toDots(y) / 3 * 3);
+                ASSERT_EQ(PT_PrintImageFileRevolve(printer.name().c_str(), 0, 1, 10 * x, 10 * y, 0, kind, turns), 0);
+                ASSERT_EQ(PT_Eject(printer.name().c_str(), 0), 0);
+                printer.waitForPage();
+                ASSERT_EQ(printer.differences(), 0) << "seed " << seed << ", " << kind << ", " << turns << " turns";
+            }
+        }
+    }
+    std::filesystem::current_path("/");
     EXPECT_EQ(printer.surprises(), std::set<std::string>{});
 }
 
