@@ -1,5 +1,6 @@
 #include "image/convert.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <png.h>
 #include <sys/stat.h>
@@ -8,9 +9,6 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <random>
-// libjpeg's header wants stdio.h before it.
-#include <jpeglib.h>
 
 #include "image/bmp.h"
 #include "image/file.h"
@@ -20,366 +18,247 @@
 namespace passbook::tests {
 namespace {
 
-/// A BMP's rows as the print engine would get them, or nothing, with its code and geometry.
-struct Loaded {
-    int code = 0, width = 0, height = 0, bits = 0;
-    std::string rows;
-
-    explicit Loaded(const std::string& path) {
-        int offset = 0;
-        unsigned char* data = nullptr;
-        code = getBitmapInfo(path.c_str(), &width, &height, &offset, &bits);
-        if (code == 0) code = getBitmapData(path.c_str(), &data, width, height, bits, offset);
-        if (code == 0)
-            rows.assign(reinterpret_cast<char*>(data),
-                        static_cast<std::size_t>(bmpStrideBytes(width, bits)) * static_cast<std::size_t>(std::abs(height)));
-        freeBitmapData(data);
-    }
-    [[nodiscard]] std::string pixel(int x, int y) const {
-        const auto bytes = static_cast<std::size_t>(bits / 8);
-        return rows.substr(
-            static_cast<std::size_t>(y) * static_cast<std::size_t>(bmpStrideBytes(width, bits)) + static_cast<std::size_t>(x) * bytes,
-            bytes);
-    }
-};
-
 class Conversion : public ::testing::Test {
  protected:
     TemporaryDirectory directory;
-    std::string source = directory.file("source"), bmp = directory.file("a.bmp"), jpg = directory.file("a.jpg");
+    const std::string source = directory.file("source"), bmp = directory.file("a.bmp"), jpg = directory.file("a.jpg");
+    const int descriptor = nextDescriptor();
+
+    void SetUp() override { testing::internal::CaptureStderr(); }  // libpng tells what is wrong with each file
+    void TearDown() override {
+        (void)testing::internal::GetCapturedStderr();
+        EXPECT_EQ(nextDescriptor(), descriptor);  // all files have been closed
+    }
+    static int nextDescriptor() {
+        const int next = open("/dev/null", O_RDONLY);
+        close(next);
+        return next;
+    }
+    static unsigned permissions(const std::string& path) {
+        struct stat status {};
+        EXPECT_EQ(lstat(path.c_str(), &status), 0);
+        return status.st_mode & 07777;
+    }
+    /// Converts a file of such content into one that is not there yet.
+    int convertFresh(int (*convert)(const char*, const char*), const std::string& content) const {
+        writeFile(source, content);
+        (void)unlink(bmp.c_str());
+        return convert(source.c_str(), bmp.c_str());
+    }
 };
 
-std::string random(std::size_t length, unsigned seed) {
-    std::mt19937 engine(seed);
-    std::string result(length, '\0');
-    for (char& byte : result) byte = static_cast<char>(engine());
-    return result;
+/// Writes a picture of 3 x 2 pixels.
+void writePng(const std::string& path, int colorType, int depth, bool transparent, bool interlaced, std::string raw) {
+    const FileHandle file(std::fopen(path.c_str(), "wb"));
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_infop info = png_create_info_struct(png);
+    png_init_io(png, file.get());
+    png_set_IHDR(png, info, 3, 2, depth, colorType, interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+                 PNG_FILTER_TYPE_DEFAULT);
+    const png_color palette[] = {{1, 2, 3}, {11, 12, 13}, {21, 22, 23}, {31, 32, 33}};
+    if (colorType == PNG_COLOR_TYPE_PALETTE) png_set_PLTE(png, info, palette, 4);
+    const png_byte alpha[] = {0, 100};
+    const png_color_16 key = {0, 1, 1, 1, 1};
+    if (transparent) png_set_tRNS(png, info, colorType == PNG_COLOR_TYPE_PALETTE ? alpha : nullptr, 2, &key);
+    png_write_info(png, info);
+    png_bytep rows[] = {reinterpret_cast<png_bytep>(raw.data()), reinterpret_cast<png_bytep>(raw.data()) + raw.size() / 2};
+    png_write_image(png, rows);
+    png_write_end(png, info);
+    png_destroy_write_struct(&png, &info);
 }
-
-/// One kind of PNG: `rows` are its raw rows; `pixel` is what a reader must see.
-struct PngKind {
-    int colorType, depth;
-    bool transparent, interlaced;
-    static constexpr int width = 13, height = 11;
-
-    [[nodiscard]] int samples() const {
-        return colorType == PNG_COLOR_TYPE_RGB          ? 3
-               : colorType == PNG_COLOR_TYPE_RGB_ALPHA  ? 4
-               : colorType == PNG_COLOR_TYPE_GRAY_ALPHA ? 2
-                                                        : 1;
-    }
-    [[nodiscard]] std::size_t rowBytes() const { return static_cast<std::size_t>((width * samples() * depth + 7) / 8); }
-    [[nodiscard]] std::string rows() const { return random(rowBytes() * height, 5); }
-    static png_color color(int index) {
-        return {static_cast<png_byte>(index * 7), static_cast<png_byte>(255 - index), static_cast<png_byte>(index * 31)};
-    }
-
-    /// Blue, green, red.
-    [[nodiscard]] std::string pixel(const std::string& raw, int x, int y) const {
-        const auto sample = [&](int i) {
-            const auto bit = static_cast<std::size_t>((x * samples() + i) * depth);
-            const auto byte = static_cast<unsigned char>(raw[static_cast<std::size_t>(y) * rowBytes() + bit / 8]);
-            return depth >= 8 ? byte : (byte >> (8 - depth - static_cast<int>(bit % 8))) & ((1 << depth) - 1);
-        };
-        if (colorType == PNG_COLOR_TYPE_PALETTE) {
-            const png_color c = color(sample(0));
-            return {static_cast<char>(c.blue), static_cast<char>(c.green), static_cast<char>(c.red)};
-        }
-        if (samples() <= 2) return std::string(3, static_cast<char>(depth < 8 ? sample(0) * 255 / ((1 << depth) - 1) : sample(0)));
-        return {static_cast<char>(sample(2)), static_cast<char>(sample(1)), static_cast<char>(sample(0))};
-    }
-
-    void write(const std::string& path, std::string raw) const {
-        const FileHandle file(std::fopen(path.c_str(), "wb"));
-        png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-        png_infop info = png_create_info_struct(png);
-        png_init_io(png, file.get());
-        png_set_IHDR(png, info, width, height, depth, colorType, interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
-                     PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-        std::vector<png_color> palette;
-        for (int i = 0; i < 1 << std::min(depth, 8); ++i) palette.push_back(color(i));
-        if (colorType == PNG_COLOR_TYPE_PALETTE) png_set_PLTE(png, info, palette.data(), static_cast<int>(palette.size()));
-        const png_byte alpha[] = {0, 100};
-        const png_color_16 key = {0, 1, 1, 1, 1};
-        if (transparent) png_set_tRNS(png, info, colorType == PNG_COLOR_TYPE_PALETTE ? alpha : nullptr, 2, &key);
-        png_write_info(png, info);
-        std::vector<png_bytep> pointers;
-        for (std::size_t y = 0; y < height; ++y) pointers.push_back(reinterpret_cast<png_bytep>(raw.data()) + y * rowBytes());
-        png_write_image(png, pointers.data());
-        png_write_end(png, info);
-        png_destroy_write_struct(&png, &info);
-    }
-};
 
 TEST_F(Conversion, EveryKindOfPngGivesItsPixels) {
     const struct {
-        int colorType;
-        std::vector<int> depths;
-        bool canBeTransparent;
-    } families[] = {{PNG_COLOR_TYPE_GRAY, {1, 2, 4, 8, 16}, true},
-                    {PNG_COLOR_TYPE_PALETTE, {1, 2, 4, 8}, true},
-                    {PNG_COLOR_TYPE_RGB, {8, 16}, true},
-                    {PNG_COLOR_TYPE_GRAY_ALPHA, {8, 16}, false},
-                    {PNG_COLOR_TYPE_RGB_ALPHA, {8, 16}, false}};
-    for (const auto& family : families) {
-        for (const int depth : family.depths) {
-            for (const int variant : {0, 1, 2, 3}) {
-                const PngKind kind{family.colorType, depth, (variant & 1) != 0, (variant & 2) != 0};
-                if (kind.transparent && !family.canBeTransparent) continue;
-                SCOPED_TRACE(std::to_string(family.colorType) + ", depth " + std::to_string(depth) + ", variant " +
-                             std::to_string(variant));
-                const std::string raw = kind.rows();
-                kind.write(source, raw);
-                EXPECT_EQ(convertPNGtoBMP(source.c_str(), bmp.c_str()), 0);
-                const Loaded loaded(bmp);
-                ASSERT_EQ(loaded.code, 0);
-                EXPECT_EQ(loaded.bits, 24);
-                EXPECT_EQ(loaded.height, -PngKind::height);
-                for (int y = 0; y < PngKind::height; ++y) {
-                    for (int x = 0; x < PngKind::width; ++x)
-                        ASSERT_EQ(hex(loaded.pixel(x, y)), hex(kind.pixel(raw, x, y))) << x << "," << y;
-                }
-                EXPECT_EQ(loaded.rows[39], '\0');  // the fill byte behind 13 pixels
-
-                const std::string whole = readFile(source);
-                testing::internal::CaptureStderr();  // libpng tells what is wrong with each
-                for (std::size_t length = 8; length < whole.size() - 16; length += 8) {
-                    writeFile(source, whole.substr(0, length));
-                    (void)unlink(bmp.c_str());
-                    EXPECT_EQ(convertPNGtoBMP(source.c_str(), bmp.c_str()), 0);
-                    EXPECT_LT(Loaded(bmp).code, 0) << length;
-                }
-                (void)testing::internal::GetCapturedStderr();
+        int colorType, depth;
+        bool transparent;
+        const char *raw, *bmp;
+    } rows[] = {
+        {PNG_COLOR_TYPE_GRAY, 1, true, "A0 40", "FFFFFF000000FFFFFF000000 000000FFFFFF000000000000"},
+        {PNG_COLOR_TYPE_GRAY, 4, false, "0F70 80F0", "000000FFFFFF777777000000 888888000000FFFFFF000000"},
+        {PNG_COLOR_TYPE_GRAY, 8, true, "0180FE 007FFF", "010101808080FEFEFE000000 0000007F7F7FFFFFFF000000"},
+        {PNG_COLOR_TYPE_GRAY, 16, true, "010280FFFEFF 00FF7F7EFF00", "010101808080FEFEFE000000 0000007F7F7FFFFFFF000000"},
+        {PNG_COLOR_TYPE_PALETTE, 2, true, "18 C4", "0302010D0C0B171615000000 21201F0302010D0C0B000000"},
+        {PNG_COLOR_TYPE_PALETTE, 8, false, "000102 030001", "0302010D0C0B171615000000 21201F0302010D0C0B000000"},
+        {PNG_COLOR_TYPE_RGB, 8, true, "010101040506070809 0A0B0C0D0E0F101112", "010101060504090807000000 0C0B0A0F0E0D121110000000"},
+        {PNG_COLOR_TYPE_RGB, 16, false, "01F002F003F004F005F006F007F008F009F0 000000000000FFFFFFFFFFFF112233445566",
+         "030201060504090807000000 000000FFFFFF553311000000"},
+        {PNG_COLOR_TYPE_GRAY_ALPHA, 8, false, "01AA8000FE55 00107FFFFF00", "010101808080FEFEFE000000 0000007F7F7FFFFFFF000000"},
+        {PNG_COLOR_TYPE_RGB_ALPHA, 8, false, "01020300040506FF07080980 0A0B0C010D0E0F0210111203",
+         "030201060504090807000000 0C0B0A0F0E0D121110000000"},
+    };
+    const std::string header = BmpHeader{.width = 3, .height = -2, .imageSize = 24}.text();
+    for (const auto& row : rows) {
+        for (const bool interlaced : {false, true}) {
+            SCOPED_TRACE(std::string(row.raw) + (interlaced ? ", interlaced" : ""));
+            writePng(source, row.colorType, row.depth, row.transparent, interlaced, bytes(row.raw));
+            const std::string whole = readFile(source);
+            EXPECT_EQ(convertFresh(convertPNGtoBMP, whole), 0);
+            EXPECT_EQ(readFile(bmp), header + bytes(row.bmp));
+            EXPECT_EQ(permissions(bmp), 0600U);
+            for (std::size_t length = 8; length < whole.size() - 16; length += 8) {
+                EXPECT_EQ(convertFresh(convertPNGtoBMP, whole.substr(0, length)), 0);
+                EXPECT_LT(LoadedBmp(bmp).code, 0) << length;
             }
         }
     }
-}
-
-/// A JPEG of four components, as printing shops have them.
-void writeCmyk(const std::string& path) {
-    const FileHandle file(std::fopen(path.c_str(), "wb"));
-    jpeg_compress_struct codec{};
-    jpeg_error_mgr errors{};
-    codec.err = jpeg_std_error(&errors);
-    jpeg_create_compress(&codec);
-    jpeg_stdio_dest(&codec, file.get());
-    codec.image_width = codec.image_height = 1;
-    codec.input_components = 4;
-    codec.in_color_space = JCS_CMYK;
-    jpeg_set_defaults(&codec);
-    jpeg_start_compress(&codec, TRUE);
-    JSAMPLE pixel[] = {1, 2, 3, 4};
-    JSAMPROW row = pixel;
-    (void)jpeg_write_scanlines(&codec, &row, 1);
-    jpeg_finish_compress(&codec);
-    jpeg_destroy_compress(&codec);
 }
 
 TEST_F(Conversion, JpegsComeAndGo) {
-    for (const int width : {100, 101}) {
-        for (const int bits : {1, 4, 8, 24, 32}) {
-            Picture picture(width, 40);
-            for (int y = 0; y < picture.height; ++y) {
-                for (int x = 0; x < width; ++x)  // blocks of 8 are what a JPEG keeps
-                    picture.at(x, y) = x / 8 % 2 == y / 8 % 2 ? 255 : 34;
-            }
-            for (const bool topDown : {true, false}) {
-                writeFile(bmp, picture.bmp(bits, topDown));
-                ASSERT_EQ(convertBMPtoJPG(bmp.c_str(), jpg.c_str(), 95), 0) << bits;
-                ASSERT_EQ(convertJPGtoBMP(jpg.c_str(), bmp.c_str()), 0) << bits;
-                const Loaded loaded(bmp);
-                EXPECT_EQ(loaded.bits, bits >= 24 ? 24 : 8);
-                EXPECT_EQ(loaded.height, -40);
-                for (int y = 0; y < 40; ++y) {
-                    const int asStored = topDown ? y : 39 - y;
-                    const int want = bits == 1 && picture.at(9, asStored) < 200 ? 0 : picture.at(9, asStored);
-                    const int got = static_cast<unsigned char>(loaded.pixel(9, y)[0]);
-                    ASSERT_LT(std::abs(got - want), 12) << bits << " bits, row " << y;
-                }
-            }
+    std::string blueGreenRed, alike;  // 8 x 8 pixels of 24 and 32 bits
+    for (int i = 0; i < 64; ++i) {
+        blueGreenRed += "\x10\x60\xE0";
+        alike += "\x10\x60\xE0\x80";
+    }
+    Picture ruled(17, 16);
+    std::fill_n(ruled.grey.begin(), 17 * 8, std::uint8_t{34});
+    const struct {
+        std::string file, top, bottom;  // the first pixels of the first row and the last
+    } rows[] = {
+        {inkedPicture(8, 16, {0, 1, 2, 3, 4, 5, 6, 7}, {0, 1, 2, 3, 4, 5, 6, 7}).bmp(1, true), std::string(1, '\0'), "\xFF"},
+        {ruled.bmp(4, true), "\x22", "\xFF"},
+        {ruled.bmp(8, false), "\xFF", "\x22"},
+        {ruled.bmp(24, false), "\xFF\xFF\xFF", "\x22\x22\x22"},
+        {BmpHeader{.width = 8, .height = -8, .bitsPerPixel = 24}.text() + blueGreenRed, "\x10\x60\xE0", "\x10\x60\xE0"},
+        {BmpHeader{.width = 8, .height = -8, .bitsPerPixel = 32}.text() + alike, "\x10\x60\xE0", "\x10\x60\xE0"},
+    };
+    for (const auto& row : rows) {
+        writeFile(bmp, row.file);
+        ASSERT_EQ(convertBMPtoJPG(bmp.c_str(), jpg.c_str(), 95), 0);
+        ASSERT_EQ(convertJPGtoBMP(jpg.c_str(), bmp.c_str()), 0);
+        EXPECT_EQ(permissions(bmp), 0600U);
+        const LoadedBmp loaded(bmp);
+        EXPECT_EQ(loaded.bits, 8 * static_cast<int>(row.top.size()));
+        ASSERT_LT(loaded.height, 0);
+        const std::size_t last = loaded.rows.size() - loaded.rows.size() / static_cast<std::size_t>(-loaded.height);
+        for (std::size_t i = 0; i < row.top.size(); ++i) {
+            EXPECT_LT(std::abs(static_cast<signed char>(loaded.rows[i] - row.top[i])), 12);
+            EXPECT_LT(std::abs(static_cast<signed char>(loaded.rows[last + i] - row.bottom[i])), 12);
         }
     }
-    const std::string whole = readFile(jpg);
-    for (std::size_t length = 2; length < whole.size() - 8; length += 8) {
-        writeFile(jpg, whole.substr(0, length));
-        (void)unlink(bmp.c_str());
-        EXPECT_EQ(convertJPGtoBMP(jpg.c_str(), bmp.c_str()), -2) << length;
-        EXPECT_LT(Loaded(bmp).code, 0) << length;
-    }
-    std::string damaged = whole;
-    damaged.replace(damaged.size() - 40, 2, "\xFF\xD5");  // a restart marker where none belongs
-    writeFile(jpg, damaged);
-    EXPECT_EQ(convertJPGtoBMP(jpg.c_str(), bmp.c_str()), -2);
-    writeFile(jpg, whole.substr(0, 2) + "extra bytes" + whole.substr(2));
-    EXPECT_EQ(convertJPGtoBMP(jpg.c_str(), bmp.c_str()), 0);
-    writeCmyk(jpg);
-    EXPECT_EQ(convertJPGtoBMP(jpg.c_str(), bmp.c_str()), -2);
-    EXPECT_EQ(convertJPGtoBMP(directory.file("none").c_str(), bmp.c_str()), -2);
 }
 
-TEST_F(Conversion, JpegsAreRefusedWithAMessage) {
-    const auto convert = [&](const std::string& from, const std::string& to) {
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(convertBMPtoJPG(from.c_str(), to.c_str(), 20), -2);
-        return testing::internal::GetCapturedStderr();
-    };
-    const std::string none = directory.file("none"), nowhere = directory.file("no/a.jpg");
-    EXPECT_EQ(convert(bmp, nowhere), "can't open " + nowhere + ".\n");
-    EXPECT_EQ(convert(none, jpg), "can`t open " + none + ".\n");
-    EXPECT_EQ(std::filesystem::file_size(jpg), 0U);
-    for (const std::string& file : {std::string("BM"), BmpHeader{.width = 0}.text(), BmpHeader{.height = 0}.text(),
-                                    BmpHeader{.width = 70000}.text(), BmpHeader{.width = 8, .height = 2}.text()}) {
-        writeFile(bmp, file);
-        EXPECT_EQ(convert(bmp, jpg), "");
-    }
-    (void)unlink(jpg.c_str());
-    writeFile(bmp, BmpHeader{.bitsPerPixel = 16}.text() + std::string(64, 'x'));
-    EXPECT_EQ(convert(bmp, jpg), "");
-    EXPECT_FALSE(std::filesystem::exists(jpg));
+int encode(const char* from, const char* to) { return convertBMPtoJPG(from, to, 20); }
+template <int angle>
+int turn(const char* from, const char* to) {
+    return rorateImage(from, to, angle);
 }
 
-TEST_F(Conversion, HugePicturesAreRefusedBeforeTheyTakeMemory) {
-    const PngKind kind{PNG_COLOR_TYPE_GRAY, 8, false, true};
-    kind.write(source, kind.rows());
-    std::string png = readFile(source);
-    for (const char* size : {"00 00 80 00 00 00 00 01", "00 00 7F FF 00 00 7F FF", "00 00 00 00 00 00 00 01"}) {
-        png.replace(16, 8, bytes(size));
-        const auto crc = crc32(0, reinterpret_cast<const Bytef*>(png.data()) + 12, 17);
-        for (std::size_t i = 0; i < 4; ++i) png[29 + i] = static_cast<char>(crc >> (24 - 8 * i));
-        writeFile(source, png);
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(convertPNGtoBMP(source.c_str(), bmp.c_str()), 0);
-        (void)testing::internal::GetCapturedStderr();
-        EXPECT_EQ(Loaded(bmp).code, -11);
-    }
-    writeFile(bmp, Picture(16, 16).bmp(24, true));
+TEST_F(Conversion, DamagedAndHugeFilesAreRefused) {
+    writeFile(bmp, inkedPicture(64, 64, {0, 20, 21, 40}, {3, 30, 31, 60}).bmp(24, true));
     ASSERT_EQ(convertBMPtoJPG(bmp.c_str(), jpg.c_str(), 90), 0);
-    std::string jpeg = readFile(jpg);
-    const std::size_t frame = jpeg.find("\xFF\xC0");
-    writeFile(jpg, jpeg.replace(frame + 5, 4, bytes("7F FF 7F FF")));
-    (void)unlink(bmp.c_str());
-    EXPECT_EQ(convertJPGtoBMP(jpg.c_str(), bmp.c_str()), -2);
-    EXPECT_EQ(Loaded(bmp).code, -11);
-}
-
-TEST_F(Conversion, FormatsAreRecognisedByTheirFirstBytes) {
-    const struct {
-        std::string file;
-        int format;
-    } rows[] = {
-        {"BM", 0}, {"B", -1}, {"\xFF\xD8", 1}, {"", -1}, {"\x89PNG\r\n\x1A\n", 2}, {"\x89PNG\r\n\x1B\n", -1}, {"\x89PNG\r\n\x1A", -1}};
-    for (const auto& row : rows) {
-        IMAGE_FORMAT format = formatPng;
-        writeFile(source, row.file);
-        EXPECT_EQ(identifyFileFormat(source.c_str(), &format), 0);
-        EXPECT_EQ(format, row.format) << hex(row.file);
+    writePng(source, PNG_COLOR_TYPE_GRAY, 8, false, true, "abcdef");
+    const std::string jpeg = readFile(jpg), interlaced = readFile(source), good = Picture(8, 8).bmp(8, true), rows(64, 'x');
+    for (std::size_t length = 2; length < jpeg.size() - 8; length += 8) {
+        EXPECT_EQ(convertFresh(convertJPGtoBMP, jpeg.substr(0, length)), -2) << length;
+        EXPECT_LT(LoadedBmp(bmp).code, 0) << length;
     }
-    IMAGE_FORMAT untouched = formatPng;
-    EXPECT_EQ(identifyFileFormat(directory.file("none").c_str(), &untouched), -2);
-    EXPECT_EQ(untouched, formatPng);
+    // The frame of a JPEG: length, depth, height, width, and three components of three bytes.
+    const std::size_t frame = jpeg.find("\xFF\xC0") + 2;
+    const auto framed = [&](const std::string& start) {
+        return jpeg.substr(0, frame) + bytes(start) + jpeg.substr(frame + bytes(start).size());
+    };
+    const auto sized = [&](const std::string& size) {
+        std::string png = interlaced;
+        png.replace(16, 8, bytes(size));
+        const auto crc = crc32(0, octets(png.data()) + 12, 17);
+        for (std::size_t i = 0; i < 4; ++i) png[29 + i] = static_cast<char>(crc >> (24 - 8 * i));
+        return png;
+    };
+    const struct {
+        const char* name;
+        int (*convert)(const char*, const char*);
+        std::string file;
+        int result;
+        bool begun;  // a file was made
+    } cases[] = {
+        {"four components", convertJPGtoBMP, framed("00 14 08 00 40 00 40 04").insert(frame + 17, bytes("04 11 00")), -2, false},
+        {"JPEG beyond 31 bits", convertJPGtoBMP, framed("00 11 08 7F FF 7F FF"), -2, false},
+        {"JPEG too high", convertJPGtoBMP, framed("00 11 08 80 00 00 10"), -2, false},
+        {"JPEG too wide", convertJPGtoBMP, framed("00 11 08 00 10 80 00"), -2, false},
+        {"a restart out of place", convertJPGtoBMP, std::string(jpeg).replace(jpeg.size() - 40, 2, "\xFF\xD5"), -2, true},
+        {"harmless extra bytes", convertJPGtoBMP, jpeg.substr(0, 2) + "extra bytes" + jpeg.substr(2), 0, true},
+        {"PNG too wide", convertPNGtoBMP, sized("00 00 80 00 00 00 00 01"), 0, false},
+        {"PNG beyond 31 bits", convertPNGtoBMP, sized("00 00 7F FF 00 00 7F FF"), 0, false},
+        {"PNG without width", convertPNGtoBMP, sized("00 00 00 00 00 00 00 01"), 0, false},
+        {"BMP of two bytes", encode, "BM", -2, true},
+        {"BMP without width", encode, BmpHeader{.width = 0}.text(), -2, true},
+        {"BMP without height", encode, BmpHeader{.height = 0}.text(), -2, true},
+        {"BMP too wide", encode, BmpHeader{.width = 70000}.text(), -2, true},
+        {"BMP without rows", encode, BmpHeader{.width = 8, .height = 2}.text(), -2, true},
+        {"16 bits", encode, BmpHeader{.bitsPerPixel = 16}.text() + rows, -2, false},
+        {"16 bits, turned", turn<90>, BmpHeader{.bitsPerPixel = 16}.text() + rows, -12, false},
+        {"2 bits, turned", turn<90>, BmpHeader{.bitsPerPixel = 2}.text() + rows, -12, false},
+        {"rows missing, turned", turn<90>, BmpHeader{.height = 9}.text(), -13, false},
+        {"an eighth", turn<45>, good, -1, false},
+        {"four quarters", turn<360>, good, -1, false},
+        {"no memory", turn<180>, good, -31, false},
+    };
+    for (const auto& each : cases) {
+        failAllocation(each.result == -31 ? 2 : 0);  // the first one loads the picture
+        EXPECT_EQ(convertFresh(each.convert, each.file), each.result) << each.name;
+        EXPECT_EQ(std::filesystem::exists(bmp), each.begun) << each.name;
+    }
+    const std::string none = directory.file("none"), nowhere = directory.file("no/a.jpg");
+    EXPECT_EQ(convertJPGtoBMP(none.c_str(), bmp.c_str()), -2);
+    EXPECT_EQ(encode(bmp.c_str(), nowhere.c_str()), -2);
+    EXPECT_EQ(encode(none.c_str(), jpg.c_str()), -2);
+    const std::string messages = testing::internal::GetCapturedStderr(),
+                      expected = "can't open " + nowhere + ".\ncan`t open " + none + ".\n";
+    EXPECT_TRUE(messages.ends_with(expected)) << messages;
+    EXPECT_EQ(readFile(jpg), "");
+    testing::internal::CaptureStderr();
 }
 
 TEST_F(Conversion, AScannedPictureGetsItsName) {
-    const std::string final = directory.file("scan.bmp"), upper = directory.file("scan.JPG"), middle = directory.file("scan.jpg.bmp");
-    for (const std::string& name : {final, upper, middle}) {
-        writeFile(bmp, Picture(8, 8).bmp(8, true));
-        EXPECT_EQ(makeTempFile(source.c_str()), 0);
-        std::filesystem::rename(bmp, source);
-        EXPECT_EQ(saveBitmapData(source.c_str(), name.c_str()), 0);
+    const mode_t mask = umask(0027);
+    for (const char* name : {"scan.JPG", "scan.jpg.bmp"}) {
+        const std::string path = directory.file(name);
+        writeFile(source, Picture(8, 8).bmp(8, true));
+        EXPECT_EQ(saveBitmapData(source.c_str(), path.c_str()), 0);
+        EXPECT_EQ(saveBitmapData(source.c_str(), path.c_str()), 0);  // nothing to save: what is there stays
         EXPECT_FALSE(std::filesystem::exists(source));
-        IMAGE_FORMAT format = notRecognised;
-        EXPECT_EQ(identifyFileFormat(name.c_str(), &format), 0);
-        EXPECT_EQ(format, name == middle ? formatJpeg : formatBmp);
+        EXPECT_EQ(readFile(path).substr(0, 2), path.ends_with("bmp") ? "\xFF\xD8" : "BM");
+        EXPECT_EQ(permissions(path), 0640U);
     }
-    const std::string before = readFile(middle);
-    EXPECT_EQ(saveBitmapData(source.c_str(), middle.c_str()), 0);
-    EXPECT_EQ(readFile(middle), before);
+    (void)umask(mask);
 }
 
 TEST_F(Conversion, TurnsGoClockwise) {
-    Picture picture(3, 2);
-    for (int i = 0; i < 6; ++i) picture.grey[static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(17 * i);
-    const struct {
-        int angle;
-        std::string pixels;  // the top left one is 0
-    } rows[] = {{90, "30,41,52"}, {180, "543,210"}, {270, "25,14,03"}};
     for (const int bits : {4, 8, 24, 32}) {
-        for (const auto& row : rows) {
-            writeFile(source, picture.bmp(bits, bits == 8));
-            ASSERT_EQ(rorateImage(source.c_str(), bmp.c_str(), row.angle), 0);
-            const Loaded turned(bmp);
-            EXPECT_EQ(turned.bits, bits == 4 ? 8 : bits);
-            std::string pixels;
-            for (int y = 0; y < -turned.height; ++y) {
-                pixels += y > 0 ? "," : "";
-                for (int x = 0; x < turned.width; ++x)
-                    pixels += static_cast<char>('0' + static_cast<unsigned char>(turned.pixel(x, y)[0]) / 17);
-                if (turned.width * bits % 32 != 0 && bits == 24) {
-                    EXPECT_EQ(turned.pixel(turned.width, y)[0], '\xFF');
-                }
-            }
-            EXPECT_EQ(pixels, row.pixels) << bits << " bits, " << row.angle;
+        Picture turned(4, 4);  // its rows need no fill
+        for (int i = 0; i < 16; ++i) turned.at(i % 4, i / 4) = static_cast<std::uint8_t>(17 * i);
+        writeFile(source, turned.bmp(bits, bits == 8));
+        for (const int angle : {90, 180, 270}) {
+            Picture quarter = turned;
+            for (int i = 0; i < 16; ++i) quarter.at(3 - i / 4, i % 4) = turned.at(i % 4, i / 4);
+            turned = quarter;
+            (void)unlink(bmp.c_str());
+            ASSERT_EQ(rorateImage(source.c_str(), bmp.c_str(), angle), 0);
+            EXPECT_EQ(permissions(bmp), 0600U);
+            writeFile(jpg, turned.bmp(std::max(bits, 8), true));
+            EXPECT_EQ(LoadedBmp(bmp).rows, LoadedBmp(jpg).rows) << bits << " bits, " << angle;
         }
     }
     // Larger than a tile, four times a quarter: the same again.
-    const std::string large = BmpHeader{150, -201, 24}.text() + random(452 * 201, 9);
-    writeFile(source, large);
-    for (int i = 0; i < 4; ++i) ASSERT_EQ(rorateImage(i == 0 ? source.c_str() : bmp.c_str(), bmp.c_str(), 90), 0);
-    const Loaded before(source), after(bmp);
-    for (int y = 0; y < 201; ++y) {
-        for (int x = 0; x < 150; ++x) ASSERT_EQ(before.pixel(x, y), after.pixel(x, y));
-    }
-}
-
-TEST_F(Conversion, TurnsThatCannotBeMadeWriteNothing) {
-    const struct {
-        std::string file;
-        int angle, result;
-    } rows[] = {{Picture(8, 8).bmp(8, true), 45, -1},
-                {Picture(8, 8).bmp(8, true), 360, -1},
-                {BmpHeader{.bitsPerPixel = 16}.text() + std::string(64, 'x'), 90, -12},
-                {BmpHeader{.bitsPerPixel = 2}.text() + std::string(64, 'x'), 90, -12},
-                {BmpHeader{.height = 9}.text(), 90, -13},
-                {"BM", 90, -12}};
-    for (const auto& row : rows) {
-        writeFile(source, row.file);
-        EXPECT_EQ(rorateImage(source.c_str(), bmp.c_str(), row.angle), row.result);
-        EXPECT_FALSE(std::filesystem::exists(bmp));
-    }
-    writeFile(source, Picture(8, 8).bmp(8, true));
-    failAllocation(2);
-    EXPECT_EQ(rorateImage(source.c_str(), bmp.c_str(), 90), -31);
+    std::string large = BmpHeader{.width = 148, .height = -201, .imageSize = 444 * 201}.text();
+    for (unsigned i = 0; i < 444 * 201; ++i) large += static_cast<char>(i * i >> 7);
+    writeFile(bmp, large);
+    for (int i = 0; i < 4; ++i) ASSERT_EQ(rorateImage(bmp.c_str(), bmp.c_str(), 90), 0);
+    EXPECT_TRUE(readFile(bmp) == large);
+    writeFile(source, inkedPicture(1, 2, {0, 1}, {0}).bmp(24, true));
+    ASSERT_EQ(rorateImage(source.c_str(), bmp.c_str(), 180), 0);
+    EXPECT_EQ(LoadedBmp(bmp).rows, bytes("000000FF 000000FF"));  // white between the rows
 }
 
 TEST_F(Conversion, Base64) {
-    const struct {
-        std::string text;
-        int result;
-        std::string decoded;
-    } rows[] = {
-        {"QUJD", 0, "ABC"},
-        {"QUI=", 0, "AB"},
-        {"QQ==", 0, "A"},
-        {"QQ==QUJD", 0, "AA"},
-        {"Q===QUJD", 0, "@A"},
-        {"QUJ\nQUJD", 0, "ABP"},
-        {"QU JD\r\n\n", 0, "ABC"},
-        {"QUJD\nQUJD", -2, ""},
-        {"QU*D", -1, ""},
-        {"QU\tD", -1, ""},
-        {"+/+/", 0, "\xFB\xFF\xBF"},
-        {"", -1, ""},
-        {"\xC1\xC2\xC3\xC4", -1, ""},
-    };
-    for (const auto& row : rows) {
-        std::string out(16, '\0');
-        int length = 77;
-        EXPECT_EQ(base64_decode(reinterpret_cast<const unsigned char*>(row.text.data()), static_cast<int>(row.text.size()),
-                                reinterpret_cast<unsigned char*>(out.data()), &length),
-                  row.result)
-            << row.text;
-        EXPECT_EQ(row.result == 0 ? out.substr(0, static_cast<std::size_t>(length)) : "", row.decoded) << row.text;
-        EXPECT_TRUE(row.result == 0 || length == 77);
+    const std::tuple<std::string, int, std::string> rows[] = {
+        {"QQ==QUJD", 0, "AA"}, {"Q===QUJD", 0, "@A"},  {"QUJ\nQUJD", 0, "ABP"}, {"QU JD\r\n\n", 0, "ABC"},    {"+/+/", 0, "\xFB\xFF\xBF"},
+        {"QUI=", 0, "AB"},     {"QUJD\nQUJD", -2, ""}, {"QU\tD", -1, ""},       {"\xC1\xC2\xC3\xC4", -1, ""}, {"", -1, ""}};
+    for (const auto& [text, result, decoded] : rows) {
+        unsigned char out[16];
+        int length = 0;
+        EXPECT_EQ(base64_decode(octets(text.data()), static_cast<int>(text.size()), out, &length), result) << text;
+        EXPECT_EQ(std::string(out, out + length), decoded) << text;
     }
 }
 
@@ -396,15 +275,12 @@ TEST_F(Conversion, TemporaryFilesAreTheUsersOwn) {
     // A link of that name is taken away, not followed.
     writeFile(source, "precious");
     ASSERT_EQ(symlink(source.c_str(), bmp.c_str()), 0);
-    EXPECT_EQ(saveFileData(bmp.c_str(), reinterpret_cast<const unsigned char*>("secret"), 6), 0);
-    EXPECT_EQ(readFile(source), "precious");
-    EXPECT_EQ(readFile(bmp), "secret");
-    struct stat status {};
-    ASSERT_EQ(lstat(bmp.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777, 0600U);
+    EXPECT_EQ(saveFileData(bmp.c_str(), octets("secret"), 6), 0);
+    EXPECT_EQ(readFile(source) + readFile(bmp), "precioussecret");
+    EXPECT_EQ(permissions(bmp), 0600U);
     EXPECT_EQ(saveFileData(bmp.c_str(), nullptr, 6), -3);
-    EXPECT_EQ(saveFileData("", reinterpret_cast<const unsigned char*>("x"), 1), -2);
-    EXPECT_EQ(saveFileData(nullptr, reinterpret_cast<const unsigned char*>("x"), 1), -3);
+    EXPECT_EQ(saveFileData("", octets("x"), 1), -2);
+    EXPECT_EQ(saveFileData(nullptr, octets("x"), 1), -3);
 }
 
 }  // namespace

@@ -73,80 +73,6 @@ TEST(Bitmap, DotsLieExactlyWhereTheCommandsPutThem) {
     }
 }
 
-TEST(Bitmap, RunsJoinAndOverlayEachOther) {
-    Bench bench;
-    // Two runs without a move in between, one across the first with other rows, and one without a column.
-    bench.send("\033|A002\0331A000\x01\0\0\x01\0\0\0332\0331A000\x01\0\0\0332"s);
-    bench.send("\033|A002\0331A000\x02\0\0\0332\0331A000ab\0332"s);
-    EXPECT_EQ(dotsOf(*bench.printer.page()), (Places{{3, 0}, {4, 0}, {5, 0}, {3, 1}}));
-    EXPECT_EQ(bench.last("malformed").at("columns"), 0);
-    EXPECT_EQ(bench.last("malformed").at("xDots"), 4);
-}
-
-// A picture 100 dots wide with ink in columns 10 to 19 and 90 to 99 of its rows 7 to 53, at 50, 100: as an
-// OKI host sends it, strip by strip.
-TEST(Bitmap, OkiStripsFallIntoPlace) {
-    Bench bench({.family = Family::kOki});
-    const auto column = [](int first, int last) {
-        std::string bytes(3, '\0');
-        for (int row = first; row <= last; ++row) {
-            bytes[static_cast<std::size_t>(row / 8)] |= static_cast<char>(0x80 >> row % 8);
-        }
-        return bytes;
-    };
-    const auto strip = [](std::string_view feed, const std::string& inked) {
-        std::string bytes(feed);
-        bytes += "\033%3\0\x32\033%1\0\x14"s + std::string(30, '\0');
-        for (int i = 0; i < 20; ++i) {
-            bytes += (i == 10 ? "\033%3\0\x46\033%1\0\x0A"s : "") + inked;
-        }
-        return bytes;
-    };
-    bench.send(strip("\033%5\x46", column(1, 23)) + strip("\033%5\x10", column(0, 23)));
-    Places expected;
-    // 106 dots are 35 times 2 feed units, and those 105 dots.
-    for (int y = 106; y < 105 + 48; ++y) {
-        for (const int x : {60, 140}) {
-            for (int i = 0; i < 10; ++i) {
-                expected.emplace_back(x + i, y);
-            }
-        }
-    }
-    EXPECT_EQ(dotsOf(*bench.printer.page()), expected);
-
-    // Odd feeds are half dots, which aren't lost: 255 + 3 units and 2 of them once more.
-    bench.send("\f\033%5\xFF\033%5\x01\033%5\x02\033%1\0\x01\x80\0\x01"s);
-    EXPECT_EQ(dotsOf(*bench.printer.page()), (Places{{0, 387}, {0, 410}}));
-    bench.send("\033%3\0\x09\033%5\0AB\n\033%3\0\x24\xB4\xE6\r"s);
-    EXPECT_EQ(bench.last("text").at("xDots"), 2 * 18 + 36) << "a line feed leaves the head where it is";
-    EXPECT_EQ(bench.last("text").at("yDots"), 387 + 30);
-}
-
-TEST(Bitmap, InkBesideThePaperIsKeptAndBeyondThePictureReported) {
-    Bench bench({.pageWidthDots = 100, .pageHeightDots = 50});
-    bench.send(columnAt(0, 0, "\x01\0\0"s) + columnAt(66, 60, "\0\0\0"s));
-    EXPECT_EQ(bench.printer.page()->width(), 100) << "no ink, no growth";
-    bench.send("\033/10000\rAB\r" + columnAt(80, 200, "\x01\0\0"s));
-    const Page& page = *bench.printer.page();
-    EXPECT_EQ(page.width(), 280);
-    EXPECT_EQ(page.height(), 230);
-    EXPECT_TRUE(page.dot(0, 0));
-    EXPECT_TRUE(page.dot(120, 150));
-    EXPECT_GT(inkIn(page, 0, 24).sum, 0) << "text is kept when the picture grows";
-    EXPECT_FALSE(page.dot(-1, 0) || page.dot(0, -1) || page.dot(280, 0) || page.dot(0, 230));
-
-    bench.send("\033|A999\0331A000"s + std::string(9, '\x11') + "\0332");
-    EXPECT_EQ(bench.last("off-page").at("dots"), 12) << "two of three columns are out of reach";
-    bench.send("\033|A999Z\r");
-    EXPECT_EQ(bench.last("off-page").at("text"), "Z");
-    for (int i = 0; i < 4000; ++i) {
-        bench.send("\n");
-    }
-    bench.send("Q\r");
-    EXPECT_EQ(bench.last("off-page").at("text"), "Q");
-    EXPECT_LE(page.width(), kMaxPageWidthDots);
-}
-
 TEST(Text, FillsItsCells) {
     // Twenty letters, or ten Chinese characters, at 30 dots from the left: where their ink ends.
     struct Case {
@@ -184,44 +110,6 @@ TEST(Text, FillsItsCells) {
         EXPECT_GT(inkIn(page, bottom - row.heightDots / 3, bottom).sum, 0) << "as high as its cell";
         EXPECT_EQ(inkIn(page, 0, 300).sum + inkIn(page, bottom, page.height()).sum, 0) << "and no higher";
     }
-}
-
-TEST(Text, BoldIsDarkerAndUnderlineRunsThroughSpaces) {
-    const auto darkness = [](const std::string& format) {
-        Bench bench;
-        bench.send(format + "ab 12\r");
-        return inkIn(*bench.printer.page(), 0, 24).sum;
-    };
-    EXPECT_GT(darkness("\033("), darkness("") * 5 / 4);
-    EXPECT_EQ(darkness("\033(\033)"), darkness(""));
-
-    // Rows of ink below five cells of 18 dots, underlined, and one that no longer is.
-    for (const auto& [on, rows] : {std::pair("\033*0", 1), {"\033*3", 2}, {"\033*4", 3}}) {
-        Bench bench;
-        bench.send("\033a1"s + on + "a   b\033+c\r");
-        const Ink line = inkIn(*bench.printer.page(), 24, 28);
-        EXPECT_EQ(line.sum, 255 * 90 * rows) << on;
-        EXPECT_EQ(line.end, 90);
-    }
-}
-
-TEST(Text, TheHeadMovesAlongAndDown) {
-    Bench bench;
-    bench.send("\033&46\033a3\033/10240\033|A040AB\xB4\xE6\103\033(D\r");
-    nlohmann::json text = bench.last("text");
-    EXPECT_EQ(text.at("text"), "D");
-    EXPECT_EQ(text.at("xDots"), 60 + 5 * 12);
-    EXPECT_EQ(text.at("xMm"), 16.93);
-    EXPECT_EQ(text.at("yMm"), 25.4);
-    bench.send("\n\n\x81\x36\xA5\x31\xA2\xE3\r");
-    text = bench.last("text");
-    EXPECT_EQ(text.at("xDots"), 0);
-    EXPECT_EQ(text.at("yDots"), 180 + 69) << "twice 46/240 inch";
-    EXPECT_TRUE(text.at("text").get<std::string>().ends_with("\u20AC"));
-    bench.send("\033w9");
-    EXPECT_EQ(bench.last("bad-value").at("value"), '9');
-    bench.send("\033a\0"s);
-    EXPECT_EQ(bench.last("bad-value").at("name"), "pitch");
 }
 
 // What a picture's reader gets: the dots where they are, paper and what lies beside it, the resolution.

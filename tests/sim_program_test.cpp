@@ -150,57 +150,6 @@ struct Served {
     std::unique_ptr<PtyPort> port = PtyPort::open(printer, error);
 };
 
-TEST(Port, PiecesStayApartForAHostThatReadsLate) {
-    Served served({.split = 2});
-    const Host host(served.port->name());
-    ASSERT_TRUE(host.send("\033 B\033j"));
-    for (const char* piece : {"\033B", "5C", "\033Z", "\033r", "P"}) {
-        for (int round = 0; round < 20; ++round) {
-            ASSERT_TRUE(served.port->serve(1));
-        }
-        EXPECT_EQ(host.read(64, 0), piece);
-    }
-}
-
-TEST(Port, AScanIsReadPieceByPiece) {
-    constexpr std::string_view kScan("\033}SM\x58\xAA\033}SDaqAAAA\033}D", 20);
-    for (const int block : {3, 50, 1792, 4095}) {
-        Scenario scenario{.family = Family::kOki};
-        scenario.scan.block = static_cast<std::size_t>(block);
-        // Data that a host would take for the end if they came byte by byte.
-        scenario.scan.sides[0] = {100, block, [](int, auto bgr) { std::fill(bgr.begin(), bgr.end(), 6); }};
-        Printer twin(scenario);
-        twin.receive(std::vector<std::uint8_t>(kScan.begin(), kScan.end()));
-        std::vector<std::string> pieces;
-        std::size_t bytes = 0;
-        while (twin.answerPending()) {
-            const std::vector<std::uint8_t> piece = twin.takeAnswer();
-            pieces.emplace_back(piece.begin(), piece.end());
-            bytes += piece.size();
-        }
-
-        Served served(scenario);
-        const std::jthread printing([&served](const std::stop_token& stop) {
-            while (!stop.stop_requested() && served.port->serve(5)) {
-            }
-        });
-        const Host host(served.port->name());
-        ASSERT_TRUE(host.send(kScan));
-        std::vector<std::string> reads;
-        for (std::size_t got = 0; got < bytes; got += reads.back().size()) {
-            reads.push_back(host.read(reads.empty() ? 2048 : 16384));
-            ASSERT_FALSE(reads.back().empty());
-        }
-        if (block <= 1792) {
-            EXPECT_EQ(reads, pieces) << block;
-        }
-        EXPECT_EQ(std::accumulate(reads.begin(), reads.end(), std::string()), std::accumulate(pieces.begin(), pieces.end(), std::string()));
-        EXPECT_EQ(reads[reads.size() - 2], "\x06");
-        EXPECT_EQ(std::count_if(reads.begin(), reads.end() - 1, [](const auto& read) { return read.size() == 1 || read.size() == 8; }), 1)
-            << block;
-    }
-}
-
 TEST(Port, SurvivesAHostThatNeverReadsAndOneThatComesBack) {
     Served served;
     for (int visit = 0; visit < 2; ++visit) {
@@ -214,20 +163,6 @@ TEST(Port, SurvivesAHostThatNeverReadsAndOneThatComesBack) {
         ASSERT_TRUE(served.port->serve(50));
         EXPECT_LT(std::chrono::steady_clock::now() - before, 5s);
     }
-}
-
-TEST(Port, BringsWhatIsDueAtTheSlotAndWakesForTheCaller) {
-    Served served({.paper = PaperState::kNone, .habits = {0ms, 20ms}});
-    const auto start = std::chrono::steady_clock::now();
-    while (served.printer.paperState() == PaperState::kNone) {
-        ASSERT_TRUE(served.port->serve(60000));
-    }
-    std::array<int, 2> ends{};
-    ASSERT_EQ(pipe(ends.data()), 0);
-    const Descriptor wake(ends[0]);
-    close(ends[1]);
-    ASSERT_TRUE(served.port->serve(60000, wake.get()));
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 30s);
 }
 
 class SimProgram : public testing::Test {
@@ -334,41 +269,6 @@ TEST_F(SimProgram, TakesItsFaultsFromTheCommandLine) {
     EXPECT_EQ(picture.substr(16, 8), std::string("\0\0\x01\x68\0\0\0\xB4", 8)) << "360 x 180 pixels";
     program.signal(SIGINT);
     EXPECT_EQ(program.exitStatus(), 0);
-}
-
-TEST_F(SimProgram, ScansFiles) {
-    GdkPixbuf* picture = gdk_pixbuf_new(GDK_COLORSPACE_RGB, TRUE, 8, 3, 2);
-    gdk_pixbuf_fill(picture, 0xC08040FF);
-    for (const char* format : {"png", "jpeg", "bmp"}) {
-        EXPECT_TRUE(gdk_pixbuf_save(picture, in(format).c_str(), format, nullptr, nullptr));
-        Program program({"--family", "oli", "--scan-back", in(format), "--scan-size-error", "-1"});
-        const Host host(program.port());
-        ASSERT_TRUE(host.send(std::string("\033YP\x58\xCC\033}Pqa\0\0\0\0\033Z", 16)));
-        EXPECT_EQ(host.read(256),
-                  "\x01"
-                  "00003 00001");
-        EXPECT_EQ(host.read(256).size(), 2U);
-        const std::string data = host.read(16384);
-        ASSERT_EQ(data.size(), 18U);
-        for (std::size_t i = 0; i < data.size(); ++i) {
-            constexpr std::array<int, 3> kColour{0x40, 0x80, 0xC0};
-            EXPECT_NEAR(static_cast<std::uint8_t>(data[i]), kColour[i % 3], 3) << format << i;
-        }
-        EXPECT_EQ(host.read(256),
-                  "\x03"
-                  "00002");
-    }
-    g_object_unref(picture);
-}
-
-TEST_F(SimProgram, EndsWithAMessageWhenItsPageCanNoLongerBeWritten) {
-    std::filesystem::create_directory(in("gone"));
-    Program program({"--page", in("gone/page.png")});
-    const Host host(program.port());
-    std::filesystem::remove_all(in("gone"));
-    ASSERT_TRUE(host.send("A\r\033O"));
-    EXPECT_EQ(program.exitStatus(), 1);
-    EXPECT_NE(program.rest(true).find("gone/page.png"), std::string::npos);
 }
 
 }  // namespace

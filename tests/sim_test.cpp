@@ -64,49 +64,6 @@ TEST(PaperSlot, WaitsForADocumentUntilOneComesOrTheHostGivesUp) {
     EXPECT_EQ(bench.last("no-paper").at("name"), "eject");
 }
 
-TEST(Answers, NameTheStateTheyWereAskedFor) {
-    const std::string statusBytes = "PQTXabdh1248qrp";
-    for (int status = 1; status <= 15; ++status) {
-        Bench bench({.printerStatus = status});
-        EXPECT_EQ(bench.ask("\033j"), "\033r"s + statusBytes[static_cast<std::size_t>(status) - 1]);
-    }
-    Bench bench({.firmware = "0123456789ABCDE"});
-    const std::string firmware = bench.ask("\033l\033 b");
-    EXPECT_EQ(firmware.size(), 17U);
-    EXPECT_TRUE(firmware.starts_with("\033b0123456789ABC\033"));
-}
-
-TEST(Answers, OfTheOkiFamilyTellAboutTheDocumentAndTheSettings) {
-    constexpr std::string_view kQuestions = "\033}SS\033}S-\033}SL";
-    Bench bench({.family = Family::kOki, .habits = {0ms, 1s}, .pageWidthDots = 900, .paperLength = 1500});
-    EXPECT_EQ(bench.ask(kQuestions), "\033S\0\0\033-1270\033L1500"s);
-    bench.send("A\r\033%5\x10\r\f");
-    EXPECT_EQ(bench.ask(kQuestions), "\033S\1\0\033-0000\033L0000"s);
-    EXPECT_EQ(bench.last("paper").at("status"), 2);
-    bench.printer.advance(1s);
-    EXPECT_EQ(bench.last("paper").at("what"), "fed-in") << "nobody has to ask for it";
-    EXPECT_EQ(bench.ejectedBlank, std::vector<bool>{false});
-
-    // By default there is always a document; one that was taken away at the start stays away.
-    EXPECT_EQ(Bench({.family = Family::kOki}).ask("\f\033}SS"), "\033S\0\0"s);
-    EXPECT_EQ(Bench({.family = Family::kOki, .paper = PaperState::kNone}).ask("\033}SS"), "\033S\1\0"s);
-
-    const std::string factory = bench.ask("\033} a\007");
-    EXPECT_TRUE(factory.starts_with("\033a8F") && factory.ends_with("\033Z")) << factory;
-    EXPECT_EQ(bench.ask("\033} =new\033Z\033} a\007"), "\033 =0new\033Z");
-    Bench refusing({.family = Family::kOki, .configurationResult = 2});
-    EXPECT_EQ(refusing.ask("\033} =new\033Z\033} a\007"), "\033 =2" + factory);
-}
-
-TEST(Answers, TheStripeReadsBackWhatWasWritten) {
-    Bench bench({.stripes = {"123", ""}});
-    EXPECT_EQ(bench.ask("\033YE@@\033]\033YEA@\033]"), "\033]123\x1C\033]\x1C");
-    EXPECT_EQ(bench.ask("\033t777=8\x1D\033\\\033]\033YE@@\033]"), "\033]777=8\x1C\033]123\x1C");
-    bench.send("\033t" + std::string(kMaxStripeData + 1, '5') + "\x1D\033\\");
-    EXPECT_EQ(bench.last("stripe").at("what"), "refused");
-    EXPECT_EQ(bench.printer.stripe(0), "123");
-}
-
 TEST(Faults, ChangeTheAnswersAsAsked) {
     const std::string questions = "\033j\033 B";
     const std::string right = Bench().ask(questions);
@@ -155,25 +112,6 @@ TEST(Session, IsTheSameInWhateverPiecesItArrives) {
         EXPECT_EQ(pieces.events, whole.events) << size;
         EXPECT_EQ(pieces.answer(), answers);
         EXPECT_EQ(pieces.printer.ejectedPage()->png(), picture);
-    }
-}
-
-TEST(Session, SurvivesWhateverIsSent) {
-    constexpr std::string_view kLikely("\033\033\033\x1C\007|A/1&aw*+LlO0134YE@t\\]2 Bbj}P\r\n\f\x81\x30\xB4\xE6"sv);
-    std::mt19937 random(7);
-    Bench bench;
-    for (int i = 0; i < 60000; ++i) {
-        const auto byte = random() % 5 == 0 ? static_cast<char>(random()) : kLikely[random() % kLikely.size()];
-        bench.send({&byte, 1});
-        if (i % 100 == 0) {
-            (void)bench.answer();
-            bench.send("\033L000");  // or nothing would ever be drawn after the first ejection
-        }
-    }
-    bench.printer.finish();
-    for (const nlohmann::json& event : bench.events) {
-        EXPECT_TRUE(event.contains("event"));
-        EXPECT_FALSE(event.dump(-1, ' ', false, nlohmann::json::error_handler_t::strict).empty());
     }
 }
 

@@ -11,9 +11,11 @@
 #include <filesystem>
 #include <fstream>
 #include <new>
+#include <numeric>
 #include <sstream>
 
 #include "api/passbook.h"
+#include "image/bmp.h"
 
 namespace passbook::tests {
 
@@ -23,6 +25,11 @@ std::map<std::string, std::string> redirectedPaths;
 namespace {
 int allocationsUntilFailure = 0;
 std::size_t smallestFailingAllocation = 1;
+
+const char* redirected(const char* path) {
+    const auto target = redirectedPaths.find(path);
+    return target == redirectedPaths.end() ? path : target->second.c_str();
+}
 }  // namespace
 
 void failAllocation(int nth, std::size_t fromBytes) {
@@ -43,8 +50,7 @@ int __wrap_usleep(useconds_t microseconds) {
 }
 
 int __wrap_gettimeofday(timeval* now, void*) {
-    now->tv_sec = virtualClock.microseconds / 1'000'000;
-    now->tv_usec = virtualClock.microseconds % 1'000'000;
+    *now = {virtualClock.microseconds / 1'000'000, virtualClock.microseconds % 1'000'000};
     return 0;
 }
 
@@ -54,15 +60,11 @@ int __wrap_open(const char* path, int flags, ...) {
     va_start(arguments, flags);
     const auto mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : mode_t{0};
     va_end(arguments);
-    const auto target = redirectedPaths.find(path);
-    return __real_open(target == redirectedPaths.end() ? path : target->second.c_str(), flags, mode);
+    return __real_open(redirected(path), flags, mode);
 }
 
 int __real_access(const char* path, int mode);
-int __wrap_access(const char* path, int mode) {
-    const auto target = redirectedPaths.find(path);
-    return __real_access(target == redirectedPaths.end() ? path : target->second.c_str(), mode);
-}
+int __wrap_access(const char* path, int mode) { return __real_access(redirected(path), mode); }
 
 void* __real__ZnamRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag);
 void* __wrap__ZnamRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag) {
@@ -72,21 +74,9 @@ void* __wrap__ZnamRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag) {
 }
 
 std::string bytes(const std::string& hexText) {
-    std::string digits;
-    std::copy_if(hexText.begin(), hexText.end(), std::back_inserter(digits), [](char c) { return c != ' '; });
-    std::string result;
+    std::string digits = hexText, result;
+    std::erase(digits, ' ');
     for (std::size_t i = 0; i + 1 < digits.size(); i += 2) result.push_back(static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16)));
-    return result;
-}
-
-std::string hex(const std::string& data) {
-    constexpr char digits[] = "0123456789ABCDEF";
-    std::string result;
-    for (const char c : data) {
-        if (!result.empty()) result += ' ';
-        result += digits[static_cast<unsigned char>(c) >> 4];
-        result += digits[static_cast<unsigned char>(c) & 15];
-    }
     return result;
 }
 
@@ -106,20 +96,21 @@ std::string wire(const std::string& spelling) {
 std::string spelled(const std::string& data) {
     std::string result;
     for (const char c : data) {
-        if (c == '\x1B')
-            result += '^';
-        else if (c >= ' ' && c <= '~' && c != '<' && c != '^')
-            result += c;
-        else
-            result += "<" + hex(std::string(1, c)) + ">";
+        char code[8];
+        (void)std::snprintf(code, sizeof code, "<%02X>", static_cast<unsigned char>(c));
+        const bool itself = c >= ' ' && c <= '~' && c != '<' && c != '^';
+        result += c == '\x1B' ? "^" : itself ? std::string(1, c) : code;
     }
     return result;
 }
 
+std::string spelled(const std::vector<std::string>& writes) {
+    return spelled(std::accumulate(writes.begin(), writes.end(), std::string()));
+}
+
 int ScriptedPort::ReadPipe(unsigned char* buffer) {
-    ++reads;
     if (replies.empty()) return -1;
-    std::string piece = replies.front();
+    const std::string piece = replies.front();
     replies.pop_front();
     if (piece.empty()) return -1;
     const auto count = std::min(piece.size(), static_cast<std::size_t>(readLength));
@@ -134,10 +125,10 @@ int ScriptedPort::WritePipe(const unsigned char* data) {
     return static_cast<int>(writes.size()) == failWrite ? -1 : 0;
 }
 
-std::string ScriptedPort::sent() const {
-    std::string all;
-    for (const std::string& each : writes) all += each;
-    return spelled(all);
+int ScriptedPort::CloseDevice() {
+    if (refusals-- > 0) return -1;
+    left = writes;
+    return 0;
 }
 
 void installPort(Protocol* transport) {
@@ -145,15 +136,17 @@ void installPort(Protocol* transport) {
     usbFlag = true;
 }
 
-void Pr2Port::SetUp() {
+namespace {
+ScriptedPort* openScripted() {
     virtualClock = {};
-    failAllocation(0);
-    port = new ScriptedPort;
+    auto* port = new ScriptedPort;
     installPort(port);
-    ASSERT_EQ(YARDO_PR2_OpenPort("scripted"), 0);
+    EXPECT_EQ(YARDO_PR2_OpenPort("scripted"), 0);
+    return port;
 }
 
-void Pr2Port::TearDown() {
+void closeScripted(ScriptedPort* port) {
+    failAllocation(0);
     // An answer that could not be decoded is remembered beyond the port; one that can be clears it.
     if (protocol != nullptr) {
         port->failWrite = 0;
@@ -161,6 +154,46 @@ void Pr2Port::TearDown() {
         EXPECT_EQ(YARDO_PR2_GetPaperStatus(), 4);
     }
     (void)YARDO_PR2_ClosePort();
+}
+}  // namespace
+
+void Pr2Port::SetUp() { port = openScripted(); }
+void Pr2Port::TearDown() { closeScripted(port); }
+
+Outcome run(const Call& job, const Replies& replies, int failWrite) {
+    ScriptedPort* const port = openScripted();
+    port->failWrite = failWrite;
+    for (const std::string& each : replies) port->replies.push_back(wire(each));
+    Outcome outcome;
+    testing::internal::CaptureStdout();
+    outcome.result = job();
+    outcome.output = testing::internal::GetCapturedStdout();
+    outcome.slept = virtualClock.sleptSeconds;
+    outcome.closed = protocol == nullptr;
+    outcome.writes = outcome.closed ? ScriptedPort::left : port->writes;
+    outcome.unread = !outcome.closed && !port->replies.empty();
+    closeScripted(port);
+    return outcome;
+}
+
+char answer[64];
+
+void speak(std::span<const Dialogue> dialogues) {
+    for (const Dialogue& each : dialogues) {
+        SCOPED_TRACE(each.name);
+        for (std::size_t failing = 0; failing <= each.failing.size(); ++failing) {
+            std::fill(std::begin(answer), std::end(answer), '#');
+            const Outcome outcome = run(each.job, each.replies, static_cast<int>(failing));
+            const int result = failing == 0 ? each.result : each.failing[failing - 1];
+            EXPECT_EQ(outcome.result, result) << "write " << failing;
+            if (failing == 0) {
+                EXPECT_EQ(spelled(outcome.writes), each.sent);
+                EXPECT_EQ(spelled(std::string(answer, wire(each.answer).size())), each.answer);
+            } else if (result == -3) {
+                EXPECT_EQ(outcome.writes.size(), failing);
+            }
+        }
+    }
 }
 
 TemporaryDirectory::TemporaryDirectory() {
@@ -171,6 +204,11 @@ TemporaryDirectory::TemporaryDirectory() {
 TemporaryDirectory::~TemporaryDirectory() {
     std::error_code ignored;
     std::filesystem::remove_all(path_, ignored);
+}
+
+bool TemporaryDirectory::littered() const {
+    const std::filesystem::directory_iterator files(path_);
+    return std::any_of(begin(files), end(files), [](const auto& entry) { return entry.path().filename().string().starts_with(".tmp_"); });
 }
 
 void writeFile(const std::string& path, const std::string& content) { std::ofstream(path, std::ios::binary) << content; }
@@ -186,42 +224,46 @@ std::string BmpHeader::text() const {
     const auto put = [&](std::size_t at, std::int64_t value, std::size_t count) {
         for (std::size_t i = 0; i < count; ++i) header[at + i] = static_cast<char>(value >> (8 * i));
     };
-    header[0] = 'B';
-    header[1] = 'M';
+    header.replace(0, 2, "BM");
+    put(2, imageSize == 0 ? 0 : 54 + std::int64_t{imageSize}, 4);
     put(10, dataOffset, 4);
     put(14, infoSize, 4);
     put(18, width, 4);
     put(22, height, 4);
     put(26, 1, 2);
     put(28, bitsPerPixel, 2);
+    put(34, imageSize, 4);
     put(46, colorsUsed, 4);
     return header;
 }
 
+LoadedBmp::LoadedBmp(const std::string& path) {
+    int offset = 0;
+    unsigned char* data = nullptr;
+    code = getBitmapInfo(path.c_str(), &width, &height, &offset, &bits);
+    if (code == 0) code = getBitmapData(path.c_str(), &data, width, height, bits, offset);
+    EXPECT_EQ(data == nullptr, code != 0);
+    if (code == 0) code = expandToGrey(path.c_str(), &data, width, std::abs(height), &bits, offset);
+    if (code == 0) rows.assign(reinterpret_cast<char*>(data), static_cast<std::size_t>(bmpStrideBytes(width, bits) * std::abs(height)));
+    freeBitmapData(data);
+}
+
 std::string Picture::bmp(int bitsPerPixel, bool topDown) {
-    std::string table;
+    std::string table, rows;
     if (bitsPerPixel == 1) table = bytes("00 00 00 00 FF FF FF 00");
     for (int i = 0; bitsPerPixel == 4 && i < 16; ++i) table += std::string(3, static_cast<char>(17 * i)) + '\0';
-    BmpHeader header{width, topDown ? -height : height, bitsPerPixel, 54 + static_cast<std::int64_t>(table.size())};
-    std::string rows;
     for (int row = 0; row < height; ++row) {
-        const int y = topDown ? row : height - 1 - row;
         std::string line;
         for (int x = 0; x < width; ++x) {
-            const std::uint8_t value = at(x, y);
-            if (bitsPerPixel >= 8) {
-                line += std::string(static_cast<std::size_t>(bitsPerPixel / 8), static_cast<char>(value));
-                continue;
-            }
-            const int perByte = 8 / bitsPerPixel;
-            if (x % perByte == 0) line += '\0';
-            const int index = bitsPerPixel == 1 ? (value >= 200 ? 1 : 0) : value / 17;
-            line.back() = static_cast<char>(line.back() | index << (8 - bitsPerPixel * (x % perByte + 1)));
+            const int value = at(x, topDown ? row : height - 1 - row), bit = x * bitsPerPixel % 8;
+            if (bit == 0)
+                line.append(static_cast<std::size_t>(std::max(1, bitsPerPixel / 8)), static_cast<char>(bitsPerPixel < 8 ? 0 : value));
+            const int index = bitsPerPixel == 1 ? value / 200 : value / 17;
+            if (bitsPerPixel < 8) line.back() = static_cast<char>(line.back() | index << (8 - bitsPerPixel - bit));
         }
-        line.resize((line.size() + 3) / 4 * 4);
-        rows += line;
+        rows += line.append((4 - line.size() % 4) % 4, '\0');
     }
-    return header.text() + table + rows;
+    return BmpHeader{width, topDown ? -height : height, bitsPerPixel, 54 + static_cast<std::int64_t>(table.size())}.text() + table + rows;
 }
 
 Picture inkedPicture(int width, int height, const std::vector<int>& rows, const std::vector<int>& columns) {

@@ -4,11 +4,11 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -16,14 +16,25 @@
 
 namespace passbook::tests {
 
+/// A call to be made later, for tables.
+using Call = std::function<int()>;
+template <typename... Parts>
+Call call(Parts... functionAndArguments) {
+    return std::bind_front(functionAndArguments...);
+}
+
+/// What a port answers: one a read; an empty one is a read that times out.
+using Replies = std::vector<std::string>;
+
 /// "1B 6A" or "1B6A" to bytes.
 std::string bytes(const std::string& hex);
-/// Bytes to "1B 6A".
-std::string hex(const std::string& bytes);
+/// As the driver takes it.
+inline const unsigned char* octets(const char* text) { return reinterpret_cast<const unsigned char*>(text); }
 
 /// Bytes as a dialogue spells them: ^ is ESC, <0D> any byte in hex, everything else itself. And back.
 std::string wire(const std::string& spelling);
 std::string spelled(const std::string& bytes);
+std::string spelled(const std::vector<std::string>& writes);
 
 /// The clock that the driver sees. Sleeping moves it and returns at once.
 struct VirtualClock {
@@ -43,17 +54,17 @@ void failAllocation(int nth, std::size_t fromBytes = 1);
 class ScriptedPort : public Protocol {
  public:
     std::vector<std::string> writes;
-    std::deque<std::string> replies;  // one a read; an empty one is a read that times out
-    int failWrite = 0;                // the n-th write fails, 1 is the first
-    int reads = 0;
+    std::deque<std::string> replies;
+    int failWrite = 0;                            // the n-th write fails, 1 is the first
+    int refusals = 0;                             // closings that fail
+    static inline std::vector<std::string> left;  // what was written to the port that was closed last
 
     int OpenDevice() override { return 0; }
     int ReadPipe(unsigned char* buffer) override;
     int WritePipe(const unsigned char* data) override;
-    int CloseDevice() override { return 0; }
+    int CloseDevice() override;
 
-    /// All that was written, spelled out.
-    [[nodiscard]] std::string sent() const;
+    [[nodiscard]] std::string sent() const { return spelled(writes); }
 };
 
 /// An open PR2 port on a scripted transport, a fresh clock, and no answers left over from another test.
@@ -64,6 +75,29 @@ class Pr2Port : public ::testing::Test {
     ScriptedPort* port = nullptr;
 };
 
+/// What became of a call that had a Pr2Port to itself. Answers are spelled.
+struct Outcome {
+    int result = 0;
+    std::vector<std::string> writes;
+    std::string output;  // on standard output
+    std::int64_t slept = 0;
+    bool closed = false, unread = false;
+};
+Outcome run(const Call& job, const Replies& replies = {}, int failWrite = 0);
+
+/// Calls that are run, each on its own, and compared with what is to become of them.
+struct Dialogue {
+    const char* name;
+    Call job;
+    int result;
+    std::string sent;
+    Replies replies = {};
+    std::vector<int> failing = {};  // the results when the first write fails, the second, …
+    std::string answer = {};        // what the buffer of this name begins with afterwards; before it is full of #
+};
+extern char answer[64];
+void speak(std::span<const Dialogue> dialogues);
+
 /// Installs `transport` as the open port, in place of a device; the port owns it from then on.
 void installPort(Protocol* transport);
 
@@ -73,6 +107,8 @@ class TemporaryDirectory {
     TemporaryDirectory();
     ~TemporaryDirectory();
     [[nodiscard]] std::string file(const std::string& name) const { return path_ + "/" + name; }
+    /// True when a temporary file of the driver's lies there.
+    [[nodiscard]] bool littered() const;
 
  private:
     std::string path_;
@@ -86,8 +122,15 @@ struct BmpHeader {
     std::int32_t width = 8, height = 1;
     std::int32_t bitsPerPixel = 24;
     std::int64_t dataOffset = 54;
-    std::uint32_t colorsUsed = 0, infoSize = 40;
+    std::uint32_t colorsUsed = 0, infoSize = 40, imageSize = 0;
     [[nodiscard]] std::string text() const;
+};
+
+/// A BMP as the print engine gets it, few bits as grey: its rows from the top, or none and the code.
+struct LoadedBmp {
+    int code = 0, width = 0, height = 0, bits = 0;
+    std::string rows;
+    explicit LoadedBmp(const std::string& path);
 };
 
 /// A picture of one grey byte a pixel, rows from the top; ink is 0 and paper 255.

@@ -58,17 +58,6 @@ TEST_F(UsbCalls, TheRuleForUdevHasTheSamePrinters) {
     EXPECT_EQ(ids, allIds);
 }
 
-TEST_F(UsbCalls, AnOpenPortFromBeginningToEnd) {
-    ASSERT_EQ(PRSinit("USB"), 0);
-    EXPECT_TRUE(usbFlag);
-    libusbCalls.transferred = 2;
-    EXPECT_EQ(YARDO_PR2_OpenPort("USB"), 0);
-    EXPECT_EQ(YARDO_PR2_LR(), 0);
-    EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
-    EXPECT_EQ(libusbCalls.made,
-              (Calls{"init", "open 2086:0011", "claim 0", "descriptor 0", "free", "transfer 02 2 10000", "release 0", "close", "exit"}));
-}
-
 TEST_F(UsbCalls, ABusyInterfaceIsAskedForSixTimes) {
     constexpr int busy = LIBUSB_ERROR_BUSY;
     const struct {
@@ -119,16 +108,6 @@ TEST_F(UsbCalls, WithoutADeviceNothingIsTransferred) {
     delete protocol;
     protocol = nullptr;
     usbFlag = false;
-}
-
-TEST_F(UsbCalls, OpeningAnewGivesTheOldDeviceBack) {
-    HidUsb printer;
-    EXPECT_EQ(printer.OpenDevice(), 0);
-    EXPECT_EQ(printer.OpenDevice(), 0);
-    EXPECT_EQ(libusbCalls.handles, 1);
-    libusbCalls.present = false;
-    EXPECT_EQ(printer.OpenDevice(), -2);
-    EXPECT_EQ(libusbCalls.handles, 0);
 }
 
 TEST_F(UsbCalls, WhatATransferCameTo) {

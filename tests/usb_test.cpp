@@ -165,13 +165,6 @@ TEST_F(Usb, APageIsThatOfASerialLine) {
     }
 }
 
-TEST_F(Usb, AnswersInPiecesAreReadWhole) {
-    sim::Scenario scenario;
-    scenario.split = 2;
-    UsbPrinter printer({}, scenario);
-    EXPECT_EQ(printPageOverUsb(), good);
-}
-
 TEST_F(Usb, ABusyInterfaceIsWaitedFor) {
     const struct {
         const char* name;
@@ -209,19 +202,6 @@ TEST_F(Usb, AnyKnownPrinterIsFoundAndNoOther) {
         UsbPrinter printer({.vendorId = row.vendor, .productId = row.product});
         EXPECT_EQ(PRSinit("USB"), row.result) << row.vendor << ":" << row.product;
         EXPECT_EQ(PRSexit(), 0);
-    }
-}
-
-TEST_F(Usb, TheLastEndpointOfADirectionCounts) {
-    const std::vector<sim::UsbSetting> rows[] = {
-        {{0, 0, {{0x02}, {0x81}}}},
-        {{0, 0, {{0x81}, {0x02}, {0x83, 3}, {0x04, 3}}}},
-        {{0, 0, {{0x81}, {0x01}}}, {0, 1, {{0x02}}}, {0, 2, {{0x82}}}},
-        {{0, 0, {{0x86}, {0x06}}}, {1, 0, {}}, {1, 1, {{0x05}, {0x82}, {0x81}}}},
-    };
-    for (const auto& settings : rows) {
-        UsbPrinter printer({.settings = settings});
-        EXPECT_EQ(printPageOverUsb(200), good);
     }
 }
 
@@ -301,20 +281,6 @@ TEST_F(Usb, TheCableComesOutAndGoesInAgain) {
     EXPECT_EQ(descriptors(), before);
     printer->plug();
     EXPECT_EQ(printPageOverUsb(), good);
-}
-
-TEST_F(Usb, AnAnswerLargerThanTheBufferIsReadInTwo) {
-    sim::Scenario scenario;
-    scenario.stripes[0] = std::string(1000, 'x');
-    UsbPrinter printer({}, scenario);
-    ASSERT_EQ(YARDO_PR2_OpenPort("USB"), 0);
-    ASSERT_EQ(YARDO_PR2_Command(reinterpret_cast<const unsigned char*>("\x1B]"), 2), 0);
-    std::vector<unsigned char> buffer(16384);
-    int received = GetData(buffer.data(), 512);
-    EXPECT_EQ(received, 512);
-    received += GetData(buffer.data() + received, 16384 - received);
-    EXPECT_EQ(received, 1003);
-    EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
 }
 
 }  // namespace
