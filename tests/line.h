@@ -3,9 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
-#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
@@ -13,8 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "sim/port.h"
-#include "sim/printer.h"
+#include "sim/running.h"
 
 namespace passbook::tests {
 
@@ -24,20 +21,11 @@ class PrinterOnALine {
  public:
     explicit PrinterOnALine(sim::Scenario scenario = {})
         : printer_(
-              std::move(scenario), [this](const nlohmann::json& event) { note(event); }, [this](const sim::Page& page) { compare(page); }) {
-        std::string error;
-        port_ = sim::PtyPort::open(printer_, error);
-        EXPECT_NE(port_, nullptr) << error;
-        thread_ = std::thread([this] {
-            while (!stop_ && port_->serve(20)) {
-            }
-        });
+              std::move(scenario), [this](const nlohmann::json& event) { note(event); }, [this](const sim::Page& page) { compare(page); },
+              error_) {
+        EXPECT_NE(name(), "") << error_;
     }
-    ~PrinterOnALine() {
-        stop_ = true;
-        thread_.join();
-    }
-    [[nodiscard]] const std::string& name() const { return port_->name(); }
+    [[nodiscard]] const std::string& name() const { return printer_.name(); }
 
     void expect(std::vector<std::string> rows, int xDots, int yDots) {
         const std::lock_guard lock(mutex_);
@@ -86,10 +74,8 @@ class PrinterOnALine {
     int xDots_ = 0, yDots_ = 0;
     int differences_ = -1;
     std::set<std::string> surprises_;
-    sim::Printer printer_;
-    std::unique_ptr<sim::PtyPort> port_;
-    std::atomic<bool> stop_ = false;
-    std::thread thread_;
+    std::string error_;
+    sim::RunningPrinter printer_;  // last, for its thread uses the others
 };
 
 }  // namespace passbook::tests

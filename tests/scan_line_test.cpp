@@ -110,25 +110,5 @@ TEST_F(ScanOnTheLine, JpegsShowItWithinTheirQuality) {
     }
 }
 
-TEST_F(ScanOnTheLine, WhatThePrinterDoesWrongIsTold) {
-    const struct {
-        const char* name;
-        std::function<void(sim::ScanScenario&)> mend;
-        int oki, oli;
-    } rows[] = {
-        {"broken off", [](auto& scan) { scan.breakAfter = 500; }, -40, -40},
-        {"silent", [](auto& scan) { scan.silent = true; }, -4, -40},
-        {"no end", [](auto& scan) { scan.noEnd = true; }, -40, -40},
-        {"rows wrong at the end", [](auto& scan) { scan.rowsError = 1; }, 0, 2},
-    };
-    for (const auto& row : rows) {
-        for (const auto family : {sim::Family::kOki, sim::Family::kOli}) {
-            auto scenario = scenarioOf(family, 64, 40, 1000);
-            row.mend(scenario.scan);
-            EXPECT_EQ(scan(scenario, 2, 0, 0, front), family == sim::Family::kOki ? row.oki : row.oli) << row.name;
-        }
-    }
-}
-
 }  // namespace
 }  // namespace passbook::tests

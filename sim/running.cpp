@@ -1,0 +1,35 @@
+#include "sim/running.h"
+
+#include <utility>
+
+namespace passbook::sim {
+
+namespace {
+
+// How late the end of the object is noticed at most.
+constexpr int kRoundMs = 20;
+
+}  // namespace
+
+RunningPrinter::RunningPrinter(Scenario scenario, EventSink events, PageSink ejected, std::string& error)
+    : printer_(std::move(scenario), std::move(events), std::move(ejected)),
+      port_(PtyPort::open(printer_, error)) {
+    if (port_) {
+        name_ = port_->name();
+        thread_ = std::thread([this] { serve(); });
+    }
+}
+
+RunningPrinter::~RunningPrinter() {
+    stop_ = true;
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+void RunningPrinter::serve() {
+    while (!stop_ && port_->serve(kRoundMs)) {
+    }
+}
+
+}  // namespace passbook::sim
