@@ -40,6 +40,19 @@ began=$(clock)
 report oli "$began"
 stop
 
+echo "The same program prints the same page over USB, on an emulated bus:"
+began=$(clock)
+"$bin/sim/passbook-sim" --usb --page "$out/usb.png" --events "$out/usb.jsonl" -- \
+  "$bin/examples/print_page" USB "$out/stamp.bmp" | sed 's/^/  /'
+report usb "$began"
+without_time() { sed 's/"ms":[0-9]*,//' "$out/$1.jsonl"; }
+if diff <(without_time oli) <(without_time usb) >/dev/null; then
+  echo "  every command and answer as on the serial line"
+else
+  echo "demo: the page over USB differs, see $out/oli.jsonl and $out/usb.jsonl" >&2
+  exit 1
+fi
+
 echo "An OKI printer prints a statement:"
 start oki --family oki --page "$out/oki.png"
 began=$(clock)
