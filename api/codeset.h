@@ -1,6 +1,8 @@
 // The text that the host hands over, in the code set that the printers take.
 #pragma once
 
+#include <memory>
+
 namespace passbook {
 
 /// The code sets' names, as GLib's g_convert takes them: the host's and the printers'.
@@ -17,5 +19,12 @@ extern char gb2312Code[256];
 
 /// Releases what convertCodeset returned. Null is ignored.
 void convertFree(char* text);
+
+struct FreeConverted {
+    void operator()(char* text) const { convertFree(text); }
+};
+
+/// Owns what convertCodeset returned.
+using ConvertedText = std::unique_ptr<char, FreeConverted>;
 
 }  // namespace passbook

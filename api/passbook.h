@@ -3,49 +3,80 @@
  *
  * A teller or self-service program opens a passbook printer through these functions, prints positioned text
  * and pictures on the document that lies in it, reads the printer's and the paper's status, reads and writes
- * the passbook's magnetic stripe, and ejects the document.
+ * the passbook's magnetic stripe, scans the document into image files, and ejects it.
+ *
+ * Two families of printers are served. The YARDO_ functions speak the OLI family's commands (PR2 command set)
+ * on a port that the host opens once and keeps open; YARDO_ScantoFileOKI does the same with OKI printers. The
+ * PT_ functions speak the OKI family's commands; each call opens the port, does its job and closes it again.
  *
  * CONVENTIONS
  *   Ownership   Every buffer is the caller's, before and after the call. Nothing is handed out that needs
- * releasing. NULL        A null pointer where data is expected gives -1 and nothing is sent. Threads     One
- * port per process and one call at a time. The library takes no locks: a program with threads calls it from
- * one of them, or puts its own lock around every call. Blocking    Every call runs on the caller's thread and
- * returns when its work is done. A read of the printer's answer waits at most one second on a serial port,
- * and without limit on a parallel port. Signals     A system call that a signal interrupts is made again.
+ *               releasing.
+ *   NULL        A null pointer where data is expected gives -1 and nothing is sent.
+ *   Threads     One port per process and one call at a time. The library takes no locks: a program with
+ *               threads calls it from one of them, or puts its own lock around every call.
+ *   Blocking    Every call runs on the caller's thread and returns when its work is done. A read of the
+ *               printer's answer waits at most one second on a serial port, and without limit on a parallel
+ *               port.
+ *   Signals     A system call that a signal interrupts before it did anything is made again. A write that a
+ *               signal cuts short counts as sent, and its rest is lost: a program that handles signals blocks
+ *               them around its calls.
  *   Text        UTF-8 in, GB18030 to the printer.
- *   Units       Millimetres or inches as each function says, from the document's top left corner. Inside,
- * positions are dots of 1/180 inch; a picture's pixel is one dot. The printer moves its head in steps of
- * 1/120 inch and the paper in steps of 1/60 inch, so print can lie up to two dots off the dot asked for.
+ *   Units       Millimetres, tenths of them or inches as each function says, from the document's top left
+ *               corner. Inside, positions are dots of 1/180 inch; a picture's pixel is one dot. An OLI printer
+ *               moves its head in steps of 1/120 inch, and both families move the paper in steps of 1/60 inch,
+ *               so print can lie up to two dots off the dot asked for.
+ *   Output      Scans print a few lines of progress on standard output. libpng and the JPEG writer tell what
+ *               is wrong with a file on standard error. Nothing else is printed.
  *
  *          x ->
- *      +---+--------------------------+   x: 0 to 1499 dots (211 mm, 8 inches)
- *    y |                              |   y: 0 to 7499 dots (1058 mm, 41 inches)
- *    | +   * (x, y)                   |
- *    v |                              |   A position outside is refused with -1 and nothing is printed: cut
- * to |                              |   what the printer's command can say, it would print in a wrong place.
+ *      +---+--------------------------+   OLI: x 0 to 1499 dots (211 mm, 8 inches),
+ *    y |                              |        y 0 to 7499 dots (1058 mm, 41 inches).
+ *    | +   * (x, y)                   |   A position outside is refused with -1 and nothing is printed: cut
+ *    v |                              |   to what the printer's command can say, it would print in a wrong
+ *      |                              |   place.
  *
  * RESULT CODES of the YARDO_ functions
  *    0    Success: the bytes were handed to the operating system. That they are on paper only the printer
- * knows: ask YARDO_PR2_GetPrinterStatus. >0    Status functions: the status value. -1    A bad argument:
- * nothing reached the printer (but see YARDO_PrintBmpOLI). From YARDO_PR2_OpenPort also: the port could not
- * be opened. Mend the call; retrying does not help. -3    A command or its data was not sent whole. Part of
- * it may have reached the printer: look at the page, or initialise and begin it anew, before printing again.
- *   -4    An answer (firmware identifier, stripe) did not come or was malformed. May be asked again.
+ *         knows: ask YARDO_PR2_GetPrinterStatus.
+ *   >0    Status functions: the status value. Scans: see there.
+ *   -1    A bad argument: nothing reached the printer (but see YARDO_PrintBmpOLI). From YARDO_PR2_OpenPort
+ *         also: the port could not be opened. Mend the call; retrying does not help.
+ *   -3    A command or its data was not sent whole. Part of it may have reached the printer: look at the
+ *         page, or initialise and begin it anew, before printing again.
+ *   -4    An answer (firmware identifier, stripe, scan) did not come or was malformed. May be asked again.
  *   -5    A port is open already; it stays open.
  *   -6    No port is open; nothing was sent. This test comes before every other one.
  *   -11   The picture's file cannot be opened.                    \
- *   -12   The file is short, or of a depth that no BMP has.        |  nothing was sent,
+ *   -12   The file is short, or of a depth that no BMP has.        |  nothing was printed,
  *   -13   The file holds fewer rows than its header promises, or   |  nothing is ejected
  *         its header promises what no BMP can hold.               /
  *   -20   The paper status was not answered, or not recognisably. May be asked again.
+ *   -21   Scan: the printer did not tell the document's size.
  *   -22   The printer status was not answered, or not recognisably. May be asked again.
  *   -30   The printer was not ready in time. See to the printer, then initialise again.
- *   -31   No memory; nothing was printed.
+ *   -31   No memory: nothing was printed. Scan: no memory, or no temporary file.
+ *   -40   Scan: the image did not come whole.
  *   -60   The text is not valid UTF-8; nothing was sent.
  *
+ * RESULT CODES of the PT_ functions
+ *    0    Success, as above.
+ *   -1    A bad argument: the port was not opened. From the text functions also: the file cannot be read, or
+ *         the text is not valid UTF-8; nothing was sent. From the image functions also: a part of the picture
+ *         is wider than 65535 dots, and the picture ends there.
+ *   -3    The port could not be opened; or a command or its data was not sent whole: look at the page.
+ *   -6    The image's file cannot be opened, or the data is no BMP, JPEG or PNG; nothing was sent.
+ *   -11   The BMP cannot be opened: of a JPEG or PNG, or of a turn, nothing was made.     \
+ *   -12   The BMP is short, or of a depth that is not printed.                             |  nothing was
+ *   -13   The BMP holds fewer rows than its header promises: a JPEG or PNG was damaged.   /   sent
+ *   -31   No memory; nothing was printed.
+ *
  * ORDER OF CALLS
- *   YARDO_PR2_OpenPort, YARDO_PR2_InitPrinter, then for each document YARDO_PR2_InsertPaper, formats, text
- * and pictures, YARDO_PR2_EjectPaper or YARDO_PR2_SPB, and at the end YARDO_PR2_ClosePort.
+ *   YARDO_PR2_OpenPort, YARDO_PR2_InitPrinter, then for each document YARDO_PR2_InsertPaper, formats, text and
+ *   pictures, YARDO_PR2_EjectPaper or YARDO_PR2_SPB, and at the end YARDO_PR2_ClosePort.
+ *   The PT_ functions need nothing before them and nothing behind. Called while a port is open, they use that
+ *   port whatever name they are given, and close it: calls of the YARDO_ functions then have nothing to talk
+ *   to, and most fail (-3, -4, -30), until the host closes the port and opens it again.
  */
 #ifndef PASSBOOK_H
 #define PASSBOOK_H
@@ -64,15 +95,15 @@
 extern "C" {
 #endif
 
-/* ---- Port and raw commands
- * ------------------------------------------------------------------------------------ */
+/* ---- Port and raw commands ------------------------------------------------------------------------------ */
 
 /*
  * Opens the printer's port and keeps it open until YARDO_PR2_ClosePort.
- * portName  in: the name of a serial device below /dev, such as "ttyS0" or "ttyUSB1", at most 127 characters,
- * which is set to 9600 bits per second, 8 data bits, no parity, one stop bit; or any name containing "LPT" or
- * "lpt": the first parallel port that opens, /dev/parallel/0 to 3 if that directory exists, else
- *           /dev/printers/0 to 3 if that exists, else /dev/lp0 to 3.
+ * portName  in: one of
+ *           - the name of a serial device below /dev, such as "ttyS0" or "ttyUSB1", at most 127 characters. It
+ *             is set to 9600 bits per second, 8 data bits, no parity, one stop bit;
+ *           - any name containing "LPT" or "lpt": the first parallel port that opens of /dev/parallel/0 to 3 if
+ *             that directory exists, else of /dev/printers/0 to 3 if that exists, else of /dev/lp0 to 3.
  * Returns 0; -1 the port could not be opened, or portName is NULL; -5 a port is open already, and stays so.
  */
 PASSBOOK_API int YARDO_PR2_OpenPort(const char* portName);
@@ -84,19 +115,19 @@ PASSBOOK_API int YARDO_PR2_OpenPort(const char* portName);
 PASSBOOK_API int YARDO_PR2_ClosePort(void);
 
 /*
- * Sends bytes to the printer as they are, in one write. An answer to them cannot be read through this
- * library. data    in: length bytes; may be NULL when length is 0. length  0 or more. Returns 0; -1 negative
- * length or no data; -3; -6.
+ * Sends bytes to the printer as they are, in one write. An answer to them cannot be read through this library.
+ * data    in: length bytes; may be NULL when length is 0.
+ * length  0 or more.
+ * Returns 0; -1 negative length or no data; -3; -6.
  */
 PASSBOOK_API int YARDO_PR2_Command(const unsigned char* data, int length);
 
-/* ---- Text and control
- * ----------------------------------------------------------------------------------------- */
+/* ---- Text and control ----------------------------------------------------------------------------------- */
 
 /*
- * Resets the printer, sets it up (15 characters per inch, line space 46/240 inch) and waits until it is
- * ready. mode            1: clears an error; 2: clears everything; any other: clears an error and sends a
- * form feed. timeoutSeconds  how long to wait; 0 or less asks once. The call can take two seconds longer.
+ * Resets the printer, sets it up (15 characters per inch, line space 46/240 inch) and waits until it is ready.
+ * mode            1: clears an error; 2: clears everything; any other: clears an error and sends a form feed.
+ * timeoutSeconds  how long to wait; 0 or less asks once. The call can take two seconds longer.
  * Returns 0 ready; -30 not ready in time; -6.
  */
 PASSBOOK_API int YARDO_PR2_InitPrinter(int mode, int timeoutSeconds);
@@ -105,8 +136,10 @@ PASSBOOK_API int YARDO_PR2_InitPrinter(int mode, int timeoutSeconds);
  * Prints one line of text at a position.
  * unit    0: x and y are whole millimetres, and 1 mm is added to y; any other: whole inches.
  * x, y    position of the line, see the picture above: in millimetres x 0 to 211 and y -1 to 1057, in inches
- * x 0 to 8 and y 0 to 41. text    in: UTF-8. Control characters in it reach the printer as they are. A
- * sequence cut off at the very end is left out. length  bytes of text; negative: up to its terminating zero.
+ *         x 0 to 8 and y 0 to 41.
+ * text    in: UTF-8. Control characters in it reach the printer as they are. A sequence cut off at the very
+ *         end is left out.
+ * length  bytes of text; negative: up to its terminating zero.
  * Returns 0; -1 text is NULL or a position does not fit: nothing was sent; -3; -6; -60 not valid UTF-8:
  * nothing was sent.
  */
@@ -114,9 +147,11 @@ PASSBOOK_API int YARDO_PR2_PrintData(int unit, int x, int y, const char* text, i
 
 /*
  * Sets the character format of the text that follows. The paper moves by one line space on the way.
- * pitch   characters per inch, its fraction cut off: 10, 12, 15, 16 or 17; the printer gets code 0 for any
- * other. bold    0 off, else on. width   0 normal, 1 or 2 wide. height  a small count that is added to the
- * character '0': 0, 1, 2. Returns 0; -3, the settings behind the failed one are not sent then; -6.
+ * pitch   characters per inch, its fraction cut off: 10, 12, 15, 16 or 17; any other sends the printer code 0.
+ * bold    0 off, else on.
+ * width   0 normal, 1 or 2 wide; any other as 2.
+ * height  a small count that is added to the character '0': 0, 1, 2.
+ * Returns 0; -3, the settings behind the failed one are not sent then; -6.
  */
 PASSBOOK_API int YARDO_PR2_SetFormat(double pitch, int bold, int width, int height);
 
@@ -129,17 +164,17 @@ PASSBOOK_API int YARDO_PR2_SetFormat(double pitch, int bold, int width, int heig
 PASSBOOK_API int YARDO_PR2_SetLineSpace(int unit, double space);
 
 /*
- * Switches underlining.
- * mode    0 off; 1, 2 the printer's two underlines; 3 off by the printer's second command, which always
- * returns 0; any other as 0. Returns 0; -3; -6.
+ * Switches underlining of the text that follows.
+ * mode    0 on; 1 and 2 on in the printer's two other styles; 3 off, for which the result is always 0; any
+ *         other as 0.
+ * Returns 0; -3; -6.
  */
 PASSBOOK_API int YARDO_PR2_SetUnderLine(int mode);
 
 /* Sends carriage return and line feed. Returns 0; -3; -6. */
 PASSBOOK_API int YARDO_PR2_LR(void);
 
-/* Draws a document in and brings it to its first line, after clearing an error. Does not wait. Returns 0; -3;
- * -6. */
+/* Draws a document in, to its first line, after clearing an error. Does not wait. Returns 0; -3; -6. */
 PASSBOOK_API int YARDO_PR2_InsertPaper(void);
 
 /* Ejects the document. Does not wait until it is taken, see YARDO_PR2_SPB. Returns 0; -3; -6. */
@@ -158,22 +193,24 @@ PASSBOOK_API int YARDO_PR2_CLearAll(void);
  */
 PASSBOOK_API int YARDO_PR2_GetFWID(unsigned char* out);
 
-/* ---- Status, stripe and pictures
- * ------------------------------------------------------------------------------ */
+/* ---- Status, stripe and pictures ------------------------------------------------------------------------ */
 
 /*
  * Asks for the printer's status. Blocks for up to four reads, and first reads away what an earlier answer
- * left. Returns the value that stands for the answer's status byte; -3; -6; -22 no answer, or a byte that is
- * not listed (as combinations of several conditions are not): 1 'P' ready      5 'a'      9 '1'     13 'q' 2
- * 'Q'            6 'b'     10 '2'     14 'r' 3 'T'            7 'd'     11 '4'     15 'p' 4 'X'            8
- * 'h'     12 '8'
+ * left.
+ * Returns the value that stands for the answer's status byte; -3; -6; -22 no answer, or a byte that is not
+ * listed (as combinations of several conditions are not):
+ *    1 'P' ready      5 'a'      9 '1'     13 'q'
+ *    2 'Q'            6 'b'     10 '2'     14 'r'
+ *    3 'T'            7 'd'     11 '4'     15 'p'
+ *    4 'X'            8 'h'     12 '8'
  */
 PASSBOOK_API int YARDO_PR2_GetPrinterStatus(void);
 
 /*
  * Asks where the document is. Blocks for up to three reads, and first reads away what an earlier answer left.
- * Returns 1 there is none; 2, 3 there is one that is not in place; 4 it is in place; -3; -6; -20 no answer,
- * or one that is not listed.
+ * Returns 4 it is in place; 1, 2, 3 it is not (YARDO_PR2_SPB waits while it is 2 or 3, and ends at 1); -3; -6;
+ * -20 no answer, or one that is not listed.
  */
 PASSBOOK_API int YARDO_PR2_GetPaperStatus(void);
 
@@ -181,10 +218,10 @@ PASSBOOK_API int YARDO_PR2_GetPaperStatus(void);
  * Reads the magnetic stripe.
  * track   0: the first select command; any other: the second.
  * buffer  out: length bytes. On success the stripe's data with a zero behind it; at most length - 2 bytes of
- * data fit, and what lies behind the zero has no meaning. After -4 it holds what arrived. length  2 or more;
- * the stripe's data, 2 bytes of header and one terminator should fit. Blocks for up to 15 polls of one second
- * each plus a read. Returns 0; -1 buffer is NULL or length below 2: nothing was sent; -3; -4 no complete
- * answer; -6.
+ *         data fit, and what lies behind the zero has no meaning. After -4 it holds what arrived.
+ * length  2 or more; the stripe's data, 2 bytes of header and one terminator should fit.
+ * Blocks for up to 15 polls of one second each plus a read. Returns 0; -1 buffer is NULL or length below 2:
+ * nothing was sent; -3; -4 no complete answer; -6.
  */
 PASSBOOK_API int YARDO_PR2_MSR(int track, char* buffer, int length);
 
@@ -199,8 +236,8 @@ PASSBOOK_API int YARDO_PR2_MSW(int track, const char* data, int length);
 
 /*
  * Reads with the first select command into buffer0, then with the second into buffer1, each as YARDO_PR2_MSR.
- * Returns the second read's result; the first one's is not told: set buffer0[0] before the call to see
- * whether it changed. -1 when either buffer is NULL or shorter than 2: nothing was sent. -6.
+ * Returns the second read's result; the first one's is not told: set buffer0[0] before the call to see whether
+ * it changed. -1 when either buffer is NULL or shorter than 2: nothing was sent. -6.
  */
 PASSBOOK_API int YARDO_PR2_MSRALL(char* buffer0, int length0, char* buffer1, int length1);
 
@@ -215,19 +252,143 @@ PASSBOOK_API int YARDO_PR2_SPB(int seconds);
 
 /*
  * Prints a BMP file, black and white: grey values below 200 of 255 are ink. One pixel is one dot of 1/180
- * inch. path    in: an uncompressed BMP. 24 and 32 bits: the mean of the three colours counts. 8 bits: the
- * index itself is the grey value. 1 and 4 bits: the colour table is looked up, and without one 0 is black.
+ * inch.
+ * path    in: an uncompressed BMP. 24 and 32 bits: the mean of the three colours counts. 8 bits: the index
+ *         itself is the grey value. 1 and 4 bits: the colour table is looked up; without one, 0 is black.
  * eject   true: the document is ejected afterwards, also when printing failed; not when the file could not be
- * read. x, y    position of the top left corner in whole millimetres, brought down to a multiple of 3 dots in
- * y. The whole height of the picture must fit the page. Ink that stands only in the last width % 8 pixels of
- * a row does not by itself print; neither does one dot of a column group whose eight dots from top to bottom
- * are ink, ink, blank, ink, ink, blank, blank, blank (its upper one), for the printer would take it for a
- * command. Takes at least a second for every 24 rows with ink. Asks for the printer's status at the end, up
- * to five times. Returns 0; -1 path is NULL or a position does not fit: nothing was printed, unless a part of
- * the picture lies behind a wide gap and too far right: then it ends there; -3 the picture ends at the run
- * that failed; -6; -11; -12; -13; -31.
+ *         read.
+ * x, y    position of the top left corner in whole millimetres, brought down to a multiple of 3 dots in y. The
+ *         whole height of the picture must fit the page.
+ * Ink that stands only in the last width % 8 pixels of a row does not by itself print; neither does one dot of
+ * a column group whose eight dots from top to bottom are ink, ink, blank, ink, ink, blank, blank, blank (its
+ * upper one), for the printer would take it for a command.
+ * Takes at least a second for every 24 rows with ink. Asks for the printer's status at the end, up to five
+ * times.
+ * Returns 0; -1 path is NULL or a position does not fit: nothing was printed, unless a part of the picture
+ * lies behind a wide gap and too far right: then it ends there; -3 the picture ends at the run that failed;
+ * -6; -11; -12; -13; -31.
  */
 PASSBOOK_API int YARDO_PrintBmpOLI(const char* path, bool eject, int x, int y);
+
+/* ---- Scanning ------------------------------------------------------------------------------------------- */
+
+/*
+ * Scans the document in an OKI printer on the port that is open, and leaves the port open.
+ * frontFile, backFile  in: the sides' image files, at most 511 characters each, both always given. A name that
+ *                      contains ".jpg" anywhere gives a JPEG (baseline, quality 20, the rows in the order in
+ *                      which the printer stored them), any other the printer's BMP as it came. A side for which
+ *                      the printer has no data gets no file.
+ * imageType            0 black and white, 1 grey with 4 bits, 2 grey with 8 bits, any other colour.
+ * frontParam1,         passed on to the printer, their low 8 bits. A document of the size of special paper has
+ * backParam1, param2   both first parameters replaced by 'A', but for black and white.
+ * optionFlag           passed on to the printer.
+ * sides                0 front, 1 back, 2 both, any other none. The printer answers for both in any case.
+ * dpi                  up to 240, up to 400, above: one of the printer's three resolutions.
+ * direction            bit 0 is passed on to the printer.
+ * While it runs, the image is in a temporary file beside frontFile, readable by nobody but the user. It stays
+ * there after a failure, and when it cannot be moved to its name (another file system, a directory that does
+ * not exist), which the result does not tell: look whether the file is there. Memory does not grow with the
+ * image.
+ * Each read of the port is taken for one piece of the printer's stream, and pieces of exactly 1 and 8 bytes
+ * mean something: lines that carry bytes without borders (a serial line at speed, say) can cut pieces so that
+ * image bytes get lost or the image ends early. Ports that keep borders (USB) do not have this.
+ * Returns 0; -1 a name is NULL or too long: nothing was sent; -3, -20 from the paper status; -21; -4 the printer
+ * began no image; -40 the image was malformed or broke off; -31 the temporary file could not be made or
+ * written, or no memory; -6. The front side's file stays when the back side fails.
+ */
+PASSBOOK_API int YARDO_ScantoFileOKI(const char* frontFile, const char* backFile, int imageType,
+                                     int frontParam1, int backParam1, int param2, bool optionFlag, int sides,
+                                     int dpi, int direction);
+
+/*
+ * Scans the document in an OLI printer on the port that is open, and leaves the port open. Waits up to a
+ * minute for a document.
+ * frontFile, backFile  in: the sides' BMP files, whatever their names, at most 511 characters each, both
+ *                      always given.
+ * imageType, param2, optionFlag, sides, dpi  as YARDO_ScantoFileOKI. Sides that are not asked for get no file.
+ * param1               for both sides; passed on to the printer, its low 8 bits.
+ * direction            bit 0 is passed on to the printer; not 0 (low 8 bits): the files are bottom-up.
+ * A side is held in memory. Files have no colour table, whatever their depth.
+ * Each read of the port is taken for one message of the printer; see YARDO_ScantoFileOKI for what that means.
+ * Returns 0, also when the data of a side were not as many as announced, and it has no file then; -1 a name is
+ * NULL or too long: nothing was sent; 2 the printer was not ready and has ejected the document, or an image is
+ * not as long as announced (its file is there); -40 an image broke off; -31 no memory; -6. With two sides the
+ * last failure is told, and a file that was made stays.
+ */
+PASSBOOK_API int YARDO_ScantoFileOLI(const char* frontFile, const char* backFile, int imageType, int param1,
+                                     int param2, bool optionFlag, int sides, int dpi, int direction);
+
+/* ---- OKI family: images and text ------------------------------------------------------------------------ */
+
+/*
+ * The PT_ functions share these arguments:
+ * portName  in: as YARDO_PR2_OpenPort.
+ * mode      1: y is in units of 0.165 mm; any other: y is in tenths of a millimetre.
+ * timeout   seconds, 0 or more. It is the time-out of transfers over USB; other ports have their own.
+ * x         0 or more, tenths of a millimetre to the right of the left margin.
+ * y         0 or more, in the unit that mode says, below the place where the document stands.
+ * reserved  not read.
+ * Positions are cut to whole millimetres: x = 105 and x = 100 are both 10 mm. Distances beyond 65535 dots are
+ * brought down to that.
+ * The image functions lay temporary files, named ".tmp_" and a time, into the current directory, readable by
+ * nobody but the user, and remove them before they return. Programs that print at the same time do so from
+ * directories of their own.
+ */
+
+/*
+ * Prints an image file: BMP (as YARDO_PrintBmpOLI, but that no dot is left out), JPEG (grey or colour, not
+ * CMYK) or PNG (of any kind; transparency is dropped, not blended), recognised by its content. JPEG and PNG up
+ * to 32767 pixels either way.
+ * path  in: the image's file; a BMP is printed from where it is.
+ * Returns 0; -1; -3; -6; -11; -12; -13; -31.
+ */
+PASSBOOK_API int PT_PrintImageFile(const char* portName, int mode, int timeout, int x, int y, int reserved,
+                                   const char* path);
+
+/*
+ * Prints an image from memory: the bytes of a BMP, JPEG or PNG file, or the base64 text of one (RFC 4648; line
+ * feeds, carriage returns and spaces are skipped, but count in the length, which has to be a multiple of 4).
+ * Pauses a second.
+ * data    in: length bytes.
+ * length  below 1 gives -6.
+ * Returns as PT_PrintImageFile; -6 also for what is neither an image nor valid base64.
+ */
+PASSBOOK_API int PT_PrintImageStream(const char* portName, int mode, int timeout, int x, int y, int reserved,
+                                     const unsigned char* data, int length);
+
+/*
+ * As PT_PrintImageFile, turned clockwise.
+ * turns  0 to 3 quarter turns; any other gives -1. BMP files of 8, 24 and 32 bits, and of 1 and 4, can be turned.
+ */
+PASSBOOK_API int PT_PrintImageFileRevolve(const char* portName, int mode, int timeout, int x, int y,
+                                          int reserved, const char* path, int turns);
+
+/* As PT_PrintImageStream, turned as PT_PrintImageFileRevolve. Pauses two seconds, whether it turns or not. */
+PASSBOOK_API int PT_PrintImageStreamRevolve(const char* portName, int mode, int timeout, int x, int y,
+                                            int reserved, const unsigned char* data, int length, int turns);
+
+/*
+ * Ejects the document.
+ * Returns 0; -1 portName is NULL; -3 the port could not be opened, or the command was not sent whole.
+ */
+PASSBOOK_API int PT_Eject(const char* portName, int reserved);
+
+/*
+ * Prints a text file: every line from the same x, the printer's own distance apart. Lines end at line feeds; an
+ * empty line behind the first ends the text. Lines are not wrapped.
+ * path  in: a file of UTF-8 text.
+ * Returns 0; -1 also when the file cannot be read or is not UTF-8: nothing was sent; -3, lines before it are
+ * printed.
+ */
+PASSBOOK_API int PT_PrintTxtFile(const char* portName, int mode, int timeout, int x, int y, const char* path);
+
+/*
+ * As PT_PrintTxtFile, from memory.
+ * text    in: UTF-8, unchanged by the call.
+ * length  bytes of text; negative: up to its terminating zero.
+ */
+PASSBOOK_API int PT_PrintTxtStream(const char* portName, int mode, int timeout, int x, int y,
+                                   const char* text, int length);
 
 #ifdef __cplusplus
 }

@@ -78,14 +78,13 @@ class Deadline {
 /// Sleeps whole seconds; a signal does not cut the pause short, for the printer needs all of it.
 void pauseSeconds(unsigned seconds);
 
-/// Sleeps microseconds, as pauseSeconds does seconds. Less than a second.
+/// Sleeps less than a second; a signal may cut it short.
 void pauseMicroseconds(unsigned microseconds);
 
 /// Sends one command whole. True when the transport took all of it.
 [[nodiscard]] bool sendCommand(std::span<const unsigned char> command);
 
-/// Makes a command of a text literal, so that a table shows the ASCII spelling that the printer's manual
-/// gives.
+/// Makes a command of a text literal, so that a table shows the ASCII spelling of what the bytes say.
 template <std::size_t N>
 [[nodiscard]] consteval std::array<unsigned char, N - 1> ascii(const char (&text)[N]) {
     std::array<unsigned char, N - 1> bytes{};

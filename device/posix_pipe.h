@@ -29,9 +29,8 @@ auto retryInterrupted(Call call) {
     return 0;
 }
 
-/// One write of `length` bytes. 0 when at least one byte was taken, else -1. The rest of a partial write is
-/// not sent after it: the line's driver has told that it is full, and the caller's next command must not wait
-/// for it.
+/// One write of `length` bytes. 0 when at least one byte was taken, else -1. What a signal cut off is not sent after it: a
+/// caller that is told of a failure would send the whole again, and print twice.
 [[nodiscard]] inline int writeOnce(int fd, const unsigned char* data, int length) {
     if (length < 0)
         return -1;

@@ -6,6 +6,7 @@
 #include <memory>
 #include <new>
 
+#include "image/file.h"
 #include "image/handles.h"
 
 namespace passbook {
@@ -95,42 +96,9 @@ int readHeader(std::FILE* file, Header& header) {
     return std::fread(header.data(), 1, header.size(), file) == header.size() ? 0 : -12;
 }
 
-/// The grey levels of a file's colour table, `levels` of them set. 0, -11 or -12.
-int readGreyLevels(const char* path, int dataOffset, int bitsPerPixel,
-                   std::array<unsigned char, 16>& levels) {
-    std::array<tagRGBQUAD, 16> table{};
-    const int indices = 1 << bitsPerPixel;
-
-    const FileHandle file(std::fopen(path, "rb"));
-    if (file == nullptr)
-        return -11;
-    Header header;
-    if (readHeader(file.get(), header) != 0)
-        return -12;
-    // The table lies between the information header, however long its version is, and the rows.
-    const std::int64_t tableOffset = std::int64_t{14} + get32(header, atInfoSize);
-    std::int64_t entries = get32(header, atColorsUsed) != 0 ? get32(header, atColorsUsed) : indices;
-    entries = std::min(entries, std::max<std::int64_t>(0, (dataOffset - tableOffset) / 4));
-    entries = std::min<std::int64_t>(entries, indices);
-    if (entries == 0) {
-        FormatColorPalette(table.data(), indices, 0);
-    } else {
-        const auto count = static_cast<std::size_t>(entries);
-        if (std::fseek(file.get(), static_cast<long>(tableOffset), SEEK_SET) != 0 ||
-            std::fread(table.data(), sizeof(tagRGBQUAD), count, file.get()) != count)
-            return -12;
-    }
-    for (std::size_t i = 0; i < levels.size(); ++i) {
-        const tagRGBQUAD& entry = table[i];
-        levels[i] = static_cast<unsigned char>((entry.rgbBlue + entry.rgbGreen + entry.rgbRed) / 3);
-    }
-    return 0;
-}
-
-/// Spreads packed indices, the leftmost pixel in the highest bits, into a byte a pixel.
+/// Spreads packed indices of `Bits` bits each.
 template <int Bits>
-void expandRow(const unsigned char* packed, unsigned char* grey, int width,
-               const std::array<unsigned char, 16>& levels) {
+void spread(const unsigned char* packed, unsigned char* grey, int width, const unsigned char* levels) {
     constexpr int perByte = 8 / Bits;
     constexpr unsigned mask = (1U << Bits) - 1;
     for (int x = 0; x < width; ++x) {
@@ -165,6 +133,15 @@ int setBMPHeader(const char* path, int width, int height, int bitsPerPixel) {
                      nullptr, 0);
 }
 
+std::FILE* createTempBmp(const char* path, int width, int height, int bitsPerPixel) {
+    if (makeTempFile(path) != 0)
+        return nullptr;
+    std::FILE* file = setBMPHeader(path, width, height, bitsPerPixel) == 0 ? std::fopen(path, "ab") : nullptr;
+    if (file == nullptr)
+        (void)std::remove(path);  // a file without a header would pass for one that is short
+    return file;
+}
+
 int getBitmapInfo(const char* path, int* width, int* height, int* dataOffset, int* bitsPerPixel) {
     const FileHandle file(path != nullptr ? std::fopen(path, "rb") : nullptr);
     if (file == nullptr)
@@ -185,8 +162,11 @@ int getBitmapData(const char* path, unsigned char** buffer, int width, int heigh
     const FileHandle file(path != nullptr ? std::fopen(path, "rb") : nullptr);
     if (file == nullptr)
         return -11;
-    if (width < 1 || height == std::numeric_limits<int>::min() || bitsPerPixel < 0 || dataOffset < 0)
+    if (width < 1 || height == std::numeric_limits<int>::min() || dataOffset < 0)
         return -13;
+    // Also what keeps the loop below from running over billions of rows of no bytes.
+    if (bitsPerPixel < 8 && bitsPerPixel != 1 && bitsPerPixel != 4)
+        return -12;
     const int rows = height < 0 ? -height : height;
     const std::int64_t size = imageBytes(width, rows, bitsPerPixel);
     if (size < 0)
@@ -217,15 +197,51 @@ void freeBitmapData(unsigned char* buffer) {
     delete[] buffer;
 }
 
+int GreyLevels::load(const char* path, int dataOffset, int bitsPerPixel) {
+    if (bitsPerPixel != 1 && bitsPerPixel != 4)
+        return -12;
+    bits_ = bitsPerPixel;
+    std::array<tagRGBQUAD, 16> table{};
+    const int indices = 1 << bits_;
+
+    const FileHandle file(std::fopen(path, "rb"));
+    if (file == nullptr)
+        return -11;
+    Header header;
+    if (readHeader(file.get(), header) != 0)
+        return -12;
+    // The table lies between the information header, however long its version is, and the rows.
+    const std::int64_t tableOffset = std::int64_t{14} + get32(header, atInfoSize);
+    std::int64_t entries = get32(header, atColorsUsed) != 0 ? get32(header, atColorsUsed) : indices;
+    entries = std::min(entries, std::max<std::int64_t>(0, (dataOffset - tableOffset) / 4));
+    entries = std::min<std::int64_t>(entries, indices);
+    if (entries == 0) {
+        FormatColorPalette(table.data(), indices, 0);
+    } else {
+        const auto count = static_cast<std::size_t>(entries);
+        if (std::fseek(file.get(), static_cast<long>(tableOffset), SEEK_SET) != 0 ||
+            std::fread(table.data(), sizeof(tagRGBQUAD), count, file.get()) != count)
+            return -12;
+    }
+    std::transform(table.begin(), table.end(), levels_, [](const tagRGBQUAD& entry) {
+        return static_cast<unsigned char>((entry.rgbBlue + entry.rgbGreen + entry.rgbRed) / 3);
+    });
+    return 0;
+}
+
+void GreyLevels::expandRow(const unsigned char* packed, unsigned char* grey, int width) const {
+    if (bits_ == 1)
+        spread<1>(packed, grey, width, levels_);
+    else
+        spread<4>(packed, grey, width, levels_);
+}
+
 int expandToGrey(const char* path, unsigned char** buffer, int width, int rows, int* bitsPerPixel,
                  int dataOffset) {
-    const int bits = *bitsPerPixel;
-    if (bits >= 8)
+    if (*bitsPerPixel >= 8)
         return 0;
-    if (bits != 1 && bits != 4)
-        return -12;
-    std::array<unsigned char, 16> levels{};
-    if (const int result = readGreyLevels(path, dataOffset, bits, levels); result != 0)
+    GreyLevels levels;
+    if (const int result = levels.load(path, dataOffset, *bitsPerPixel); result != 0)
         return result;
 
     const std::int64_t size = imageBytes(width, rows, 8);
@@ -234,11 +250,10 @@ int expandToGrey(const char* path, unsigned char** buffer, int width, int rows, 
     std::unique_ptr<unsigned char[]> grey(new (std::nothrow) unsigned char[static_cast<std::size_t>(size)]());
     if (grey == nullptr)
         return -31;
-    const auto packedStride = static_cast<std::size_t>(bmpStrideBytes(width, bits));
+    const auto packedStride = static_cast<std::size_t>(bmpStrideBytes(width, *bitsPerPixel));
     const auto greyStride = static_cast<std::size_t>(bmpStrideBytes(width, 8));
-    const auto expand = bits == 1 ? expandRow<1> : expandRow<4>;
     for (std::size_t row = 0; row < static_cast<std::size_t>(rows); ++row)
-        expand(*buffer + row * packedStride, grey.get() + row * greyStride, width, levels);
+        levels.expandRow(*buffer + row * packedStride, grey.get() + row * greyStride, width);
 
     freeBitmapData(*buffer);
     *buffer = grey.release();

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 namespace passbook {
 
@@ -40,6 +41,10 @@ struct tagRGBQUAD {
 /// Results as saveImageASBMP.
 [[nodiscard]] int setBMPHeader(const char* path, int width, int height, int bitsPerPixel);
 
+/// Makes a temporary file (see makeTempFile) that begins as setBMPHeader's do, and opens it for appending the rows.
+/// Null, and no file left, when it cannot be created or its size does not fit the format.
+[[nodiscard]] std::FILE* createTempBmp(const char* path, int width, int height, int bitsPerPixel);
+
 /// Reads a BMP file's geometry, without judging it. `height` keeps its sign: negative is top-down.
 /// 0; -11 the file cannot be opened; -12 it is shorter than its headers.
 [[nodiscard]] int getBitmapInfo(const char* path, int* width, int* height, int* dataOffset,
@@ -47,7 +52,7 @@ struct tagRGBQUAD {
 
 /// Reads the rows into a new buffer of stride x |height| bytes, top row first whatever the file's order;
 /// release it with freeBitmapData. The geometry is what getBitmapInfo returned. 0; -11 the file cannot be
-/// opened; -12 a row cannot be read whole; -13 the file holds fewer rows than it promises, or its geometry
+/// opened; -12 a row cannot be read whole, or the depth is none that a BMP has (0, 2, 3, 5 to 7); -13 the file holds fewer rows than it promises, or its geometry
 /// cannot be held at all (a width below 1, sizes beyond 31 bits, rows that begin behind the end); -31 no
 /// memory. `*buffer` is null after every failure.
 [[nodiscard]] int getBitmapData(const char* path, unsigned char** buffer, int width, int height,
@@ -56,12 +61,28 @@ struct tagRGBQUAD {
 /// Releases what getBitmapData or expandToGrey handed out. Null is ignored.
 void freeBitmapData(unsigned char* buffer);
 
-/// Turns a loaded picture of 1 or 4 bits per pixel into 8-bit grey, the mean of blue, green and red in the
-/// file's colour table or, without one, the even ramp from 0 to 255; `*buffer` is then a new one and
-/// `*bitsPerPixel` 8. Pictures of 8 and more bits are left alone. Indices behind a short table's end are
-/// black. 0; -11, -12 the file's colour table cannot be read; -12 a depth that no BMP has (0, 2, 3, 5 to 7);
-/// -13 the grey picture would be beyond 31 bits; -31 no memory. After a failure `*buffer` is as it was, and
-/// still the caller's.
+/// The grey levels that the pixels of a BMP of 1 or 4 bits stand for: the mean of blue, green and red in the
+/// file's colour table or, without one, the even ramp from 0 to 255. Indices behind a short table's end are
+/// black.
+class GreyLevels {
+ public:
+    /// Reads them. 0; -11 the file cannot be opened; -12 its table is short, or the depth is another one.
+    [[nodiscard]] int load(const char* path, int dataOffset, int bitsPerPixel);
+
+    /// Spreads a row of packed indices, the leftmost pixel in the highest bits, into `width` bytes of grey.
+    void expandRow(const unsigned char* packed, unsigned char* grey, int width) const;
+
+ private:
+    unsigned char levels_[16] = {};
+    int bits_ = 1;
+};
+
+/// Turns a loaded picture of 1 or 4 bits per pixel into 8-bit grey (see GreyLevels); `*buffer` is then a new
+/// one and
+/// `*bitsPerPixel` 8. Pictures of 8 and more bits are left alone.
+/// 0; -11, -12 the file's colour table cannot be read; -12 a depth that no BMP has (0, 2, 3, 5 to 7); -13 the
+/// grey picture would be beyond 31 bits; -31 no memory. After a failure `*buffer` is as it was, and still the
+/// caller's.
 [[nodiscard]] int expandToGrey(const char* path, unsigned char** buffer, int width, int rows,
                                int* bitsPerPixel, int dataOffset);
 

@@ -20,4 +20,10 @@ namespace passbook {
     return true;
 }
 
+/// Writes a count of 0 to 65535 as two bytes, the high one first.
+constexpr void putHighFirst(std::span<unsigned char, 2> field, int value) {
+    field[0] = static_cast<unsigned char>(value >> 8);
+    field[1] = static_cast<unsigned char>(value);
+}
+
 }  // namespace passbook

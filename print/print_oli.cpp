@@ -157,7 +157,7 @@ int SetUnderLine_OLI(int mode) {
         case 2:
             return send(second);
         case 3:
-            (void)sendCommand(off);  // hosts clean up with it, also on a port that has gone
+            (void)sendCommand(off);  // its result is not the host's concern
             return 0;
         default:
             return send(plain);

@@ -27,8 +27,7 @@ namespace passbook {
 [[nodiscard]] int SetFontHeight_OLI(int height);
 /// `millimetres` from 0 to below 10.58, sent in 1/240 inch, truncated.
 [[nodiscard]] int SetLineSpace_OLI(double millimetres);
-/// 0 off, 1 and 2 the printer's two underlines, 3 the other way off, which always reports 0; anything else as
-/// 0.
+/// 0 on, 1 and 2 on in the printer's other styles, 3 off, which always reports 0; anything else as 0.
 [[nodiscard]] int SetUnderLine_OLI(int mode);
 [[nodiscard]] int SendLineBreak_OLI();
 [[nodiscard]] int InsertPaper_OLI();

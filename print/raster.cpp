@@ -81,8 +81,7 @@ void BinaryImage(int width, int height, int bitsPerPixel, unsigned char* data, i
     const auto stride = static_cast<std::size_t>(bmpStrideBytes(width, bitsPerPixel));
     const std::size_t bitStride = oneBitStrideBytes(width);
     // A truncated mean is below the threshold exactly when the sum is below three times the threshold; the
-    // sum needs no division. No grey value lies outside 0 to 256, so clamping keeps a wild threshold's
-    // meaning.
+    // sum needs no division. Grey is 0 to 255, so clamping keeps a wild threshold's meaning.
     const int limit = std::clamp(threshold, 0, 256);
     const auto row = bitsPerPixel == 24   ? thresholdRow<3, 3>
                      : bitsPerPixel == 32 ? thresholdRow<4, 3>

@@ -38,7 +38,8 @@ inline void findStripPixel(const unsigned char* columns, int count, int* gap, in
 ///   void pack(width, rowsLeft, strip, columns)
 ///   void startStrip(row)               places the head for the strip that begins at this row of the picture
 ///   int sendRun(first, columns, count) prints columns; `first` when no segment of the strip went before
-///   int passGap(first, column, gap)    moves the head to this column, over a gap behind the segment
+///   int passGap(first, column, gap)    moves the head to this column, over a gap; `first` when nothing of the strip,
+///                                      neither run nor gap, went before
 ///   void endStrip()
 ///
 /// A result of sendRun or passGap that is not 0 ends the picture and is returned. 0 when all went out; -31

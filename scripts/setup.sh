@@ -3,10 +3,10 @@
 set -euo pipefail
 packages=(
   g++ cmake ninja-build pkg-config binutils git      # building
-  libglib2.0-dev                                     # the library
+  libglib2.0-dev libjpeg62-turbo-dev libpng-dev      # the library
   libcairo2-dev libpango1.0-dev fonts-wqy-microhei   # the virtual printer's page
   nlohmann-json3-dev libcli11-dev                    # its events and options
-  libgtest-dev clang-format-14                       # tests
+  libgtest-dev clang-format-14 libbenchmark-dev      # tests, benchmarks
 )
 missing=()
 for package in "${packages[@]}"; do

@@ -16,7 +16,7 @@ void clearPrinterBuffer();
 /// combinations of the status bits included. At most four reads.
 [[nodiscard]] int GetPrinterStatus_OLI();
 
-/// Feeds the document to its first position. Always 0.
+/// Sends the paper-position command. Always 0.
 int InitPaperPosition_OLI();
 
 /// Sends the fixed set-up that a scan begins with, two writes, no answer read. Always 0. Not the operation of
@@ -27,5 +27,21 @@ int InitPrinter_OLI();
 /// is sent its removal time-out sequence. 0, the time-out included; or the first negative paper status met
 /// after the eject.
 [[nodiscard]] int DealCradOvertime_OLI(int seconds);
+
+/// The OKI family's paper status: 1 or 2; -3 the request was not sent whole; -20 no or another answer. One read, and
+/// a late answer is not waited for.
+[[nodiscard]] int GetPaperStatus();
+
+/// The inserted document's width and length in the OKI printer's own units; 0 without an answer of the right length.
+[[nodiscard]] int GetPaperWidth();
+[[nodiscard]] int GetPaperLength();
+
+/// Reads the OKI printer's configuration block, up to its end mark 1B 5A, into `buffer` of `size` bytes. Returns the
+/// bytes received, the mark included; a printer that stays silent is given six reads. Prints a line of progress for
+/// each read on standard output.
+[[nodiscard]] int GetPrinterConfig(unsigned char* buffer, int size);
+
+/// Writes a configuration block of `count` bytes. 0; -50, -51 the printer refused it; -52 it gave no or another answer.
+[[nodiscard]] int SetPrinterConfig(const unsigned char* data, int count);
 
 }  // namespace passbook

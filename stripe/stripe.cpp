@@ -16,8 +16,7 @@ constexpr unsigned char terminator = 0x1C;
 constexpr int headerBytes = 2;
 
 void selectTrack(int track) {
-    // A printer that did not hear it answers for the other stripe or not at all; the command behind it
-    // decides.
+    // What becomes of it shows at the command behind it.
     (void)sendCommand(track == 0 ? selectFirst : selectSecond);
 }
 
@@ -26,7 +25,7 @@ int receiveStripe(unsigned char* reply, int length) {
     constexpr int polls = 15;
     int received = 0;
     for (int poll = 0; poll < polls; ++poll) {
-        pauseSeconds(1);  // the document is moving through the reader
+        pauseSeconds(1);
         received += GetData(reply + received, length - received);
         // Header bytes are not looked at, and one of them could have the terminator's value.
         if (received == length || (received > headerBytes && reply[received - 1] == terminator))
@@ -61,8 +60,7 @@ int WriteStripe(int track, const char* data, int length) {
     selectTrack(track);
     if (!sendCommand(writeCommand))
         return -3;
-    // The printer waits for the end of the data once it has the command, so the rest goes out whatever
-    // becomes of it.
+    // The end goes out whatever becomes of the data, so that the printer does not take what follows for more of it.
     (void)SendData(reinterpret_cast<const unsigned char*>(data), length);
     (void)sendCommand(writeEnd);
     return 0;

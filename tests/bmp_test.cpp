@@ -12,16 +12,14 @@ namespace {
 /// What the print engine would see of a file: 0 and its rows, or a code.
 int load(const std::string& path, std::string* rows = nullptr) {
     int width = 0, height = 0, offset = 0, bits = 0;
-    if (const int result = getBitmapInfo(path.c_str(), &width, &height, &offset, &bits); result != 0)
-        return result;
+    if (const int result = getBitmapInfo(path.c_str(), &width, &height, &offset, &bits); result != 0) return result;
     unsigned char* data = nullptr;
     int result = getBitmapData(path.c_str(), &data, width, height, bits, offset);
     EXPECT_EQ(data == nullptr, result != 0);
-    if (result == 0)
-        result = expandToGrey(path.c_str(), &data, width, std::abs(height), &bits, offset);
+    if (result == 0) result = expandToGrey(path.c_str(), &data, width, std::abs(height), &bits, offset);
     if (result == 0 && rows != nullptr)
-        rows->assign(reinterpret_cast<char*>(data), static_cast<std::size_t>(bmpStrideBytes(width, bits)) *
-                                                        static_cast<std::size_t>(std::abs(height)));
+        rows->assign(reinterpret_cast<char*>(data),
+                     static_cast<std::size_t>(bmpStrideBytes(width, bits)) * static_cast<std::size_t>(std::abs(height)));
     freeBitmapData(data);
     return result;
 }
@@ -42,8 +40,7 @@ TEST(Bmp, HostileFilesGetTheirCode) {
         {"negative width", BmpHeader{.width = -8}.text() + rows, -13},
         {"the height without a positive", BmpHeader{.height = INT_MIN}.text() + rows, -13},
         {"beyond 31 bits", BmpHeader{.width = 65536, .height = 65536, .bitsPerPixel = 32}.text() + rows, -13},
-        {"beyond 64 bits",
-         BmpHeader{.width = INT_MAX, .height = INT_MAX, .bitsPerPixel = 65535}.text() + rows, -13},
+        {"beyond 64 bits", BmpHeader{.width = INT_MAX, .height = INT_MAX, .bitsPerPixel = 65535}.text() + rows, -13},
         {"a stride beyond 31 bits", BmpHeader{.width = INT_MAX, .height = 0, .bitsPerPixel = 32}.text(), -13},
         {"rows behind the end", BmpHeader{.height = 0, .dataOffset = 1000}.text() + rows, -13},
         {"rows before the start", BmpHeader{.dataOffset = -4}.text() + rows, -13},
@@ -51,10 +48,8 @@ TEST(Bmp, HostileFilesGetTheirCode) {
         {"depth 2", BmpHeader{.bitsPerPixel = 2}.text() + rows, -12},
         {"depth 7", BmpHeader{.bitsPerPixel = 7}.text() + rows, -12},
         {"depth 16", BmpHeader{.bitsPerPixel = 16}.text() + rows, 0},
-        {"a colour table behind the end", BmpHeader{.bitsPerPixel = 1, .infoSize = 0xFFFFFFF0}.text() + rows,
-         0},
-        {"more colours than there can be",
-         BmpHeader{.bitsPerPixel = 4, .colorsUsed = 0xFFFFFFFF}.text() + rows, 0},
+        {"a colour table behind the end", BmpHeader{.bitsPerPixel = 1, .infoSize = 0xFFFFFFF0}.text() + rows, 0},
+        {"more colours than there can be", BmpHeader{.bitsPerPixel = 4, .colorsUsed = 0xFFFFFFFF}.text() + rows, 0},
     };
     const TemporaryDirectory directory;
     const std::string path = directory.file("a.bmp");
@@ -82,8 +77,7 @@ TEST(Bmp, RowsComeTopFirstWithTheirFill) {
     EXPECT_EQ(load(path, &rows), 0);
     EXPECT_EQ(rows, top + bottom);
     // Behind a colour table that nobody asks for, and with more in the file than the rows.
-    writeFile(path, BmpHeader{.width = 3, .height = -2, .dataOffset = 1078}.text() + std::string(1024, 'p') +
-                        top + bottom + "rest");
+    writeFile(path, BmpHeader{.width = 3, .height = -2, .dataOffset = 1078}.text() + std::string(1024, 'p') + top + bottom + "rest");
     EXPECT_EQ(load(path, &rows), 0);
     EXPECT_EQ(rows, top + bottom);
 }
@@ -96,16 +90,12 @@ TEST(Bmp, FewBitsBecomeGreyByTheColourTable) {
         std::string file;
         std::string rows;  // hex
     } cases[] = {
-        {"1 bit, white first", BmpHeader{3, 1, 1, 62}.text() + bytes("FFFFFF00 00000000 40000000"),
-         "FF 00 FF 00"},
+        {"1 bit, white first", BmpHeader{3, 1, 1, 62}.text() + bytes("FFFFFF00 00000000 40000000"), "FF 00 FF 00"},
         {"1 bit, no table", BmpHeader{3, 1, 1, 54}.text() + bytes("40000000"), "00 FF 00 00"},
-        {"1 bit, colours", BmpHeader{2, 1, 1, 62}.text() + bytes("0000FF00 FF00FF00 40000000"),
-         "55 AA 00 00"},
+        {"1 bit, colours", BmpHeader{2, 1, 1, 62}.text() + bytes("0000FF00 FF00FF00 40000000"), "55 AA 00 00"},
         {"4 bits, no table", BmpHeader{3, 1, 4, 54}.text() + bytes("F1200000"), "FF 11 22 00"},
-        {"4 bits, three colours",
-         BmpHeader{4, 1, 4, 66, 3}.text() + bytes("01010100 02020200 03030300 01230000"), "01 02 03 00"},
-        {"1 bit, a longer header",
-         BmpHeader{2, 1, 1, 70, 0, 48}.text() + bytes("FFFFFFFF FFFFFFFF 09090900 05050500 40000000"),
+        {"4 bits, three colours", BmpHeader{4, 1, 4, 66, 3}.text() + bytes("01010100 02020200 03030300 01230000"), "01 02 03 00"},
+        {"1 bit, a longer header", BmpHeader{2, 1, 1, 70, 0, 48}.text() + bytes("FFFFFFFF FFFFFFFF 09090900 05050500 40000000"),
          "09 05 00 00"},
     };
     for (const auto& each : cases) {

@@ -145,8 +145,7 @@ class Dialogues : public Pr2Port {
  protected:
     void reply(const Replies& replies) {
         port->replies.clear();
-        for (const std::string& each : replies)
-            port->replies.push_back(wire(each));
+        for (const std::string& each : replies) port->replies.push_back(wire(each));
     }
     void again() {
         TearDown();
@@ -163,8 +162,7 @@ TEST_F(Dialogues, AreSpokenAsTheyStand) {
         again();
     }
     ASSERT_EQ(YARDO_PR2_ClosePort(), 0);
-    for (const Dialogue& dialogue : dialogues)
-        EXPECT_EQ(dialogue.call(), -6) << dialogue.name << " without a port";
+    for (const Dialogue& dialogue : dialogues) EXPECT_EQ(dialogue.call(), -6) << dialogue.name << " without a port";
     EXPECT_EQ(YARDO_PR2_ClosePort(), -6);
 }
 
@@ -209,8 +207,7 @@ TEST_F(Dialogues, StatusBytesHaveTheirValues) {
     for (int byte = 0; byte < 256; ++byte) {
         const auto place = printerBytes.find(static_cast<char>(byte));
         port->replies = {"", std::string("\x1Br") + static_cast<char>(byte)};
-        EXPECT_EQ(YARDO_PR2_GetPrinterStatus(),
-                  place == std::string::npos ? -22 : static_cast<int>(place) + 1);
+        EXPECT_EQ(YARDO_PR2_GetPrinterStatus(), place == std::string::npos ? -22 : static_cast<int>(place) + 1);
         port->replies = {"", std::string(3, 'C') + static_cast<char>(byte) + "CC"};
         EXPECT_EQ(YARDO_PR2_GetPaperStatus(), byte >= '@' && byte <= 'C' ? byte - '?' : -20);
     }
@@ -308,8 +305,7 @@ TEST_F(Dialogues, ThePortThatIsOpenStays) {
     EXPECT_EQ(YARDO_PR2_GetFWID(identifier), -4);
     EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
     EXPECT_EQ(PRSexit(), 0);
-    for (const char* name : {static_cast<const char*>(nullptr), "no/such/line", "usb", ""})
-        EXPECT_EQ(YARDO_PR2_OpenPort(name), -1);
+    for (const char* name : {static_cast<const char*>(nullptr), "no/such/line", "usb", ""}) EXPECT_EQ(YARDO_PR2_OpenPort(name), -1);
     EXPECT_EQ(protocol, nullptr);
     EXPECT_FALSE(usbFlag);
 }

@@ -12,9 +12,7 @@ namespace passbook::sim {
 
 using namespace std::string_literals;
 
-inline std::vector<std::uint8_t> bytesOf(std::string_view text) {
-    return {text.begin(), text.end()};
-}
+inline std::vector<std::uint8_t> bytesOf(std::string_view text) { return {text.begin(), text.end()}; }
 
 // A printer on the bench: bytes go in as strings, and everything that comes out is kept.
 struct Bench {
@@ -49,8 +47,7 @@ struct Bench {
     }
 
     int count(std::string_view kind) const {
-        return static_cast<int>(std::count_if(events.begin(), events.end(),
-                                              [&](const auto& event) { return event.at("event") == kind; }));
+        return static_cast<int>(std::count_if(events.begin(), events.end(), [&](const auto& event) { return event.at("event") == kind; }));
     }
 
     std::vector<nlohmann::json> events;

@@ -156,8 +156,7 @@ TEST(Text, FillsItsCells) {
         int heightDots;
     };
     const std::string latin(20, 'M');
-    const std::string chinese =
-        "\xB9\xFA\xB9\xFA\xB9\xFA\xB9\xFA\xB9\xFA\xB9\xFA\xB9\xFA\xB9\xFA\xB9\xFA\xB9\xFA";
+    const std::string chinese = "\xB9\xFA\xB9\xFA\xB9\xFA\xB9\xFA\xB9\xFA\xB9\xFA\xB9\xFA\xB9\xFA\xB9\xFA\xB9\xFA";
     const std::vector<Case> cases = {
         {"\033a1", latin, 360, 24},
         {"\033a3", latin, 240, 24},

@@ -62,8 +62,8 @@ class Program {
         argv.push_back(nullptr);
         int out = -1;
         int err = -1;
-        EXPECT_TRUE(g_spawn_async_with_pipes(nullptr, argv.data(), nullptr, G_SPAWN_DO_NOT_REAP_CHILD,
-                                             nullptr, nullptr, &pid_, nullptr, &out, &err, nullptr));
+        EXPECT_TRUE(g_spawn_async_with_pipes(nullptr, argv.data(), nullptr, G_SPAWN_DO_NOT_REAP_CHILD, nullptr, nullptr, &pid_, nullptr,
+                                             &out, &err, nullptr));
         out_ = Descriptor(out);
         err_ = Descriptor(err);
     }
@@ -114,12 +114,9 @@ class Program {
 // The host: has the port open for as long as it lives.
 class Host {
  public:
-    explicit Host(const std::string& port)
-        : line_(open(("/dev/" + port).c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK)) {}
+    explicit Host(const std::string& port) : line_(open(("/dev/" + port).c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK)) {}
 
-    bool send(std::string_view bytes) const {
-        return write(line_.get(), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
-    }
+    bool send(std::string_view bytes) const { return write(line_.get(), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()); }
 
     // One read, of whatever is there by then.
     std::string read(std::size_t length, int patienceMs = kPatienceMs) const {
@@ -197,12 +194,9 @@ TEST(Port, AScanIsReadPieceByPiece) {
         if (block <= 1792) {
             EXPECT_EQ(reads, pieces) << block;
         }
-        EXPECT_EQ(std::accumulate(reads.begin(), reads.end(), std::string()),
-                  std::accumulate(pieces.begin(), pieces.end(), std::string()));
+        EXPECT_EQ(std::accumulate(reads.begin(), reads.end(), std::string()), std::accumulate(pieces.begin(), pieces.end(), std::string()));
         EXPECT_EQ(reads[reads.size() - 2], "\x06");
-        EXPECT_EQ(std::count_if(reads.begin(), reads.end() - 1,
-                                [](const auto& read) { return read.size() == 1 || read.size() == 8; }),
-                  1)
+        EXPECT_EQ(std::count_if(reads.begin(), reads.end() - 1, [](const auto& read) { return read.size() == 1 || read.size() == 8; }), 1)
             << block;
     }
 }
@@ -248,8 +242,8 @@ class SimProgram : public testing::Test {
     std::string in(const std::string& name) const { return directory_ / name; }
 
     std::size_t fileCount() const {
-        return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(directory_),
-                                                      std::filesystem::directory_iterator()));
+        return static_cast<std::size_t>(
+            std::distance(std::filesystem::directory_iterator(directory_), std::filesystem::directory_iterator()));
     }
 
     std::filesystem::path directory_;
@@ -323,15 +317,15 @@ TEST_F(SimProgram, ServesOneHostAfterAnotherAndKeepsWhatTheyPrinted) {
     bool textSeen = false;
     for (std::string line; std::getline(lines, line);) {
         const nlohmann::json event = nlohmann::json::parse(line);
-        textSeen = textSeen || (event.at("event") == "text" && event.at("text") == "\u5B58" &&
-                                event.at("xDots") == 15 && event.at("xMm") == 2.12);
+        textSeen =
+            textSeen || (event.at("event") == "text" && event.at("text") == "\u5B58" && event.at("xDots") == 15 && event.at("xMm") == 2.12);
     }
     EXPECT_TRUE(textSeen);
 }
 
 TEST_F(SimProgram, TakesItsFaultsFromTheCommandLine) {
-    Program program({"--paper", "out", "--insert-after", "0", "--taken-after", "never", "--split", "1",
-                     "--printer-status", "9", "--page-size", "50.8x25.4", "--page", in("page.png")});
+    Program program({"--paper", "out", "--insert-after", "0", "--taken-after", "never", "--split", "1", "--printer-status", "9",
+                     "--page-size", "50.8x25.4", "--page", in("page.png")});
     const Host host(program.port());
     EXPECT_EQ(host.ask("\033 B\033j", 9), "\033B5B\033Z\033r1");
     EXPECT_EQ(host.ask("\033L000\033O\033 B", 6), "\033B5A\033Z");

@@ -42,8 +42,7 @@ struct Kind {
     char colour;
     int bits;
 };
-constexpr std::array<Kind, 4> kKinds{
-    {{'A', '\xAA', 1}, {'Q', '\xAA', 4}, {'a', '\xAA', 8}, {'a', '\xCC', 24}}};
+constexpr std::array<Kind, 4> kKinds{{{'A', '\xAA', 1}, {'Q', '\xAA', 4}, {'a', '\xAA', 8}, {'a', '\xCC', 24}}};
 
 struct Finer {
     int code;
@@ -52,8 +51,7 @@ struct Finer {
 constexpr std::array<Finer, 4> kFiner{{{3, 2}, {2, 3}, {1, 4}, {0, 6}}};
 
 // What a host sends to have a document scanned.
-std::string scanCommands(Family family, const Kind& kind, std::array<bool, 2> sides, int code = 3,
-                         bool fromBottom = false) {
+std::string scanCommands(Family family, const Kind& kind, std::array<bool, 2> sides, int code = 3, bool fromBottom = false) {
     const auto mode = static_cast<char>(0x40 | code << 3 | (fromBottom ? 3 : 0));
     std::string letters;
     for (const bool wanted : sides) {
@@ -96,8 +94,8 @@ Side takeOki(Pieces& pieces, int bits, bool fromBottom) {
     EXPECT_LT(i, pieces.size()) << "no end";
     pieces.erase(pieces.begin(), pieces.begin() + static_cast<std::ptrdiff_t>(i) + 1);
     const auto size = static_cast<std::uint32_t>(file.size());
-    const std::string little{static_cast<char>(size), static_cast<char>(size >> 8),
-                             static_cast<char>(size >> 16), static_cast<char>(size >> 24)};
+    const std::string little{static_cast<char>(size), static_cast<char>(size >> 8), static_cast<char>(size >> 16),
+                             static_cast<char>(size >> 24)};
     EXPECT_EQ(header.substr(4, 4), little);
     EXPECT_EQ(file.at(28), bits);
     EXPECT_EQ(file.at(25) >= 0, fromBottom) << "the sign of its height";
@@ -138,8 +136,7 @@ Side takeOli(Pieces& pieces, int bits, bool fromBottom) {
             const int at = row * side.width * bits + (bits == 24 ? i3 * 8 : i3 / 3 * bits);
             const auto byte = static_cast<std::size_t>(at / 8);
             // A last bit or two that fill no byte aren't sent.
-            const int value =
-                byte < data.size() ? static_cast<std::uint8_t>(data[byte]) >> (8 - size - at % 8) : 0;
+            const int value = byte < data.size() ? static_cast<std::uint8_t>(data[byte]) >> (8 - size - at % 8) : 0;
             const int most = (1 << size) - 1;
             side.levels.push_back(byte < data.size() ? (value & most) * 255 / most : -1);
         }
@@ -170,8 +167,7 @@ TEST(Scan, EverySideArrivesAsAskedInEveryBlockSize) {
             const bool fromBottom = round % 3 == 0;
             const std::array<bool, 2> wanted{round % 5 != 0, round % 5 != 1};
             const int width = static_cast<int>(1 + round * 7 % 50);
-            const std::array<Picture, 2> pictures{Picture{width, 17, 3, kind.bits == 24},
-                                                  Picture{width + 1, 5, 90, kind.bits == 24}};
+            const std::array<Picture, 2> pictures{Picture{width, 17, 3, kind.bits == 24}, Picture{width + 1, 5, 90, kind.bits == 24}};
             Scenario scenario{.family = family};
             scenario.scan.sides = {pictures[0].document(), pictures[1].document()};
             constexpr std::array<std::size_t, 6> kLarge{1792, 2040, 2047, 2056, 4095, 16384};

@@ -16,8 +16,7 @@ using namespace std::string_view_literals;
 
 TEST(PaperSlot, AHostSeesTheDocumentComeAndGo) {
     Bench prompt;
-    EXPECT_EQ(prompt.ask("\033 B\033O\033 B\033L000\033 B\f\033 B"),
-              "\033B5C\033Z\033B5@\033Z\033B5C\033Z\033B5@\033Z");
+    EXPECT_EQ(prompt.ask("\033 B\033O\033 B\033L000\033 B\f\033 B"), "\033B5C\033Z\033B5@\033Z\033B5C\033Z\033B5@\033Z");
 
     Bench bench({.paper = PaperState::kNone, .habits = {2s, 3s}});
     const auto at = [&bench](std::chrono::milliseconds now) {
@@ -141,9 +140,8 @@ TEST(Faults, ChangeTheAnswersAsAsked) {
 }
 
 TEST(Session, IsTheSameInWhateverPiecesItArrives) {
-    const std::string session =
-        "\x18\033\007E\033l\033L000\033&46\033a3\033/10400\033|A020\xB4\xE6\xBF\xEE 12.50\r" +
-        columnAt(9, 40, "\x01\x02\x03") + "\033YEA@\033t12\x1D\033\\\033]\033zoops\033O\033 B";
+    const std::string session = "\x18\033\007E\033l\033L000\033&46\033a3\033/10400\033|A020\xB4\xE6\xBF\xEE 12.50\r" +
+                                columnAt(9, 40, "\x01\x02\x03") + "\033YEA@\033t12\x1D\033\\\033]\033zoops\033O\033 B";
     Bench whole;
     whole.send(session);
     const std::string answers = whole.answer();
@@ -161,13 +159,11 @@ TEST(Session, IsTheSameInWhateverPiecesItArrives) {
 }
 
 TEST(Session, SurvivesWhateverIsSent) {
-    constexpr std::string_view kLikely(
-        "\033\033\033\x1C\007|A/1&aw*+LlO0134YE@t\\]2 Bbj}P\r\n\f\x81\x30\xB4\xE6"sv);
+    constexpr std::string_view kLikely("\033\033\033\x1C\007|A/1&aw*+LlO0134YE@t\\]2 Bbj}P\r\n\f\x81\x30\xB4\xE6"sv);
     std::mt19937 random(7);
     Bench bench;
     for (int i = 0; i < 60000; ++i) {
-        const auto byte =
-            random() % 5 == 0 ? static_cast<char>(random()) : kLikely[random() % kLikely.size()];
+        const auto byte = random() % 5 == 0 ? static_cast<char>(random()) : kLikely[random() % kLikely.size()];
         bench.send({&byte, 1});
         if (i % 100 == 0) {
             (void)bench.answer();

@@ -66,8 +66,7 @@ int __wrap_access(const char* path, int mode) {
 
 void* __real__ZnamRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag);
 void* __wrap__ZnamRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag) {
-    if (allocationsUntilFailure > 0 && size >= smallestFailingAllocation && --allocationsUntilFailure == 0)
-        return nullptr;
+    if (allocationsUntilFailure > 0 && size >= smallestFailingAllocation && --allocationsUntilFailure == 0) return nullptr;
     return __real__ZnamRKSt9nothrow_t(size, tag);
 }
 }
@@ -76,8 +75,7 @@ std::string bytes(const std::string& hexText) {
     std::string digits;
     std::copy_if(hexText.begin(), hexText.end(), std::back_inserter(digits), [](char c) { return c != ' '; });
     std::string result;
-    for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
-        result.push_back(static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16)));
+    for (std::size_t i = 0; i + 1 < digits.size(); i += 2) result.push_back(static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16)));
     return result;
 }
 
@@ -85,8 +83,7 @@ std::string hex(const std::string& data) {
     constexpr char digits[] = "0123456789ABCDEF";
     std::string result;
     for (const char c : data) {
-        if (!result.empty())
-            result += ' ';
+        if (!result.empty()) result += ' ';
         result += digits[static_cast<unsigned char>(c) >> 4];
         result += digits[static_cast<unsigned char>(c) & 15];
     }
@@ -121,16 +118,13 @@ std::string spelled(const std::string& data) {
 
 int ScriptedPort::ReadPipe(unsigned char* buffer) {
     ++reads;
-    if (replies.empty())
-        return -1;
+    if (replies.empty()) return -1;
     std::string piece = replies.front();
     replies.pop_front();
-    if (piece.empty())
-        return -1;
+    if (piece.empty()) return -1;
     const auto count = std::min(piece.size(), static_cast<std::size_t>(readLength));
     std::memcpy(buffer, piece.data(), count);
-    if (count < piece.size())
-        replies.push_front(piece.substr(count));
+    if (count < piece.size()) replies.push_front(piece.substr(count));
     readLength = static_cast<int>(count);
     return 0;
 }
@@ -142,8 +136,7 @@ int ScriptedPort::WritePipe(const unsigned char* data) {
 
 std::string ScriptedPort::sent() const {
     std::string all;
-    for (const std::string& each : writes)
-        all += each;
+    for (const std::string& each : writes) all += each;
     return spelled(all);
 }
 
@@ -180,9 +173,7 @@ TemporaryDirectory::~TemporaryDirectory() {
     std::filesystem::remove_all(path_, ignored);
 }
 
-void writeFile(const std::string& path, const std::string& content) {
-    std::ofstream(path, std::ios::binary) << content;
-}
+void writeFile(const std::string& path, const std::string& content) { std::ofstream(path, std::ios::binary) << content; }
 
 std::string readFile(const std::string& path) {
     std::ostringstream content;
@@ -193,8 +184,7 @@ std::string readFile(const std::string& path) {
 std::string BmpHeader::text() const {
     std::string header(54, '\0');
     const auto put = [&](std::size_t at, std::int64_t value, std::size_t count) {
-        for (std::size_t i = 0; i < count; ++i)
-            header[at + i] = static_cast<char>(value >> (8 * i));
+        for (std::size_t i = 0; i < count; ++i) header[at + i] = static_cast<char>(value >> (8 * i));
     };
     header[0] = 'B';
     header[1] = 'M';
@@ -210,12 +200,9 @@ std::string BmpHeader::text() const {
 
 std::string Picture::bmp(int bitsPerPixel, bool topDown) {
     std::string table;
-    if (bitsPerPixel == 1)
-        table = bytes("00 00 00 00 FF FF FF 00");
-    for (int i = 0; bitsPerPixel == 4 && i < 16; ++i)
-        table += std::string(3, static_cast<char>(17 * i)) + '\0';
-    BmpHeader header{width, topDown ? -height : height, bitsPerPixel,
-                     54 + static_cast<std::int64_t>(table.size())};
+    if (bitsPerPixel == 1) table = bytes("00 00 00 00 FF FF FF 00");
+    for (int i = 0; bitsPerPixel == 4 && i < 16; ++i) table += std::string(3, static_cast<char>(17 * i)) + '\0';
+    BmpHeader header{width, topDown ? -height : height, bitsPerPixel, 54 + static_cast<std::int64_t>(table.size())};
     std::string rows;
     for (int row = 0; row < height; ++row) {
         const int y = topDown ? row : height - 1 - row;
@@ -227,8 +214,7 @@ std::string Picture::bmp(int bitsPerPixel, bool topDown) {
                 continue;
             }
             const int perByte = 8 / bitsPerPixel;
-            if (x % perByte == 0)
-                line += '\0';
+            if (x % perByte == 0) line += '\0';
             const int index = bitsPerPixel == 1 ? (value >= 200 ? 1 : 0) : value / 17;
             line.back() = static_cast<char>(line.back() | index << (8 - bitsPerPixel * (x % perByte + 1)));
         }
@@ -236,6 +222,14 @@ std::string Picture::bmp(int bitsPerPixel, bool topDown) {
         rows += line;
     }
     return header.text() + table + rows;
+}
+
+Picture inkedPicture(int width, int height, const std::vector<int>& rows, const std::vector<int>& columns) {
+    Picture picture(width, height);
+    for (const int row : rows) {
+        for (const int column : columns) picture.at(column, row) = 0;
+    }
+    return picture;
 }
 
 }  // namespace passbook::tests

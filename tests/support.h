@@ -94,14 +94,15 @@ struct BmpHeader {
 struct Picture {
     int width = 0, height = 0;
     std::vector<std::uint8_t> grey;
-    Picture(int w, int h)
-        : width(w), height(h), grey(static_cast<std::size_t>(w) * static_cast<std::size_t>(h), 255) {}
+    Picture(int w, int h) : width(w), height(h), grey(static_cast<std::size_t>(w) * static_cast<std::size_t>(h), 255) {}
     std::uint8_t& at(int x, int y) {
-        return grey[static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
-                    static_cast<std::size_t>(x)];
+        return grey[static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x)];
     }
     /// As a BMP file of 1 (a black and white colour table; below 200 is black), 4, 8, 24 or 32 bits a pixel.
     [[nodiscard]] std::string bmp(int bitsPerPixel, bool topDown);
 };
+
+/// A picture with ink in the given columns of the given rows.
+Picture inkedPicture(int width, int height, const std::vector<int>& rows, const std::vector<int>& columns);
 
 }  // namespace passbook::tests

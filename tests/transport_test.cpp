@@ -32,8 +32,7 @@ struct Pty {
     ~Pty() { hangUp(); }
     void hangUp() {
         for (int* end : {&printer, &host}) {
-            if (*end >= 0)
-                close(*end);
+            if (*end >= 0) close(*end);
             *end = -1;
         }
     }
@@ -42,9 +41,7 @@ struct Pty {
         EXPECT_EQ(tcgetattr(host, &result), 0);
         return result;
     }
-    void write(const std::string& text) const {
-        EXPECT_EQ(::write(printer, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    }
+    void write(const std::string& text) const { EXPECT_EQ(::write(printer, text.data(), text.size()), static_cast<ssize_t>(text.size())); }
     [[nodiscard]] std::string read() const {
         pollfd ready{printer, POLLIN, 0};
         char buffer[4096];
@@ -76,8 +73,7 @@ TEST(SerialLine, CarriesBytesAndIsLeftAsItWas) {
     ASSERT_EQ(YARDO_PR2_OpenPort(pty.name.c_str()), 0);
     const termios during = pty.settings();
     EXPECT_EQ(cfgetospeed(&during), static_cast<speed_t>(B9600));
-    EXPECT_EQ(during.c_cflag & (CSIZE | PARENB | CSTOPB | CRTSCTS | CLOCAL | CREAD),
-              static_cast<tcflag_t>(CS8 | CLOCAL | CREAD));
+    EXPECT_EQ(during.c_cflag & (CSIZE | PARENB | CSTOPB | CRTSCTS | CLOCAL | CREAD), static_cast<tcflag_t>(CS8 | CLOCAL | CREAD));
     EXPECT_EQ(during.c_cflag & PARODD, static_cast<tcflag_t>(PARODD));  // not named, so kept
     EXPECT_EQ(during.c_iflag, before.c_iflag);
     EXPECT_EQ(during.c_lflag & (ICANON | ECHO | ECHOE | ISIG), 0U);
@@ -141,15 +137,13 @@ TEST(SerialLine, IsProgrammedBitByBit) {
 
 TEST(SerialLine, ThatIsNotThere) {
     const std::string longest = "pts/" + std::string(123, '9');
-    for (const std::string& name :
-         {std::string("pts/999999"), longest, longest + "9", std::string(5000, 'x')}) {
+    for (const std::string& name : {std::string("pts/999999"), longest, longest + "9", std::string(5000, 'x')}) {
         Serial line(name.c_str());
         EXPECT_EQ(line.OpenDevice(), -1) << name;
     }
     Pty pty;  // 127 characters can be opened, 128 cannot
     std::string name = pty.name;
-    while (name.size() < 126)
-        name.insert(0, "./");
+    while (name.size() < 126) name.insert(0, "./");
     name.insert(0, std::string(127 - name.size(), '/'));
     Serial line(name.c_str()), longer(("/" + name).c_str());
     EXPECT_EQ(line.OpenDevice(), 0);
@@ -178,8 +172,7 @@ class ParallelPort : public ::testing::Test {
         redirectedPaths["/dev/printers"] = "";
         for (const char* prefix : {"/dev/parallel/", "/dev/printers/", "/dev/lp"}) {
             redirectedPaths[prefix] = "";
-            for (int n = 0; n < 4; ++n)
-                redirectedPaths[prefix + std::to_string(n)] = "";
+            for (int n = 0; n < 4; ++n) redirectedPaths[prefix + std::to_string(n)] = "";
         }
     }
     void TearDown() override {

@@ -1,14 +1,14 @@
 // The exported functions of the PR2 family: test the arguments, convert units and text, delegate.
 
-#include <algorithm>
 #include <cstdint>
-#include <limits>
-#include <memory>
+#include <cstring>
 
 #include "api/codeset.h"
 #include "api/passbook.h"
+#include "api/units.h"
 #include "device/device.h"
 #include "print/print_oli.h"
+#include "scan/scan.h"
 #include "status/status.h"
 #include "stripe/stripe.h"
 
@@ -27,26 +27,10 @@ constexpr int portAlreadyOpen = -5;
 constexpr int portNotOpen = -6;
 constexpr int notConvertible = -60;
 
-/// Dots beyond int are beyond every field as well; the nearest int is refused like them, and never wraps
-/// round to a place on the paper.
-int saturate(std::int64_t dots) {
-    return static_cast<int>(
-        std::clamp<std::int64_t>(dots, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
+/// A path that fits the scan record. Both sides' are looked at, for both are kept whichever side is scanned.
+bool isScanName(const char* path) {
+    return path != nullptr && std::strlen(path) < scanNameBytes;
 }
-
-/// The product in integers, the quotient in double precision, truncated toward zero: this order decides on
-/// which dot a line lands.
-int dotsFromMillimetres(std::int64_t millimetres) {
-    return saturate(static_cast<std::int64_t>(static_cast<double>(millimetres * 180) / 25.4));
-}
-
-int dotsFromInches(std::int64_t inches) {
-    return saturate(inches * 180);
-}
-
-struct FreeConverted {
-    void operator()(char* text) const { convertFree(text); }
-};
 
 }  // namespace
 
@@ -87,13 +71,11 @@ int YARDO_PR2_PrintData(int unit, int x, int y, const char* text, int length) {
     if (text == nullptr)
         return badArgument;
     const bool inches = unit != 0;
-    // Page layouts in millimetres count on text one millimetre lower than they say; those in inches, and
-    // pictures, do not.
+    // Text in millimetres goes one millimetre lower; text in inches, and pictures, do not.
     const int xDots = inches ? dotsFromInches(x) : dotsFromMillimetres(x);
     const int yDots = inches ? dotsFromInches(y) : dotsFromMillimetres(std::int64_t{y} + 1);
     int convertedLength = 0;
-    const std::unique_ptr<char, FreeConverted> converted(
-        convertCodeset(text, length, gb2312Code, utf8Code, &convertedLength));
+    const ConvertedText converted(convertCodeset(text, length, gb2312Code, utf8Code, &convertedLength));
     if (converted == nullptr)
         return notConvertible;
     return PrintData_OLI(reinterpret_cast<const unsigned char*>(converted.get()), convertedLength, xDots,
@@ -189,4 +171,28 @@ int YARDO_PrintBmpOLI(const char* path, bool eject, int x, int y) {
             break;
     }
     return result;
+}
+
+int YARDO_ScantoFileOKI(const char* frontFile, const char* backFile, int imageType, int frontParam1,
+                        int backParam1, int param2, bool optionFlag, int sides, int dpi, int direction) {
+    if (!g_portOpen)
+        return portNotOpen;
+    if (!isScanName(frontFile) || !isScanName(backFile))
+        return badArgument;
+    scans record;
+    FormatScanParam(&record, frontFile, backFile, imageType, frontParam1, backParam1, param2, optionFlag,
+                    sides, dpi, direction);
+    return ScanToFileOKI(&record);
+}
+
+int YARDO_ScantoFileOLI(const char* frontFile, const char* backFile, int imageType, int param1, int param2,
+                        bool optionFlag, int sides, int dpi, int direction) {
+    if (!g_portOpen)
+        return portNotOpen;
+    if (!isScanName(frontFile) || !isScanName(backFile))
+        return badArgument;
+    scans record;
+    FormatScanParam(&record, frontFile, backFile, imageType, param1, param1, param2, optionFlag, sides, dpi,
+                    direction);
+    return ScanToFileOLI(&record);
 }

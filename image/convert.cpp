@@ -1,0 +1,67 @@
+#include "image/convert.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+#include <string_view>
+
+#include "image/handles.h"
+
+namespace passbook {
+
+namespace {
+
+/// The signature of the PNG format (RFC 2083, section 3.1).
+constexpr std::array<unsigned char, 8> PNG_HEADER = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
+
+/// Gives what was a temporary file the permissions that any new file of the user's gets. The mask is read, for asking
+/// for it with umask() changes it, for a moment, under the feet of the host's other threads.
+void publish(const char* path) {
+    unsigned mask = 0077;
+    const FileHandle status(std::fopen("/proc/self/status", "r"));
+    char line[256];
+    while (status != nullptr && std::fgets(line, sizeof line, status.get()) != nullptr) {
+        if (std::sscanf(line, "Umask: %o", &mask) == 1)
+            break;
+    }
+    (void)chmod(path, 0666 & ~mask);
+}
+
+}  // namespace
+
+IMAGE_FORMAT identifyHeaderFormat(const unsigned char* header) {
+    if (header[0] == 'B' && header[1] == 'M')
+        return formatBmp;
+    if (header[0] == 0xFF && header[1] == 0xD8)
+        return formatJpeg;
+    if (std::memcmp(header, PNG_HEADER.data(), PNG_HEADER.size()) == 0)
+        return formatPng;
+    return notRecognised;
+}
+
+int identifyFileFormat(const char* path, IMAGE_FORMAT* format) {
+    std::array<unsigned char, 8> header{};
+    const FileHandle file(std::fopen(path, "rb"));
+    if (file == nullptr)
+        return -2;
+    (void)std::fread(header.data(), 1, header.size(), file.get());  // a shorter file ends in zeros
+    *format = identifyHeaderFormat(header.data());
+    return 0;
+}
+
+int saveBitmapData(const char* bmp, const char* destination) {
+    if (access(bmp, F_OK) != 0)
+        return 0;  // the encoder would put an empty file under the final name
+    if (std::string_view(destination).find(".jpg") != std::string_view::npos) {
+        (void)convertBMPtoJPG(bmp, destination, 20);
+        (void)std::remove(bmp);
+    } else {
+        if (std::rename(bmp, destination) == 0)
+            publish(destination);
+    }
+    return 0;
+}
+
+}  // namespace passbook

@@ -1,0 +1,176 @@
+#include "image/file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <ctime>
+#include <limits>
+#include <memory>
+#include <new>
+#include <string_view>
+
+#include "image/handles.h"
+
+namespace passbook {
+
+// This module's process-wide state.
+char TMP_PATH[256] = ".";
+
+namespace {
+
+/// Counts the temporary names, so that two within a second differ.
+std::int32_t index = 0;
+
+// Markers among the values of base64_suffix_map.
+enum : unsigned char { padCharacter = 0xFE, skippedCharacter = 0xFD, invalidCharacter = 0xFF };
+
+consteval std::array<unsigned char, 256> makeBase64Map() {
+    constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::array<unsigned char, 256> map{};
+    map.fill(invalidCharacter);
+    for (std::size_t value = 0; value < alphabet.size(); ++value)
+        map[static_cast<unsigned char>(alphabet[value])] = static_cast<unsigned char>(value);
+    map['='] = padCharacter;
+    for (const char skipped : {'\n', '\r', ' '})
+        map[static_cast<unsigned char>(skipped)] = skippedCharacter;
+    return map;
+}
+
+constexpr auto base64_suffix_map = makeBase64Map();
+
+}  // namespace
+
+int getFileData(const char* path, unsigned char** buffer, int* length) {
+    *buffer = nullptr;
+    const FileHandle file(std::fopen(path, "rb"));
+    if (file == nullptr)
+        return -2;
+    (void)std::fseek(file.get(), 0, SEEK_END);  // where it fails, so does the next line
+    const long end = std::ftell(file.get());
+    // What cannot tell its length (a pipe), and what tells an absurd one (a directory), is nothing to hold in
+    // memory.
+    if (end < 0 || end > std::numeric_limits<int>::max() || std::fseek(file.get(), 0, SEEK_SET) != 0)
+        return -2;
+    *length = static_cast<int>(end);
+    const auto size = static_cast<std::size_t>(end);
+    std::unique_ptr<unsigned char[]> data(new (std::nothrow) unsigned char[size]);
+    if (data == nullptr)
+        return -2;
+    constexpr std::size_t pieceBytes = 8192;
+    std::size_t total = 0;
+    while (total < size) {
+        const std::size_t count =
+            std::fread(data.get() + total, 1, std::min(pieceBytes, size - total), file.get());
+        if (count == 0)
+            return -3;
+        total += count;
+    }
+    *buffer = data.release();
+    return 0;
+}
+
+void freeFileData(unsigned char* buffer) {
+    delete[] buffer;
+}
+
+int saveFileData(const char* path, const unsigned char* buffer, int length) {
+    if (path == nullptr || buffer == nullptr || length < 0)
+        return -3;
+    if (makeTempFile(path) != 0)
+        return -2;
+    const FileHandle file(std::fopen(path, "wb+"));
+    if (file == nullptr)
+        return -2;
+    // A full disk is found by whoever reads the file and misses its rows.
+    (void)std::fwrite(buffer, 1, static_cast<std::size_t>(length), file.get());
+    return 0;
+}
+
+int base64_decode(const unsigned char* text, int length, unsigned char* out, int* outLength) {
+    if (text == nullptr || out == nullptr || outLength == nullptr || length < 1)
+        return -1;
+    if (length % 4 != 0)
+        return -2;
+    std::uint32_t accumulator = 0;
+    int values = 0;
+    int bytesPerGroup = 3;
+    int written = 0;
+    for (int i = 0; i < length; ++i) {
+        unsigned char value = base64_suffix_map[text[i]];
+        if (value == invalidCharacter)
+            return -1;
+        if (value == skippedCharacter)
+            continue;
+        if (value == padCharacter) {
+            value = 0;
+            --bytesPerGroup;
+        }
+        accumulator = accumulator << 6 | value;
+        if (++values < 4)
+            continue;
+        out[written++] = static_cast<unsigned char>(accumulator >> 16);
+        if (bytesPerGroup > 1)
+            out[written++] = static_cast<unsigned char>(accumulator >> 8);
+        if (bytesPerGroup > 2)
+            out[written++] = static_cast<unsigned char>(accumulator);
+        accumulator = 0;
+        values = 0;
+    }
+    *outLength = written;
+    return 0;
+}
+
+void GetTempFileName(char* name, const char* place) {
+    const std::string_view path(place);
+    const std::string_view directory = path.substr(0, path.rfind('/') + 1);  // empty without a slash
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    (void)localtime_r(&now, &local);  // fails only for years that no clock shows
+    const int written =
+        std::snprintf(name, tempNameBytes, "%.*s.tmp_%04d%02d%02d%02d%02d%02d%d",
+                      static_cast<int>(std::min<std::size_t>(directory.size(), tempNameBytes)),
+                      directory.data(), local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
+                      local.tm_min, local.tm_sec, index);
+    if (written < 0 || written >= tempNameBytes)
+        name[0] = '\0';  // a name cut short could be another file's
+    index = index == std::numeric_limits<std::int32_t>::max() ? 0 : index + 1;
+}
+
+void takeTempFileName(char* name, const char* place) {
+    constexpr int mostTries = 1000;  // a directory with that many is not ours to search
+    struct stat status {};
+    int tries = 0;
+    do {
+        GetTempFileName(name, place);
+    } while (lstat(name, &status) == 0 && ++tries < mostTries);
+}
+
+int makeTempFile(const char* name) {
+    // Removing takes away a link, not what it points to; creating exclusively then fails if another came
+    // since.
+    (void)unlink(name);
+    const int descriptor = open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (descriptor < 0)
+        return -1;
+    (void)close(descriptor);
+    return 0;
+}
+
+int stripString(unsigned char* text, int length, char separator) {
+    int count = 0;
+    while (count < length && text[count] != 0) {
+        if (text[count] == static_cast<unsigned char>(separator)) {
+            text[count] = 0;
+            break;
+        }
+        ++count;
+    }
+    return count;
+}
+
+}  // namespace passbook

@@ -1,0 +1,176 @@
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <new>
+
+#include "device/device.h"
+#include "image/convert.h"
+#include "image/file.h"
+#include "image/handles.h"
+#include "scan/command.h"
+#include "scan/scan.h"
+#include "status/status.h"
+
+namespace passbook {
+
+namespace {
+
+constexpr auto noOperation = ascii("\0");     // 00
+constexpr auto scanMode = ascii("\x1B}SM");   // 1B 7D 53 4D, mode byte, colour byte
+constexpr auto scanSides = ascii("\x1B}SD");  // 1B 7D 53 44, side block
+constexpr auto startScan = ascii("\x1B}D");   // 1B 7D 44
+
+constexpr std::size_t headerBytes = 8;
+constexpr unsigned char headerMark = 0x05;
+constexpr unsigned char endMark = 0x06;
+
+/// Only asks: a document is in place or not, and the printer says so when it scans.
+int WaitInsertPaper() {
+    const int status = GetPaperStatus();
+    return status < 0 ? status : 0;
+}
+
+/// Documents of one size get a first parameter of their own, but for black and white.
+void dealSpecialPaper(int width, int length, scans* record) {
+    const bool special = 1230 < width && width < 1380 && 1440 < length && length < 1590;
+    if (special && record->bitsPerPixel != 1)
+        record->entry(0).param1 = record->entry(1).param1 = 'A';
+}
+
+// What comes of these commands shows in the image stream that does or does not follow.
+
+void sendnop() {
+    (void)exchange(noReply, noOperation);
+}
+
+void sendScanMode(scans* record) {
+    const std::array<unsigned char, 2> settings{scanModeByte(*record), scanColorByte(*record)};
+    (void)exchange(noReply, joined(scanMode, settings));
+    (void)exchange(noReply, joined(scanSides, scanSideBlock(*record)));
+}
+
+void sendScanCMD() {
+    (void)exchange(noReply, startScan);
+}
+
+/// Receives the sides of one job.
+class SideReceiver {
+ public:
+    explicit SideReceiver(scans& record) : record_(record) {
+        // Beside the front side's file, so that moving it there stays within one directory; the back side's as well.
+        takeTempFileName(temporary_, record.entry(0).fileName);
+    }
+
+    /// True when the next side may be received; otherwise the record's result says why not.
+    bool receive(std::uint8_t side);
+
+ private:
+    bool fail(std::int8_t result) {
+        record_.result = result;
+        return false;
+    }
+    bool failDrained() {
+        drainPort(static_cast<int>(drainBytes));
+        return fail(-31);
+    }
+    bool receiveData(std::uint32_t size, const unsigned char* begun, std::size_t begunBytes);
+
+    static constexpr std::size_t drainBytes = 256;
+    static constexpr std::size_t blockBytes = 16384;
+    static constexpr std::size_t fileBufferBytes = 65536;
+    /// A printer that sends nothing of use for ever does not hold the caller.
+    static constexpr int mostUselessReads = 65536;
+
+    scans& record_;
+    char temporary_[tempNameBytes] = "";
+    std::unique_ptr<unsigned char[]> block_;
+};
+
+bool SideReceiver::receive(std::uint8_t side) {
+    if (temporary_[0] != '\0')
+        (void)std::remove(temporary_);  // what the front side left
+    record_.side = side;
+    std::array<unsigned char, 2048> first{};
+    const auto count = static_cast<std::size_t>(GetData(first.data(), static_cast<int>(first.size())));
+    if (count == 0)
+        return fail(-4);
+    if (count < headerBytes || first[0] != headerMark || first[1] > first[2])
+        return fail(-40);
+    const std::uint32_t size = first[4] | static_cast<std::uint32_t>(first[5]) << 8 |
+                               static_cast<std::uint32_t>(first[6]) << 16 |
+                               static_cast<std::uint32_t>(first[7]) << 24;
+    if (size != 0 && !receiveData(size, first.data() + headerBytes, count - headerBytes))
+        return false;
+    (void)saveBitmapData(temporary_,
+                         record_.current().fileName);  // what came is kept; there is no code for this
+    return true;
+}
+
+bool SideReceiver::receiveData(std::uint32_t size, const unsigned char* begun, std::size_t begunBytes) {
+    FileHandle file(makeTempFile(temporary_) == 0 ? std::fopen(temporary_, "wb") : nullptr);
+    if (block_ == nullptr)
+        block_.reset(new (std::nothrow) unsigned char[blockBytes]);
+    if (file == nullptr || block_ == nullptr)
+        return failDrained();
+    // Ports hand over far less than a block at a time.
+    (void)std::setvbuf(file.get(), nullptr, _IOFBF, fileBufferBytes);
+
+    // Unsigned and wider than the announced size: both can be beyond 31 bits.
+    std::uint64_t total = begunBytes;
+    int uselessReads = 0;
+    bool written = std::fwrite(begun, 1, begunBytes, file.get()) == begunBytes;
+    while (total <= size && written) {
+        auto count = static_cast<std::size_t>(GetData(block_.get(), static_cast<int>(blockBytes)));
+        if (count == 0)
+            return fail(-40);
+        if (count == 1 && block_[0] == endMark) {
+            record_.result = 0;
+            break;
+        }
+        if (count == headerBytes) {
+            count = 0;  // printers put blocks of this length in between; they are no pixels
+            if (++uselessReads > mostUselessReads)
+                return fail(-40);
+        }
+        written = std::fwrite(block_.get(), 1, count, file.get()) == count;
+        total += count;
+        record_.current().receivedBytes =
+            static_cast<std::int32_t>(static_cast<std::uint32_t>(record_.current().receivedBytes) + count);
+        if (total >= size) {
+            (void)std::printf("read bmp data %d ok!\n", static_cast<int>(size));
+            record_.result = 0;
+        }
+    }
+    // A full disk must not pass for a document.
+    if (std::fclose(file.release()) != 0 || !written)
+        return failDrained();
+    return true;
+}
+
+int getBMP(scans* record) {
+    SideReceiver receiver(*record);
+    for (const std::uint8_t side : {std::uint8_t{0}, std::uint8_t{1}}) {
+        if (!receiver.receive(side))
+            break;
+    }
+    return record->result;
+}
+
+}  // namespace
+
+int ScanToFileOKI(scans* record) {
+    if (const int status = WaitInsertPaper(); status < 0)
+        return status;
+    const int width = GetPaperWidth();
+    const int length = GetPaperLength();
+    if (width == 0 || length == 0)
+        return -21;
+    dealSpecialPaper(width, length, record);
+    sendnop();
+    sendScanMode(record);
+    sendScanCMD();
+    return getBMP(record);
+}
+
+}  // namespace passbook

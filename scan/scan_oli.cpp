@@ -1,0 +1,302 @@
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <new>
+
+#include "device/device.h"
+#include "image/bmp.h"
+#include "scan/command.h"
+#include "scan/scan.h"
+#include "status/status.h"
+
+namespace passbook {
+
+namespace {
+
+constexpr auto announcement = ascii("\x1B}SE\0");   // 1B 7D 53 45 00
+constexpr auto firstPreparation = ascii("\x1B}-");  // 1B 7D 2D
+constexpr auto secondPreparation = ascii("\x1B-");  // 1B 2D
+constexpr auto scanMode = ascii("\x1BYP");          // 1B 59 50, mode byte, colour byte
+constexpr auto scanSides = ascii("\x1B}P");         // 1B 7D 50, side block, then:
+constexpr auto scanSidesEnd = ascii("\x1BZ");       // 1B 5A
+constexpr auto statusRequest = ascii("\x1Bj");      // 1B 6A
+constexpr auto clearError = ascii("\x1Bl");         // 1B 6C
+constexpr auto eject = ascii("\x1BO");              // 1B 4F
+constexpr auto clearAll = ascii(
+    "\x1B"
+    "0");                             // 1B 30
+constexpr auto bell = ascii("\x07");  // 07
+
+/// A document that lies outside makes the printer call for it; one that is at the entry is drawn in.
+int WaitInsertPaper_OLI() {
+    constexpr int inPlace = 4, atEntry = 3;
+    const Deadline deadline(60);
+    for (;;) {
+        const int status = GetPaperStatus_OLI();
+        if (status == inPlace)
+            return 0;
+        if (status == atEntry) {
+            InitPaperPosition_OLI();
+        } else if (status >= 0) {
+            if (!sendCommand(bell))
+                return -3;
+            pauseSeconds(1);
+        }
+        pauseSeconds(1);
+        if (deadline.passed())
+            return -30;
+    }
+}
+
+bool isReady() {
+    return exchange(readyReply, statusRequest) == 0;
+}
+
+/// Waits until the printer is ready, as far as 22 questions go. What follows shows if it is not.
+void GStatues() {
+    constexpr int repeats = 21;
+    for (int i = 0; !isReady() && i < repeats; ++i)
+        (void)exchange(noReply, clearError);
+}
+
+/// 0 when the printer is ready; else 1, and the document is ejected.
+int GStatuesEject() {
+    if (isReady())
+        return 0;
+    (void)exchange(noReply, clearError);
+    (void)exchange(noReply, eject);
+    (void)exchange(noReply, clearAll);
+    std::array<unsigned char, 255> scratch;
+    (void)GetData(scratch.data(), static_cast<int>(scratch.size()));  // whatever it has to say about that
+    return 1;
+}
+
+/// A message from the printer, told by its length and its first byte. Always with a zero behind it.
+struct Message {
+    std::array<unsigned char, 257> bytes{};
+    int length = 0;
+
+    void read() {
+        bytes.fill(0);
+        length = GetData(bytes.data(), static_cast<int>(bytes.size()) - 1);
+    }
+    [[nodiscard]] bool isHeader() const { return length == 12 && bytes[0] == 0x01; }
+    [[nodiscard]] bool isImageStart() const { return length == 2 && bytes[0] == 0x02; }
+    [[nodiscard]] bool isEnd() const { return isEnd(bytes.data(), length); }
+    [[nodiscard]] static bool isEnd(const unsigned char* data, int count) {
+        return count == 6 && data[0] == 0x03;
+    }
+    /// The decimal number that begins at a byte.
+    [[nodiscard]] long number(std::size_t at) const {
+        return std::strtol(reinterpret_cast<const char*>(bytes.data() + at), nullptr, 10);
+    }
+};
+
+/// Brings rows of `rowBits` bits, one behind the other in `packedBytes` bytes, to the BMP's stride with zeros, in place.
+/// The last row's last bits may be missing. `rowBits` is no multiple of the stride's bits.
+void padRows(unsigned char* data, std::size_t packedBytes, std::size_t rowBits, std::size_t stride,
+             std::size_t rows) {
+    const std::size_t rowBytes = (rowBits + 7) / 8;
+    const auto at = [&](std::size_t i) { return i < packedBytes ? static_cast<unsigned>(data[i]) : 0U; };
+    // From the end, for every row moves up, and ends above all that is still to be read.
+    for (std::size_t row = rows; row-- > 0;) {
+        const std::size_t first = row * rowBits / 8;
+        const unsigned shift = row * rowBits % 8;
+        unsigned char* target = data + row * stride;
+        for (std::size_t i = rowBytes; i-- > 0;) {
+            const unsigned two = at(first + i) << 8 | at(first + i + 1);
+            target[i] = static_cast<unsigned char>(two >> (8 - shift));
+        }
+        if (rowBits % 8 != 0)  // what follows in the last byte is the next row's
+            target[rowBytes - 1] =
+                static_cast<unsigned char>(target[rowBytes - 1] & (0xFF00U >> (rowBits % 8)));
+        std::fill(target + rowBytes, target + stride, static_cast<unsigned char>(0));
+    }
+}
+
+/// Receives the current side of a job.
+class SideReceiver {
+ public:
+    explicit SideReceiver(scans& record) : record_(record) {}
+    SideReceiver(const SideReceiver&) = delete;
+    SideReceiver& operator=(const SideReceiver&) = delete;
+    ~SideReceiver() { record_.current().imageData = nullptr; }
+
+    void run();
+
+ private:
+    void takeHeader();
+    bool receiveImage();
+    bool receiveData();
+    void drainToEnd();
+    void save();
+
+    static constexpr int blockBytes = 16384;
+    static constexpr int spareBytes = 1024;
+    /// Reads that bring nothing of use; a printer that goes on like that for ever does not hold the caller.
+    static constexpr int mostUselessReads = 65536;
+
+    scans& record_;
+    Message message_;
+    int bitsPerPixel_ = 0;
+    std::unique_ptr<unsigned char[]> data_;
+    std::int64_t position_ = 0;
+    int uselessReads_ = 0;
+};
+
+void SideReceiver::run() {
+    for (;;) {
+        message_.read();
+        if (message_.isHeader())
+            takeHeader();
+        if (message_.isImageStart() && !receiveImage())
+            return;
+        if (message_.isEnd()) {
+            if (message_.number(1) != record_.current().height)
+                record_.result = 2;
+            return;
+        }
+        if (message_.length == 0 || ++uselessReads_ > mostUselessReads) {
+            record_.result = -40;
+            return;
+        }
+    }
+}
+
+/// A header speaks for both sides: the back side's may not come.
+void SideReceiver::takeHeader() {
+    for (const std::size_t side : {std::size_t{0}, std::size_t{1}}) {
+        record_.entry(side).width = static_cast<std::uint16_t>(message_.number(1));
+        record_.entry(side).height = static_cast<std::uint16_t>(message_.number(7));
+    }
+}
+
+/// From the image-start message to the end message, which is then in message_. False when the side has failed.
+bool SideReceiver::receiveImage() {
+    scanEntry& entry = record_.current();
+    bitsPerPixel_ = record_.colorMode == 4 || record_.colorMode == 5 ? 24 : record_.bitsPerPixel;
+    const std::int64_t required = std::int64_t{entry.width} * entry.height * bitsPerPixel_ / 8;
+    const bool fits = required <= std::numeric_limits<std::int32_t>::max() - spareBytes;
+    entry.requiredBytes =
+        fits ? static_cast<std::int32_t>(required) : std::numeric_limits<std::int32_t>::max();
+    entry.receivedBytes = 0;
+    position_ = 0;
+    // Room for the file's fill bytes as well, so that nothing can fail any more once the image is there.
+    const std::int64_t inFile = bmpStrideBytes(entry.width, bitsPerPixel_) * entry.height;
+    const auto room = static_cast<std::size_t>(std::max(required + spareBytes, inFile));
+    data_.reset(fits ? new (std::nothrow) unsigned char[room] : nullptr);
+    entry.imageData = data_.get();
+    entry.startTag = message_.bytes[1];
+    if (data_ == nullptr) {
+        drainToEnd();
+        return false;
+    }
+    if (!receiveData())
+        return false;
+    (void)std::printf("wd=%d len=%d\n", entry.width, entry.height);
+    (void)std::printf("req=%d rv=%d \n", entry.requiredBytes, static_cast<int>(position_));
+    if (position_ == required && required != 0)
+        save();
+    data_.reset();
+    entry.imageData = nullptr;
+    return true;
+}
+
+bool SideReceiver::receiveData() {
+    scanEntry& entry = record_.current();
+    std::array<unsigned char, blockBytes> scratch;
+    for (;;) {
+        // Always a whole block: a read cut to the room that is left would leave the rest of a message behind, to be
+        // taken for the next one, and its head could complete the picture by accident.
+        const std::int64_t room = entry.requiredBytes + std::int64_t{spareBytes} - position_;
+        unsigned char* block = room >= blockBytes ? data_.get() + position_ : scratch.data();
+        const int count = GetData(block, blockBytes);
+        if (count == 0) {
+            record_.result = -40;
+            return false;
+        }
+        if (Message::isEnd(block, count)) {
+            std::copy_n(block, count, message_.bytes.begin());
+            message_.bytes[static_cast<std::size_t>(count)] = 0;
+            message_.length = count;
+            return true;
+        }
+        entry.receivedBytes = static_cast<std::int32_t>(static_cast<std::uint32_t>(entry.receivedBytes) +
+                                                        static_cast<std::uint32_t>(count));
+        if (position_ + count > entry.requiredBytes) {
+            if (++uselessReads_ > mostUselessReads) {
+                record_.result = -40;
+                return false;
+            }
+            continue;  // too much: dropped whole
+        }
+        if (block == scratch.data())
+            std::copy_n(block, count, data_.get() + position_);
+        position_ += count;
+    }
+}
+
+/// Without memory for the image the line is still to be cleared, up to the end message.
+void SideReceiver::drainToEnd() {
+    do {
+        message_.read();
+    } while (message_.length != 0 && !message_.isEnd() && ++uselessReads_ <= mostUselessReads);
+    record_.result = message_.isEnd() ? -31 : -40;
+}
+
+void SideReceiver::save() {
+    scanEntry& entry = record_.current();
+    const auto rowBits = static_cast<std::size_t>(entry.width) * static_cast<std::size_t>(bitsPerPixel_);
+    const auto stride = static_cast<std::size_t>(bmpStrideBytes(entry.width, bitsPerPixel_));
+    if (rowBits % 32 != 0)
+        padRows(data_.get(), static_cast<std::size_t>(entry.requiredBytes), rowBits, stride, entry.height);
+    entry.imageSize = entry.requiredBytes;
+    // A file that cannot be made has no code; the host misses it.
+    (void)saveImageASBMP(entry.width, entry.height, bitsPerPixel_, record_.direction,
+                         static_cast<char>(record_.colorMode), data_.get(), entry.fileName);
+}
+
+int getimgn(scans* record) {
+    SideReceiver(*record).run();
+    return record->result;
+}
+
+void pb2_scan(scans* record) {
+    const std::array<unsigned char, 2> settings{scanModeByte(*record), scanColorByte(*record)};
+    InitPrinter_OLI();
+    // Whether a document came, and what the preparations gave, shows at the check behind them.
+    (void)WaitInsertPaper_OLI();
+    (void)exchange(firstPreparationReply, firstPreparation);
+    (void)exchange(secondPreparationReply, secondPreparation);
+    if (GStatuesEject() == 1) {
+        record->result = 2;
+        return;
+    }
+    (void)exchange(noReply,
+                   joined(scanMode, settings));  // a broken line shows as an image that does not come
+    GStatues();
+    (void)exchange(noReply, joined(scanSides, scanSideBlock(*record), scanSidesEnd));
+    for (const std::uint8_t side : {std::uint8_t{0}, std::uint8_t{1}}) {
+        if (record->entry(side).enabled == 0)
+            continue;
+        record->side = side;
+        (void)getimgn(
+            record);  // a front side that fails does not stop the back side; the record keeps the code
+    }
+    (void)GStatuesEject();
+}
+
+}  // namespace
+
+int ScanToFileOLI(scans* record) {
+    (void)exchange(noReply, announcement);
+    pb2_scan(record);
+    return record->result;
+}
+
+}  // namespace passbook

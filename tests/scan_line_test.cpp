@@ -1,0 +1,134 @@
+// Scans from the virtual printer over a pseudo-terminal: the files show the document that lies in it.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "api/passbook.h"
+#include "image/convert.h"
+#include "sim/scan.h"
+#include "tests/line.h"
+#include "tests/support.h"
+
+namespace passbook::tests {
+namespace {
+
+/// A document of which no two pixels near each other are alike.
+sim::Document confetti(int width, int height, unsigned seed) {
+    return {width, height, [seed](int y, std::span<std::uint8_t> bgr) {
+                for (std::size_t i = 0; i < bgr.size(); ++i)
+                    bgr[i] = static_cast<std::uint8_t>((i + seed + static_cast<unsigned>(y) * 977U) * 2654435761U >> 19);
+            }};
+}
+
+/// What the file of a side must hold. OKI: the printer's own file. OLI: headers, and rows of the format's stride.
+std::string expected(sim::Family family, const sim::Document& document, int bits, bool bottomUp) {
+    sim::ScanImage image(document, bits, sim::Resolution::k200);
+    if (family == sim::Family::kOki) {
+        sim::ScanBytes bytes(image, sim::ScanBytes::Form::kBitmap, bottomUp);
+        const auto all = bytes.take(static_cast<std::size_t>(bytes.size()));
+        return {all.begin(), all.end()};
+    }
+    std::string file = BmpHeader{image.width(), bottomUp ? image.height() : -image.height(), bits}.text(), rows;
+    for (int y = 0; y < image.height(); ++y) {
+        std::vector<std::uint8_t> row(image.rowBytes());
+        image.row(bottomUp ? image.height() - 1 - y : y, row);
+        row.resize((row.size() + 3) / 4 * 4);
+        rows.append(row.begin(), row.end());
+    }
+    for (std::size_t i = 0; i < 4; ++i) {
+        file[2 + i] = static_cast<char>((54 + rows.size()) >> (8 * i));
+        file[34 + i] = static_cast<char>(rows.size() >> (8 * i));
+    }
+    return file + rows;
+}
+
+class ScanOnTheLine : public ::testing::Test {
+ protected:
+    TemporaryDirectory directory;
+    const std::string front = directory.file("front"), back = directory.file("back"), jpeg = directory.file("front.jpg");
+
+    int scan(const sim::Scenario& scenario, int imageType, int sides, int direction, const std::string& frontName) {
+        PrinterOnALine printer(scenario);
+        EXPECT_EQ(YARDO_PR2_OpenPort(printer.name().c_str()), 0);
+        testing::internal::CaptureStdout();
+        const int result = scenario.family == sim::Family::kOki
+                               ? YARDO_ScantoFileOKI(frontName.c_str(), back.c_str(), imageType, 1, 2, 3, true, sides, 200, direction)
+                               : YARDO_ScantoFileOLI(frontName.c_str(), back.c_str(), imageType, 1, 2, true, sides, 200, direction);
+        (void)testing::internal::GetCapturedStdout();
+        EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
+        EXPECT_EQ(printer.surprises(), std::set<std::string>{});
+        return result;
+    }
+    static sim::Scenario scenarioOf(sim::Family family, int width, int height, std::size_t block) {
+        sim::Scenario scenario;
+        scenario.family = family;
+        scenario.scan.sides = {confetti(width, height, 1), confetti(width, height, 5)};
+        scenario.scan.block = block;
+        return scenario;
+    }
+};
+
+// Blocks of 1 and of 8 bytes cannot be carried on OKI, nor blocks of 6 bytes that begin with 03 on OLI: the framing
+// gives them a meaning of their own, and the virtual printer does without them as a real one must.
+TEST_F(ScanOnTheLine, FilesShowTheDocument) {
+    const int bitsOf[] = {1, 4, 8, 24};
+    for (const auto family : {sim::Family::kOki, sim::Family::kOli}) {
+        for (const int imageType : {0, 1, 2, 3}) {
+            for (const int sides : {0, 1, 2}) {
+                for (const std::size_t block : {2, 3, 7, 9, 100, 2040, 2048, 4094, 4095}) {
+                    const bool bottomUp = (block & 1) != 0;
+                    const auto scenario = scenarioOf(family, block < 50 ? 13 : 211, block < 50 ? 16 : 104, block);
+                    std::filesystem::remove(front);
+                    std::filesystem::remove(back);
+                    SCOPED_TRACE((family == sim::Family::kOki ? "OKI, type " : "OLI, type ") + std::to_string(imageType) + ", sides " +
+                                 std::to_string(sides) + ", blocks of " + std::to_string(block));
+                    ASSERT_EQ(scan(scenario, imageType, sides, bottomUp ? 1 : 0, front), 0);
+                    const int bits = bitsOf[imageType];
+                    ASSERT_TRUE(readFile(front) == (sides == 1 ? "" : expected(family, scenario.scan.sides[0], bits, bottomUp)));
+                    ASSERT_TRUE(readFile(back) == (sides == 0 ? "" : expected(family, scenario.scan.sides[1], bits, bottomUp)));
+                }
+            }
+        }
+    }
+}
+
+TEST_F(ScanOnTheLine, JpegsShowItWithinTheirQuality) {
+    for (const int imageType : {0, 1, 2, 3}) {
+        auto scenario = scenarioOf(sim::Family::kOki, 200, 64, 4095);
+        scenario.scan.sides[0].row = [](int y, std::span<std::uint8_t> bgr) {  // blocks of 8, which a JPEG can keep
+            for (std::size_t i = 0; i < bgr.size(); ++i) bgr[i] = i / 24 % 2 == static_cast<std::size_t>(y) / 8 % 2 ? 255 : 0;
+        };
+        ASSERT_EQ(scan(scenario, imageType, 0, 0, jpeg), 0);
+        ASSERT_EQ(convertJPGtoBMP(jpeg.c_str(), front.c_str()), 0);
+        const std::string file = readFile(front);
+        const std::size_t pixel = imageType == 3 ? 3 : 1;
+        ASSERT_EQ(file.size(), 54 + 200 * 64 * pixel);
+        for (std::size_t i = 54; i < file.size(); ++i) {
+            const std::size_t at = (i - 54) / pixel, want = at % 200 / 8 % 2 == at / 200 / 8 % 2 ? 255 : 0;
+            ASSERT_LT(std::abs(static_cast<unsigned char>(file[i]) - static_cast<int>(want)), 40) << imageType << ", pixel " << at;
+        }
+    }
+}
+
+TEST_F(ScanOnTheLine, WhatThePrinterDoesWrongIsTold) {
+    const struct {
+        const char* name;
+        std::function<void(sim::ScanScenario&)> mend;
+        int oki, oli;
+    } rows[] = {
+        {"broken off", [](auto& scan) { scan.breakAfter = 500; }, -40, -40},
+        {"silent", [](auto& scan) { scan.silent = true; }, -4, -40},
+        {"no end", [](auto& scan) { scan.noEnd = true; }, -40, -40},
+        {"rows wrong at the end", [](auto& scan) { scan.rowsError = 1; }, 0, 2},
+    };
+    for (const auto& row : rows) {
+        for (const auto family : {sim::Family::kOki, sim::Family::kOli}) {
+            auto scenario = scenarioOf(family, 64, 40, 1000);
+            row.mend(scenario.scan);
+            EXPECT_EQ(scan(scenario, 2, 0, 0, front), family == sim::Family::kOki ? row.oki : row.oli) << row.name;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace passbook::tests
