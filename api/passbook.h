@@ -16,11 +16,11 @@
  *   Threads     One port per process and one call at a time. The library takes no locks: a program with
  *               threads calls it from one of them, or puts its own lock around every call.
  *   Blocking    Every call runs on the caller's thread and returns when its work is done. A read of the
- *               printer's answer waits at most one second on a serial port, and without limit on a parallel
- *               port.
- *   Signals     A system call that a signal interrupts before it did anything is made again. A write that a
- *               signal cuts short counts as sent, and its rest is lost: a program that handles signals blocks
- *               them around its calls.
+ *               printer's answer waits at most one second on a serial port, for the transfers' time-out on USB
+ *               (see YARDO_PR2_OpenPort), and without limit on a parallel port.
+ *   Signals     A system call that a signal interrupts before it did anything is made again. A write to a
+ *               serial or parallel port that a signal cuts short counts as sent, and its rest is lost: a
+ *               program that handles signals blocks them around its calls.
  *   Text        UTF-8 in, GB18030 to the printer.
  *   Units       Millimetres, tenths of them or inches as each function says, from the document's top left
  *               corner. Inside, positions are dots of 1/180 inch; a picture's pixel is one dot. An OLI printer
@@ -100,10 +100,18 @@ extern "C" {
 /*
  * Opens the printer's port and keeps it open until YARDO_PR2_ClosePort.
  * portName  in: one of
+ *           - "USB", exactly: the first printer that can be opened of those with the ids (vendor:product)
+ *             2086:0011, 2086:0003, 0B3C:0001, 067B:2305 and 0FE6:811E, in this order;
  *           - the name of a serial device below /dev, such as "ttyS0" or "ttyUSB1", at most 127 characters. It
  *             is set to 9600 bits per second, 8 data bits, no parity, one stop bit;
  *           - any name containing "LPT" or "lpt": the first parallel port that opens of /dev/parallel/0 to 3 if
  *             that directory exists, else of /dev/printers/0 to 3 if that exists, else of /dev/lp0 to 3.
+ * On USB: An interface that is in use is asked for six times in six seconds; a printer that is attached and
+ * stays in use, or that the user has no right to, is passed over. A driver of the system that holds it is sent
+ * away, which costs a second, and comes back only when the printer is plugged in anew. Every transfer has a
+ * time-out of 10 seconds, or the one that the last PT_ call has set; 0 there is without limit. A printer that
+ * never answers holds each read for that long, and functions that ask again and again for minutes:
+ * YARDO_PrintBmpOLI asks 5 times, with 4 reads each, after every picture.
  * Returns 0; -1 the port could not be opened, or portName is NULL; -5 a port is open already, and stays so.
  */
 PASSBOOK_API int YARDO_PR2_OpenPort(const char* portName);
@@ -324,7 +332,8 @@ PASSBOOK_API int YARDO_ScantoFileOLI(const char* frontFile, const char* backFile
  * The PT_ functions share these arguments:
  * portName  in: as YARDO_PR2_OpenPort.
  * mode      1: y is in units of 0.165 mm; any other: y is in tenths of a millimetre.
- * timeout   seconds, 0 or more. It is the time-out of transfers over USB; other ports have their own.
+ * timeout   seconds, 0 or more. It is the time-out of transfers over USB, when the call opens such a port; 0
+ *           is without limit. Other ports have their own.
  * x         0 or more, tenths of a millimetre to the right of the left margin.
  * y         0 or more, in the unit that mode says, below the place where the document stands.
  * reserved  not read.

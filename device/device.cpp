@@ -9,6 +9,7 @@
 #include <new>
 #include <string_view>
 
+#include "device/hidusbdriver.h"
 #include "device/parallel.h"
 #include "device/serial.h"
 
@@ -20,15 +21,26 @@ int g_timeout = 10;
 
 namespace {
 
-std::unique_ptr<Protocol> makeTransport(const char* portName) {
+std::unique_ptr<Protocol> openUsb() {
+    std::unique_ptr<HidUsb> printer(new (std::nothrow) HidUsb());
+    if (OpenUSBDevice(printer.get()) != 0)
+        printer.reset();
+    return printer;
+}
+
+/// The transport that the name asks for, open; null when it cannot be opened.
+std::unique_ptr<Protocol> openTransport(const char* portName) {
     const std::string_view name(portName);
-    // The transport for USB devices has not been built in yet; without this the name would be looked for as a
-    // serial line /dev/USB.
     if (name == "USB")
-        return nullptr;
+        return openUsb();
+    std::unique_ptr<Protocol> transport;
     if (name.find("LPT") != std::string_view::npos || name.find("lpt") != std::string_view::npos)
-        return std::unique_ptr<Protocol>(new (std::nothrow) Parallel());
-    return std::unique_ptr<Protocol>(new (std::nothrow) Serial(portName));
+        transport.reset(new (std::nothrow) Parallel());
+    else
+        transport.reset(new (std::nothrow) Serial(portName));
+    if (transport != nullptr && transport->OpenDevice() != 0)
+        transport.reset();
+    return transport;
 }
 
 std::uint32_t milliseconds(const timeval& time) {
@@ -42,8 +54,8 @@ int PRSinit(const char* portName) {
         return 0;
     if (portName == nullptr)
         return -1;
-    std::unique_ptr<Protocol> transport = makeTransport(portName);
-    if (transport == nullptr || transport->OpenDevice() != 0)
+    std::unique_ptr<Protocol> transport = openTransport(portName);
+    if (transport == nullptr)
         return -1;
     protocol = transport.release();
     usbFlag = true;

@@ -3,9 +3,12 @@
 set -euo pipefail
 packages=(
   g++ cmake ninja-build pkg-config binutils git      # building
-  libglib2.0-dev libjpeg62-turbo-dev libpng-dev      # the library
+  libglib2.0-dev libusb-1.0-0-dev                    # the library
+  libjpeg62-turbo-dev libpng-dev
   libcairo2-dev libpango1.0-dev fonts-wqy-microhei   # the virtual printer's page
+  libgdk-pixbuf-2.0-dev                              # its scanner's documents
   nlohmann-json3-dev libcli11-dev                    # its events and options
+  libumockdev-dev umockdev                           # its USB
   libgtest-dev clang-format-14 libbenchmark-dev      # tests, benchmarks
 )
 missing=()

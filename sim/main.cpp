@@ -1,5 +1,6 @@
 // passbook-sim: the virtual printer as a program of its own.
 
+#include <poll.h>
 #include <signal.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -8,13 +9,17 @@
 #include <cstdio>
 #include <exception>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <optional>
 
+#include "sim/host.h"
 #include "sim/options.h"
 #include "sim/page_file.h"
 #include "sim/port.h"
 #include "sim/printer.h"
+#include "sim/usb.h"
 
 namespace passbook::sim {
 
@@ -22,6 +27,9 @@ namespace {
 
 // How long the program sleeps at most; whatever happens wakes it earlier.
 constexpr int kRoundMs = 1000;
+
+// The same with a host on USB, whose doings don't wake it.
+constexpr int kUsbRoundMs = 50;
 
 int fail(const std::string& message) {
     std::cerr << "passbook-sim: " << message << '\n';
@@ -57,21 +65,97 @@ class EventLog {
 };
 
 // The signals the program answers to, blocked and readable from a descriptor instead.
-Descriptor takeSignals() {
+Descriptor takeSignals(std::initializer_list<int> numbers) {
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int signal : {SIGINT, SIGTERM, SIGUSR1}) {
+    for (const int signal : numbers) {
         sigaddset(&signals, signal);
     }
     sigprocmask(SIG_BLOCK, &signals, nullptr);
     return Descriptor(signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC));
 }
 
-// The next signal that has arrived, 0 if none has.
-int nextSignal(const Descriptor& signals) {
+// The next signal that has arrived, number 0 if none has.
+signalfd_siginfo nextSignal(const Descriptor& signals) {
     signalfd_siginfo info{};
     const ssize_t got = read(signals.get(), &info, sizeof info);
-    return got == static_cast<ssize_t>(sizeof info) ? static_cast<int>(info.ssi_signo) : 0;
+    return got == static_cast<ssize_t>(sizeof info) ? info : signalfd_siginfo{};
+}
+
+// Serves hosts on a pseudo-terminal until a signal ends it. `keepPage` is called when the page is to be kept,
+// `trouble` says what has gone wrong with that.
+int serveLine(Printer& printer, const std::function<void()>& keepPage,
+              const std::function<std::string()>& trouble) {
+    const Descriptor signals = takeSignals({SIGINT, SIGTERM, SIGUSR1});
+    if (!signals.valid()) {
+        return fail("signals can't be received");
+    }
+    std::string error;
+    const std::unique_ptr<PtyPort> port = PtyPort::open(printer, error);
+    if (!port) {
+        return fail(error);
+    }
+    std::cout << "port: " << port->name() << std::endl;
+
+    bool running = true;
+    while (running) {
+        if (!port->serve(kRoundMs, signals.get())) {
+            return fail(port->name() + ": the pseudo-terminal has failed");
+        }
+        for (auto signal = nextSignal(signals); signal.ssi_signo != 0; signal = nextSignal(signals)) {
+            running = running && signal.ssi_signo == SIGUSR1;
+            if (!running) {
+                printer.finish();
+            }
+            keepPage();
+        }
+        if (const std::string problem = trouble(); !problem.empty()) {
+            return fail(problem);
+        }
+    }
+    return 0;
+}
+
+// Runs the host program with the printer on its USB. Standard output is the host's alone.
+int serveHost(const Options& options, Printer& printer, const std::function<void()>& keepPage,
+              const std::function<std::string()>& trouble) {
+    const Descriptor signals = takeSignals({SIGINT, SIGTERM, SIGUSR1, SIGCHLD});
+    if (!signals.valid()) {
+        return fail("signals can't be received");
+    }
+    std::string error;
+    const std::unique_ptr<UsbPort> port = UsbPort::open(printer, options.device, error);
+    if (!port) {
+        return fail(error);
+    }
+    port->setFault(options.fault, options.faultAt);
+    HostProcess host;
+    if (const int status = host.start(options.host, UsbPort::hostEnvironment(), error); status != 0) {
+        (void)fail(error);
+        return status;
+    }
+    std::optional<int> status;
+    while (!status) {
+        pollfd wake{signals.get(), POLLIN, 0};
+        (void)poll(&wake, 1, kUsbRoundMs);
+        port->with([] {});  // time goes by at the slot, also while the host is idle
+        for (auto signal = nextSignal(signals); signal.ssi_signo != 0; signal = nextSignal(signals)) {
+            if (signal.ssi_signo == SIGUSR1) {
+                port->with(keepPage);
+            } else if (signal.ssi_signo != SIGCHLD && signal.ssi_code != SI_KERNEL) {
+                host.send(
+                    static_cast<int>(signal.ssi_signo));  // what a terminal sends, the host has got itself
+            }
+        }
+        status = host.exitStatus();
+    }
+    std::string problem;
+    port->with([&] {
+        printer.finish();
+        keepPage();
+        problem = trouble();
+    });
+    return problem.empty() || *status != 0 ? *status : fail(problem);
 }
 
 int run(Options options) {
@@ -95,46 +179,23 @@ int run(Options options) {
     if (keepsPage && !pageFile.canBeWritten(error)) {
         return fail(error);
     }
-    const Descriptor signals = takeSignals();
-    if (!signals.valid()) {
-        return fail("signals can't be received");
-    }
-
     const auto keep = [&](const Page& page) {
         if (keepsPage && error.empty()) {
-            (void)pageFile.write(page, error);  // the loop below looks at `error`
+            (void)pageFile.write(page, error);  // `trouble` below looks at `error`
         }
     };
     Printer printer(
         options.scenario, [&log](const nlohmann::json& event) { log.add(event); }, keep);
-    const std::unique_ptr<PtyPort> port = PtyPort::open(printer, error);
-    if (!port) {
-        return fail(error);
-    }
-    std::cout << "port: " << port->name() << std::endl;
-
-    bool running = true;
-    while (running) {
-        if (!port->serve(kRoundMs, signals.get())) {
-            return fail(port->name() + ": the pseudo-terminal has failed");
+    const auto keepPage = [&] {
+        if (const Page* page = printer.page()) {
+            keep(*page);
         }
-        for (int signal = nextSignal(signals); signal != 0; signal = nextSignal(signals)) {
-            running = running && signal == SIGUSR1;
-            if (!running) {
-                printer.finish();
-            }
-            if (const Page* page = printer.page()) {
-                keep(*page);
-            }
-        }
-        if (!error.empty()) {
-            return fail(error);
-        }
-        if (!log.good()) {
-            return fail(options.eventFile + ": can't be written");
-        }
-    }
-    return 0;
+    };
+    const auto trouble = [&] {
+        return !error.empty() || log.good() ? error : options.eventFile + ": can't be written";
+    };
+    return options.usb ? serveHost(options, printer, keepPage, trouble)
+                       : serveLine(printer, keepPage, trouble);
 }
 
 }  // namespace

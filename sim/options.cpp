@@ -1,6 +1,7 @@
 #include "sim/options.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <charconv>
 #include <iostream>
 
@@ -14,11 +15,16 @@ constexpr const char* kDescription =
     "Prints one line, \"port: pts/N\", when it is ready; a host opens /dev/pts/N like a serial port. What "
     "is\n"
     "printed becomes a picture of 180 dots per inch, what happens a log of JSON lines. Runs until SIGINT or\n"
-    "SIGTERM.";
+    "SIGTERM.\n"
+    "\n"
+    "With --usb the printer hangs on an emulated USB bus instead. The host program named behind \"--\" is "
+    "run\n"
+    "under it and opens the port \"USB\"; its exit status is that of passbook-sim.";
 
 constexpr const char* kExample =
     "Example:\n"
     "  passbook-sim --page page.png --events events.jsonl --stripe0 6217000012345678\n"
+    "  passbook-sim --page page.png --usb -- ./host USB\n"
     "\n"
     "The picture is written when the document is ejected, at the end, and at SIGUSR1.";
 
@@ -116,10 +122,47 @@ void addScan(CLI::App& app, Options& options) {
     app.add_flag("--scan-silent", scan.silent, "Deliver nothing of a scan");
 }
 
+void addUsb(CLI::App& app, Options& options) {
+    app.add_flag("--usb", options.usb, "Be a USB printer, and run the program behind \"--\" with it");
+    app.add_option("--usb-busy", options.device.busyClaims,
+                   "So many times a claim of the USB printer finds it busy [0]")
+        ->check(CLI::Range(0, 1000).description(""))
+        ->type_name("N");
+    app.add_option_function<std::string>(
+           "--usb-fault",
+           [&options](const std::string& text) {
+               static const std::map<std::string, UsbFault> faults{{"stall", UsbFault::kStall},
+                                                                   {"short", UsbFault::kShort},
+                                                                   {"hang", UsbFault::kHang},
+                                                                   {"unplug", UsbFault::kUnplug}};
+               const std::size_t colon = std::min(text.find(':'), text.size());
+               const auto fault = faults.find(text.substr(0, colon));
+               const auto at =
+                   numberFrom<int>(std::string_view(text).substr(std::min(colon + 1, text.size())));
+               if (fault == faults.end() || !at || *at < 1) {
+                   throw CLI::ValidationError(
+                       "--usb-fault",
+                       "\"" + text + "\" is no KIND:N, with stall, short, hang or unplug for KIND");
+               }
+               options.fault = fault->second;
+               options.faultAt = *at;
+           },
+           "Let the N-th USB transfer go wrong: stall, short, hang\nor unplug")
+        ->type_name("KIND:N");
+}
+
 }  // namespace
 
 ParsedOptions parseOptions(int argc, const char* const* argv) {
     Options options;
+    // What is behind the mark is the host program's, whatever it looks like.
+    const char* const* const end = argv + argc;
+    const char* const* const mark =
+        std::find_if(argv, end, [](const char* each) { return std::string_view(each) == "--"; });
+    if (mark != end) {
+        options.host.assign(mark + 1, end);
+        argc = static_cast<int>(mark - argv);
+    }
     Scenario& scenario = options.scenario;
     std::string family = "oli";
     std::string paper = "in";
@@ -173,8 +216,17 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
     app.add_flag("--silent", scenario.silent, "Never answer");
     app.add_flag("--garble", scenario.garble, "Answer with wrong bytes, as many as the right ones");
 
+    addUsb(app, options);
+
     try {
         app.parse(argc, argv);
+        if (!options.usb && (options.device.busyClaims != 0 || options.fault != UsbFault::kNone)) {
+            throw CLI::ValidationError("--usb-busy and --usb-fault", "they are for --usb");
+        }
+        if (options.usb == options.host.empty()) {
+            throw CLI::ValidationError(options.usb ? "--usb" : "--",
+                                       "a host program is run with: --usb -- PROGRAM [ARGUMENT...]");
+        }
     } catch (const CLI::Success& success) {
         return {std::nullopt, app.exit(success)};
     } catch (const CLI::ParseError& error) {

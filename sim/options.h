@@ -3,8 +3,10 @@
 #include <array>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "sim/printer.h"
+#include "sim/usb.h"
 
 namespace passbook::sim {
 
@@ -15,6 +17,12 @@ struct Options {
     std::string eventFile;  // empty: no log
     // Pictures of the document's sides for the scanner, not read yet; empty: none.
     std::array<std::string, 2> scanFiles;
+
+    bool usb = false;               // on an emulated USB bus, under which the host program is run
+    std::vector<std::string> host;  // with its arguments
+    UsbDevice device;
+    UsbFault fault = UsbFault::kNone;
+    int faultAt = 0;
 };
 
 inline constexpr int kExitFailure = 1;

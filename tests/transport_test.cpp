@@ -220,11 +220,6 @@ TEST_F(ParallelPort, OnATerminalReadsWhatIsThere) {
     EXPECT_EQ(PRSexit(), 0);
 }
 
-TEST(Port, UsbIsNotServedYet) {
-    EXPECT_EQ(YARDO_PR2_OpenPort("USB"), -1);
-    EXPECT_EQ(protocol, nullptr);
-}
-
 /// A transport that keeps its device.
 class Stubborn : public ScriptedPort {
  public:
