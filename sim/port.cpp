@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sched.h>
 #include <stdlib.h>
 #include <sys/epoll.h>
 #include <sys/ioctl.h>
@@ -28,6 +29,10 @@ constexpr int kHostCheckMs = 20;
 // How long the host is awaited between two pieces before the rest of a round is done. One that keeps up reads
 // within microseconds.
 constexpr int kHostPatienceMs = 2;
+
+// A few looks, with the processor offered to the host in between, bring the next piece out sooner than being
+// woken does: a scan has thousands of them.
+constexpr int kLooksBeforeSleep = 20;
 
 // Read or handed over in one round at most, so that a host that never pauses
 // doesn't keep the caller from its other work.
@@ -136,22 +141,19 @@ bool PtyPort::hostHasReadAll() const {
 }
 
 bool PtyPort::awaitHost(int patienceMs) {
-    if (!lastStoodAlone_ && hostHasReadAll()) {
-        return true;
-    }
     const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(patienceMs);
-    while (true) {
-        // A wait comes first, since the piece before went out just now. What it tells may be old.
-        epoll_event event{};
-        (void)epoll_wait(hostReads_.get(), &event, 1, patienceMs);
-        if (hostHasReadAll()) {
-            lastStoodAlone_ = false;
-            return true;
-        }
-        if (std::chrono::steady_clock::now() >= limit) {
+    for (int looks = 1; !hostHasReadAll(); ++looks) {
+        if (looks < kLooksBeforeSleep && patienceMs > 0) {
+            sched_yield();
+        } else if (std::chrono::steady_clock::now() < limit) {
+            epoll_event event{};  // tells no more than that it is worth another look
+            (void)epoll_wait(hostReads_.get(), &event, 1, patienceMs);
+        } else {
             return false;
         }
     }
+    lastStoodAlone_ = false;
+    return true;
 }
 
 bool PtyPort::handOver(int patienceMs) {
