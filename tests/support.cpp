@@ -132,6 +132,7 @@ int ScriptedPort::CloseDevice() {
 }
 
 void installPort(Protocol* transport) {
+    (void)PRSexit();  // one that a refused call left open
     protocol = transport;
     usbFlag = true;
 }
