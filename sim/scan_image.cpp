@@ -172,7 +172,6 @@ void ScanBytes::fetchRow() {
         if (carryBits_ >= 8) {
             carryBits_ -= 8;
             ready_.push_back(static_cast<std::uint8_t>(carry_ >> carryBits_));
-            carry_ &= (1U << carryBits_) - 1U;
         }
     }
 }
