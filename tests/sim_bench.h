@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <cstdio>
 #include <string>
 #include <string_view>
@@ -17,9 +16,7 @@ inline std::vector<std::uint8_t> bytesOf(std::string_view text) { return {text.b
 // A printer on the bench: bytes go in as strings, and everything that comes out is kept.
 struct Bench {
     explicit Bench(Scenario scenario = {})
-        : printer(
-              std::move(scenario), [this](const nlohmann::json& event) { events.push_back(event); },
-              [this](const Page& page) { ejectedBlank.push_back(page.blank()); }) {}
+        : printer(std::move(scenario), [this](const nlohmann::json& event) { events.push_back(event); }) {}
 
     void send(std::string_view bytes) { printer.receive(bytesOf(bytes)); }
 
@@ -33,9 +30,6 @@ struct Bench {
         return answer();
     }
 
-    // The paper's state as a host learns it.
-    char paperByte() { return ask("\033 B").at(3); }
-
     // The last event of a kind; null if there was none.
     nlohmann::json last(std::string_view kind) const {
         for (auto event = events.rbegin(); event != events.rend(); ++event) {
@@ -46,12 +40,7 @@ struct Bench {
         return nullptr;
     }
 
-    int count(std::string_view kind) const {
-        return static_cast<int>(std::count_if(events.begin(), events.end(), [&](const auto& event) { return event.at("event") == kind; }));
-    }
-
     std::vector<nlohmann::json> events;
-    std::vector<bool> ejectedBlank;
     Printer printer;
 };
 
