@@ -22,12 +22,15 @@ class Conversion : public ::testing::Test {
  protected:
     TemporaryDirectory directory;
     const std::string source = directory.file("source"), bmp = directory.file("a.bmp"), jpg = directory.file("a.jpg");
-    const int descriptor = nextDescriptor();
+    int descriptor = 0;
 
-    void SetUp() override { testing::internal::CaptureStderr(); }  // libpng tells what is wrong with each file
+    void SetUp() override {
+        testing::internal::CaptureStderr();  // libpng tells what is wrong with each file
+        descriptor = nextDescriptor();
+    }
     void TearDown() override {
-        (void)testing::internal::GetCapturedStderr();
         EXPECT_EQ(nextDescriptor(), descriptor);  // all files have been closed
+        (void)testing::internal::GetCapturedStderr();
     }
     static int nextDescriptor() {
         const int next = open("/dev/null", O_RDONLY);

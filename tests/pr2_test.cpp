@@ -78,7 +78,7 @@ const Dialogue dialogues[] = {
     {"printer, four pieces", YARDO_PR2_GetPrinterStatus, 1, "^j", {"^", "", "r", "P"}, {-3}},
     {"printer, a piece too many", YARDO_PR2_GetPrinterStatus, -22, "^j", {"^", "", "r", "", "P"}},
 
-    {"document gone at once", call(YARDO_PR2_SPB, 10), 0, "^ B^O^ B", {"...C..", "...@.."}, {0, 0, -3}},
+    {"document gone at once", call(YARDO_PR2_SPB, 10), 0, "^ B^O^ B", {"...C..", "...@.."}},
     {"document in place again", call(YARDO_PR2_SPB, 10), 0, "^ B^ B", {"...B..", "...C.."}},
     {"taken later", call(YARDO_PR2_SPB, INT_MAX), 0, "^ B^O^ B^ B^ B", {"...C..", "...A..", "...B..", "...@.."}},
     {"never taken", call(YARDO_PR2_SPB, -1), 0, "^ B^ B^}0P^L000^ B^j<0C>", {"...A..", "...A.."}},
@@ -153,6 +153,12 @@ TEST_F(Pr2Port, AGarbledAnswerIsReadAwayBeforeTheNextQuery) {
     port->replies.assign(5000, std::string(256, 'U'));
     EXPECT_EQ(YARDO_PR2_GetPrinterStatus(), -22);
     EXPECT_FALSE(port->replies.empty());
+}
+
+TEST(Waits, ForRemovalLookAtTheLastQuery) {
+    // status, eject, status
+    for (const auto& [failing, result] : {std::pair{1, 0}, {2, 0}, {3, -3}})
+        EXPECT_EQ(run(call(YARDO_PR2_SPB, 10), {"...C..", "...@.."}, failing).result, result);
 }
 
 TEST(Waits, AreBoundedByTheClock) {

@@ -204,7 +204,14 @@ TEST_F(Scan, ExchangesAndConfigurationTellWhatWentWrong) {
     const auto exchange = [](const std::string& command) {
         return [bytes = wire(command)] { return pb2Prt(octets(bytes.data()), static_cast<int>(bytes.size())); };
     };
-    const auto get = [](int size) { return [=] { return GetPrinterConfig(reinterpret_cast<unsigned char*>(answer), size); }; };
+    const auto get = [](int size) {
+        return [=] {
+            std::vector<unsigned char> room(static_cast<std::size_t>(size));
+            const int count = GetPrinterConfig(room.data(), size);
+            std::copy_n(room.begin(), count, answer);
+            return count;
+        };
+    };
     const auto set = call(SetPrinterConfig, octets("12"), 2);
     const std::string empty = "get data length: 0\n";
     const Dialogue dialogues[] = {
@@ -229,6 +236,7 @@ TEST_F(Scan, ExchangesAndConfigurationTellWhatWentWrong) {
     };
     speak(dialogues);
     EXPECT_EQ(run(get(64), {"12", "", "^Z"}).output, "get data length: 2\n" + empty + "get data length: 2\n");
+    EXPECT_EQ(run(get(4), {"123456"}).output, "get data length: 4\n");
     EXPECT_EQ(run(get(64)).output.size(), 6 * empty.size());
 }
 
