@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <csetjmp>
-#include <cstdint>
-#include <limits>
 #include <memory>
 #include <new>
 

@@ -2,7 +2,6 @@
 #include <span>
 
 #include "device/device.h"
-#include "image/bmp.h"
 #include "print/print_oli.h"
 #include "print/raster.h"
 #include "print/strips.h"
