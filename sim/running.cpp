@@ -28,8 +28,11 @@ RunningPrinter::~RunningPrinter() {
 }
 
 void RunningPrinter::serve() {
-    while (!stop_ && port_->serve(kRoundMs)) {
-    }
+    // One more round behind the end: what the host has sent before it is printed too.
+    bool last = false;
+    do {
+        last = stop_;
+    } while (port_->serve(kRoundMs) && !last);
 }
 
 }  // namespace passbook::sim

@@ -1,286 +1,348 @@
-// The driver on real libusb, and the virtual printer on an emulated bus.
+// The driver on real libusb, and the virtual printer on an emulated bus. What no emulated printer can be brought to is
+// answered in libusb's place.
 #include <gtest/gtest.h>
+#include <libusb.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstdlib>
-#include <filesystem>
-#include <set>
+#include <cstring>
+#include <limits>
+#include <numeric>
+#include <optional>
+#include <regex>
 #include <thread>
 
 #include "api/passbook.h"
 #include "device/hidusbdriver.h"
-#include "sim/port.h"
+#include "sim/running.h"
 #include "sim/usb.h"
-#include "tests/support.h"
-#include "tests/usb_support.h"
+#include "tests/day.h"
 
 namespace passbook::tests {
 namespace {
 
-/// A printer that remembers what happened to it.
-struct LoggingPrinter {
-    std::vector<std::string> events;
-    sim::Printer printer;
-
-    explicit LoggingPrinter(sim::Scenario scenario = {})
-        : printer(std::move(scenario), [this](const nlohmann::json& event) { events.push_back(event.dump()); }) {}
+struct Transfer {
+    int result = 0, count = 0;
 };
 
-class UsbPrinter {
- public:
-    explicit UsbPrinter(const sim::UsbDevice& device = {}, sim::Scenario scenario = {}) : logging_(std::move(scenario)) {
-        std::string error;
-        port_ = sim::UsbPort::open(logging_.printer, device, error);
-        EXPECT_NE(port_, nullptr) << error;
-    }
-    sim::UsbPort* operator->() { return port_.get(); }
+/// What the driver asked libusb for, and what it is to hear instead of libusb's own answer.
+struct Libusb {
+    std::string asked;       // contexts and devices
+    int contexts = 0;        // that have not ended
+    unsigned timeoutMs = 0;  // of the last transfer
+    int init = 0, descriptor = 0;
+    std::deque<int> claims;  // one a claim
+    std::optional<Transfer> transfer;
+} libusb;
 
-    std::vector<std::string> takeEvents() {
-        std::vector<std::string> taken;
-        port_->with([&] { taken.swap(logging_.events); });
-        return taken;
-    }
+}  // namespace
 
-    /// Nothing is held any more, neither by the driver nor on the bus. The bus hears of a closed device a
-    /// little later.
-    void expectNothingHeld() {
-        for (int i = 0; i < 1000 && port_->use().openDevices > 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        const sim::UsbUse use = port_->use();
-        EXPECT_EQ(use.openDevices, 0);
-        EXPECT_EQ(use.pendingTransfers, 0);
-        EXPECT_FALSE(use.claimed);
-        EXPECT_EQ(libusbCalls.handles, 0);
-        EXPECT_EQ(libusbCalls.contexts, 0);
-    }
+extern "C" {
+int __real_libusb_init(libusb_context** made);
+int __wrap_libusb_init(libusb_context** made) {
+    libusb.asked += "init ";
+    const int result = libusb.init != 0 ? libusb.init : __real_libusb_init(made);
+    libusb.contexts += result == 0 ? 1 : 0;
+    return result;
+}
 
- private:
-    LoggingPrinter logging_;
-    std::unique_ptr<sim::UsbPort> port_;
-};
+void __real_libusb_exit(libusb_context* ended);
+void __wrap_libusb_exit(libusb_context* ended) {
+    libusb.asked += "exit ";
+    --libusb.contexts;
+    __real_libusb_exit(ended);
+}
 
-class Usb : public ::testing::Test {
+libusb_device_handle* __real_libusb_open_device_with_vid_pid(libusb_context* within, uint16_t vendor, uint16_t product);
+libusb_device_handle* __wrap_libusb_open_device_with_vid_pid(libusb_context* within, uint16_t vendor, uint16_t product) {
+    char id[16];
+    (void)std::snprintf(id, sizeof id, "%04x:%04x ", vendor, product);
+    libusb.asked += id;
+    return __real_libusb_open_device_with_vid_pid(within, vendor, product);
+}
+
+int __real_libusb_claim_interface(libusb_device_handle* device, int number);
+int __wrap_libusb_claim_interface(libusb_device_handle* device, int number) {
+    if (libusb.claims.empty()) return __real_libusb_claim_interface(device, number);
+    const int result = libusb.claims.front();
+    libusb.claims.pop_front();
+    return result;
+}
+
+int __real_libusb_get_config_descriptor(libusb_device* device, uint8_t index, libusb_config_descriptor** configuration);
+int __wrap_libusb_get_config_descriptor(libusb_device* device, uint8_t index, libusb_config_descriptor** configuration) {
+    return libusb.descriptor != 0 ? libusb.descriptor : __real_libusb_get_config_descriptor(device, index, configuration);
+}
+
+int __real_libusb_bulk_transfer(libusb_device_handle* device, unsigned char endpoint, unsigned char* data, int length, int* transferred,
+                                unsigned timeoutMs);
+int __wrap_libusb_bulk_transfer(libusb_device_handle* device, unsigned char endpoint, unsigned char* data, int length, int* transferred,
+                                unsigned timeoutMs) {
+    virtualClock.microseconds += 100'000;  // or a wait that only asks and never sleeps would have no end
+    libusb.timeoutMs = timeoutMs;
+    if (!libusb.transfer) return __real_libusb_bulk_transfer(device, endpoint, data, length, transferred, timeoutMs);
+    if ((endpoint & LIBUSB_ENDPOINT_IN) != 0) std::memcpy(data, "0123456789", 10);
+    *transferred = libusb.transfer->count;
+    return libusb.transfer->result;
+}
+}
+
+namespace {
+
+class Usb : public Day {
  protected:
     void SetUp() override {
         const char* preload = std::getenv("LD_PRELOAD");
         ASSERT_NE(std::string(preload != nullptr ? preload : "").find("umockdev"), std::string::npos)
             << "run these under umockdev-wrapper, or they print on a real printer";
-        virtualClock = {};
-        libusbCalls = {};
-        Picture picture(40, 60);
-        for (int y = 0; y < picture.height; ++y) picture.at(y % picture.width, y) = picture.at(0, y) = 0;
-        writeFile(path_, picture.bmp(24, true));
+        Day::SetUp();
+        libusb = {};
+        g_timeout = 10;
     }
-    void TearDown() override { EXPECT_EQ(protocol, nullptr); }
-
-    /// A short job. Each call's result must be one that the header lists for it.
-    std::vector<int> printPage() {
-        char stripe[64];
-        const struct {
-            const char* name;
-            std::function<int()> call;
-            std::set<int> documented;
-        } calls[] = {
-            {"init", [] { return YARDO_PR2_InitPrinter(2, 3); }, {0, -30}},
-            {"insert", YARDO_PR2_InsertPaper, {0, -3}},
-            {"format", [] { return YARDO_PR2_SetFormat(12, 1, 1, 1); }, {0, -3}},
-            {"text", [] { return YARDO_PR2_PrintData(0, 10, 10, "存款 100.00", -1); }, {0, -3}},
-            {"picture", [&] { return YARDO_PrintBmpOLI(path_.c_str(), false, 20, 20); }, {0, -3}},
-            {"paper", YARDO_PR2_GetPaperStatus, {1, 2, 3, 4, -3, -20}},
-            {"stripe write", [] { return YARDO_PR2_MSW(0, "12=34", 5); }, {0, -3}},
-            {"stripe read", [&] { return YARDO_PR2_MSR(0, stripe, sizeof stripe); }, {0, -3, -4}},
-            {"removal", [] { return YARDO_PR2_SPB(4); }, {0, -3, -20}},
-        };
-        std::vector<int> results;
-        for (const auto& each : calls) {
-            results.push_back(each.call());
-            EXPECT_TRUE(each.documented.contains(results.back())) << each.name << ": " << results.back();
-        }
-        return results;
-    }
-    const std::vector<int> good = {0, 0, 0, 0, 0, 4, 0, 0, 0};
-
-    /// The same over the port "USB", opened and closed. `timeoutMs` is short where a transfer shall hang.
-    std::vector<int> printPageOverUsb(int timeoutMs = 5000) {
-        if (YARDO_PR2_OpenPort("USB") != 0) return {};
-        dynamic_cast<HidUsb&>(*protocol).timeoutMs = timeoutMs;
-        std::vector<int> results = printPage();
-        EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
-        return results;
-    }
-
-    /// An answer that never came is remembered beyond the port, and costs the next query a whole time-out.
-    static void forgetLostAnswers() {
-        auto* port = new ScriptedPort;
-        port->replies = {"", bytes("00 00 00 43 00 00")};
-        installPort(port);
-        ASSERT_EQ(YARDO_PR2_OpenPort("scripted"), 0);
-        EXPECT_EQ(YARDO_PR2_GetPaperStatus(), 4);
-        EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
-    }
-
-    TemporaryDirectory directory_;
-    std::string path_ = directory_.file("a.bmp");
 };
 
-/// What a job does to a printer on a serial line.
-std::vector<std::string> eventsOverSerial(const sim::Scenario& scenario, const std::function<void(const char*)>& job) {
-    LoggingPrinter logging(scenario);
-    std::string error;
-    const auto line = sim::PtyPort::open(logging.printer, error);
-    EXPECT_NE(line, nullptr) << error;
-    std::atomic<bool> stop = false;
-    std::thread thread([&] {
-        while (!stop && line->serve(20)) {
-        }
-    });
-    job(line->name().c_str());
-    stop = true;
-    thread.join();
-    EXPECT_TRUE(line->serve(20));  // what was on its way
-    return logging.events;
+/// A printer on the bus that remembers what happened to it. When it goes, the driver must hold nothing any more.
+class UsbPrinter {
+ public:
+    explicit UsbPrinter(const sim::UsbDevice& device = {}, const sim::Scenario& scenario = {})
+        : printer_(scenario, [this](const nlohmann::json& event) { events_.push_back(event.dump()); }) {
+        std::string error;
+        port_ = sim::UsbPort::open(printer_, device, error);
+        EXPECT_NE(port_, nullptr) << error;
+    }
+    ~UsbPrinter() { expectNothingHeld(); }
+    sim::UsbPort* operator->() { return port_.get(); }
+
+    std::vector<std::string> takeEvents() {
+        std::vector<std::string> taken;
+        port_->with([&] { taken.swap(events_); });
+        return taken;
+    }
+    /// The bus hears of a closed device a little later.
+    void expectNothingHeld() {
+        const auto held = [this] {
+            const sim::UsbUse use = port_->use();
+            return std::tuple(use.openDevices, use.pendingTransfers, use.claimed, libusb.contexts);
+        };
+        const std::tuple nothing(0, 0, false, 0);
+        for (int i = 0; i < 1000 && held() != nothing; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        EXPECT_EQ(held(), nothing);
+    }
+
+ private:
+    std::vector<std::string> events_;
+    sim::Printer printer_;
+    std::unique_ptr<sim::UsbPort> port_;
+};
+
+/// Opens the port "USB" with a short time-out, for transfers that shall hang.
+void openUsb() {
+    if (PRSinit("USB") == 0) dynamic_cast<HidUsb&>(*protocol).timeoutMs = 5;
 }
 
-TEST_F(Usb, APageIsThatOfASerialLine) {
-    const auto oli = [this](const char* port) {
-        EXPECT_EQ(YARDO_PR2_OpenPort(port), 0);
-        EXPECT_EQ(printPage(), good);
-        EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
-    };
-    const auto oki = [this](const char* port) {  // each call opens and closes; a time-out of 0 is none
-        EXPECT_EQ(PT_PrintTxtStream(port, 0, 3, 100, 50, "对账单\nStatement\n", -1), 0);
-        EXPECT_EQ(PT_PrintImageFile(port, 0, 0, 100, 50, 0, path_.c_str()), 0);
-        EXPECT_EQ(PT_Eject(port, 0), 0);
-        g_timeout = 10;
-    };
-    const std::pair<sim::Family, std::function<void(const char*)>> rows[] = {{sim::Family::kOli, oli}, {sim::Family::kOki, oki}};
-    for (const auto& [family, job] : rows) {
-        const sim::Scenario scenario{.family = family};
-        const auto overSerial = eventsOverSerial(scenario, job);
-        UsbPrinter printer({}, scenario);
-        job("USB");
-        printer.expectNothingHeld();
+/// Whether the printer can be used.
+bool printsALine() {
+    const int results[] = {YARDO_PR2_OpenPort("USB"), YARDO_PR2_LR(), YARDO_PR2_ClosePort()};
+    return std::count(std::begin(results), std::end(results), 0) == 3;
+}
+
+TEST_F(Usb, ADayIsThatOnASerialLine) {
+    for (const auto family : {sim::Family::kOli, sim::Family::kOki}) {
+        std::vector<std::string> overSerial;
+        {
+            std::string error;
+            const sim::RunningPrinter printer(
+                scenario(family), [&](const nlohmann::json& event) { overSerial.push_back(event.dump()); }, {}, error);
+            EXPECT_TRUE(spend(steps(family, printer.name()), [&] { EXPECT_EQ(PRSinit(printer.name().c_str()), 0) << error; }));
+        }
+        UsbPrinter printer({}, scenario(family));
+        EXPECT_TRUE(spend(steps(family, "USB"), [] { EXPECT_EQ(PRSinit("USB"), 0); }));
         EXPECT_EQ(printer.takeEvents(), overSerial);
         EXPECT_GT(overSerial.size(), 8U);
     }
 }
 
-TEST_F(Usb, ABusyInterfaceIsWaitedFor) {
+TEST_F(Usb, TheListIsTriedInOrderAndTheRuleForUdevHasIt) {
+    const std::string rules = readFile(PASSBOOK_SOURCE_DIR "/packaging/70-passbook-printers.rules");
+    const std::regex line(R"re(\nATTR\{idVendor\}=="(\w+)", ATTR\{idProduct\}=="(\w+)", GROUP="lp", MODE="0660")re");
+    std::vector<std::string> ids;
+    for (std::sregex_iterator at(rules.begin(), rules.end(), line), end; at != end; ++at)
+        ids.push_back(at->str(1) + ":" + at->str(2) + " ");
+    ASSERT_EQ(ids.size(), 5U);
+    const struct {
+        sim::UsbDevice device;
+        std::ptrdiff_t tried;
+        bool known = true;
+    } rows[] = {
+        {{0x2086, 0x0011}, 1},
+        {{0x2086, 0x0003}, 2},
+        {{0x0B3C, 0x0001}, 3},
+        {{0x067B, 0x2305}, 4},
+        {{0x0FE6, 0x811E}, 5},
+        {{0x0B3C, 0x0002}, 5, false},
+        // It talks on the last endpoints, of whatever setting and type.
+        {{.settings = {{0, 0, {{0x83}, {0x04}}}, {0, 1, {{0x82, 3}, {0x01}}}, {1, 0, {{0x81, 3}, {0x05}}}}}, 3},
+    };
+    for (const auto& row : rows) {
+        libusb = {};
+        UsbPrinter printer(row.device);
+        EXPECT_EQ(printsALine(), row.known) << row.device.productId;
+        EXPECT_EQ(libusb.asked, std::accumulate(ids.begin(), ids.begin() + row.tried, std::string("init ")) + "exit ");
+    }
+    EXPECT_EQ(PRSinit("usb"), -1);  // a serial line of that name
+    EXPECT_EQ(OpenUSBDevice(nullptr), -1);
+}
+
+TEST_F(Usb, AnInterfaceIsClaimedSixTimesAtMost) {
+    constexpr int busy = LIBUSB_ERROR_BUSY;
     const struct {
         const char* name;
         sim::UsbDevice device;
-        int result, seconds, claims;
+        int result, seconds;
+        std::deque<int> claims = {};
+        int descriptor = 0;
     } rows[] = {
-        {"free", {}, 0, 0, 1},
-        {"held by the system's driver", {.kernelDriver = true}, 0, 1, 2},
-        {"held for 3 seconds", {.busyClaims = 3}, 0, 3, 4},
-        {"held for 7 seconds", {.busyClaims = 7}, -1, 6, 6},
-        {"not to be claimed", {.claimError = EIO}, -1, 0, 1},
+        {"free", {}, 0, 0},
+        {"held by the system's driver", {.kernelDriver = true}, 0, 1},
+        {"held for 3 seconds", {.busyClaims = 3}, 0, 3},
+        {"held for 5 seconds", {.busyClaims = 5}, 0, 5},
+        {"held for 7 seconds", {.busyClaims = 7}, busy, 6},
+        {"not to be claimed", {.claimError = EIO}, LIBUSB_ERROR_OTHER, 0},
+        {"gone", {}, LIBUSB_ERROR_NO_DEVICE, 0, {LIBUSB_ERROR_NO_DEVICE}},
+        {"busy, then gone", {}, LIBUSB_ERROR_NO_DEVICE, 1, {busy, LIBUSB_ERROR_NO_DEVICE}},
+        {"no descriptor", {}, LIBUSB_ERROR_IO, 1, {busy}, LIBUSB_ERROR_IO},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        virtualClock = {};
         UsbPrinter printer(row.device);
-        EXPECT_EQ(YARDO_PR2_OpenPort("USB"), row.result);
-        EXPECT_EQ(virtualClock.sleptSeconds, row.seconds);
-        EXPECT_EQ(printer->use().claims, row.claims);
-        EXPECT_FALSE(printer->use().kernelDriver);
-        EXPECT_EQ(YARDO_PR2_ClosePort(), row.result == 0 ? 0 : -6);
+        virtualClock = {};
+        libusb.claims = row.claims;
+        libusb.descriptor = row.descriptor;
+        {
+            HidUsb device;
+            EXPECT_EQ(device.OpenDevice(), row.result);
+            EXPECT_EQ(virtualClock.sleptSeconds, row.seconds);
+            EXPECT_FALSE(printer->use().kernelDriver);
+            EXPECT_EQ(device.CloseDevice(), row.result == 0 ? 0 : -1);
+        }
         printer.expectNothingHeld();
-        const std::vector<int> nothing;
-        EXPECT_EQ(printPageOverUsb(), row.device.claimError == 0 ? good : nothing);
-    }
-}
-
-TEST_F(Usb, AnyKnownPrinterIsFoundAndNoOther) {
-    constexpr struct {
-        std::uint16_t vendor, product;
-        int result;
-    } rows[] = {{0x2086, 0x0011, 0}, {0x2086, 0x0003, 0}, {0x0B3C, 0x0001, 0},
-                {0x067B, 0x2305, 0}, {0x0FE6, 0x811E, 0}, {0x0B3C, 0x0002, -1}};
-    for (const auto& row : rows) {
-        UsbPrinter printer({.vendorId = row.vendor, .productId = row.product});
-        EXPECT_EQ(PRSinit("USB"), row.result) << row.vendor << ":" << row.product;
-        EXPECT_EQ(PRSexit(), 0);
+        libusb.descriptor = 0;
+        EXPECT_EQ(printsALine(), row.device.claimError == 0);
     }
 }
 
 TEST_F(Usb, AnyTransferMayFail) {
+    const auto day = steps(sim::Family::kOli, "USB");
     int transfers = 0;
     {
-        UsbPrinter printer;
-        ASSERT_EQ(printPageOverUsb(), good);
+        UsbPrinter printer({}, scenario(sim::Family::kOli));
+        ASSERT_TRUE(spend(day, [] { EXPECT_EQ(PRSinit("USB"), 0); }));
         transfers = printer->use().transfers;
     }
     using sim::UsbFault;
     const UsbFault faults[] = {UsbFault::kStall, UsbFault::kShort, UsbFault::kHang, UsbFault::kUnplug};
     for (int i = 0; i < 4; ++i) {
-        const UsbFault fault = faults[i];
-        for (int at = 1 + i; at <= transfers; at += 4) {  // between them they meet every transfer
-            SCOPED_TRACE("fault " + std::to_string(static_cast<int>(fault)) + " at transfer " + std::to_string(at));
-            UsbPrinter printer;
-            printer->setFault(fault, at);
-            (void)printPageOverUsb(10);
+        for (int at = 1 + i; at <= transfers && !HasFailure(); at += 4) {  // between them they meet every transfer
+            SCOPED_TRACE("fault " + std::to_string(i) + " at transfer " + std::to_string(at));
+            UsbPrinter printer({}, scenario(sim::Family::kOli));
+            printer->setFault(faults[i], at);
+            (void)spend(day, openUsb);
             printer.expectNothingHeld();
-            forgetLostAnswers();
-            if (fault == UsbFault::kUnplug) {
-                EXPECT_EQ(YARDO_PR2_OpenPort("USB"), -1);
-                printer->plug();
-            }
-            ASSERT_EQ(YARDO_PR2_OpenPort("USB"), 0);
-            EXPECT_EQ(YARDO_PR2_LR(), 0);
-            EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
-            if (HasFailure()) return;
+            EXPECT_EQ(printsALine(), faults[i] != UsbFault::kUnplug);
+            printer->plug();
+            EXPECT_TRUE(printsALine());
+            (void)run([] { return 0; });  // an answer that never came is remembered beyond the port
         }
     }
 }
 
-TEST_F(Usb, WhatAFailedTransferLeaves) {
-    using sim::UsbFault;
-    const struct {
-        UsbFault fault;
-        int writeResult;
-        int readCount;  // of the answer's 3 bytes
-    } rows[] = {
-        {UsbFault::kNone, 2, 3}, {UsbFault::kStall, 0, 0}, {UsbFault::kShort, 0, 0}, {UsbFault::kHang, 0, 0}, {UsbFault::kUnplug, 0, 0}};
-    const auto* request = reinterpret_cast<const unsigned char*>("\x1Bj");
-    for (const auto& row : rows) {
-        SCOPED_TRACE(static_cast<int>(row.fault));
-        UsbPrinter printer;
-        ASSERT_EQ(PRSinit("USB"), 0);
-        dynamic_cast<HidUsb&>(*protocol).timeoutMs = 50;
-        printer->setFault(row.fault, 2);
-        ASSERT_EQ(SendData(request, 2), 2);
-        std::string buffer(8, '.');
-        EXPECT_EQ(GetData(reinterpret_cast<unsigned char*>(buffer.data()), 8), row.readCount);
-        EXPECT_EQ(buffer, row.readCount > 0 ? bytes("1B 72 50") + "....." : "........");
-        printer->setFault(row.fault, 1);
-        EXPECT_EQ(SendData(request, 2), row.writeResult);
-        EXPECT_EQ(PRSexit(), 0);
-        printer.expectNothingHeld();
-    }
-}
-
 TEST_F(Usb, TheCableComesOutAndGoesInAgain) {
-    const auto descriptors = [] {
-        const std::filesystem::directory_iterator open("/proc/self/fd"), end;
-        return std::distance(open, end);
-    };
     UsbPrinter printer;
-    ASSERT_EQ(printPageOverUsb(), good);
-    printer.expectNothingHeld();
-    const auto before = descriptors();
     ASSERT_EQ(YARDO_PR2_OpenPort("USB"), 0);
     EXPECT_EQ(YARDO_PR2_LR(), 0);
     printer->unplug();
     EXPECT_EQ(YARDO_PR2_LR(), -3);
     EXPECT_EQ(YARDO_PR2_GetPrinterStatus(), -3);
     EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
-    EXPECT_EQ(YARDO_PR2_OpenPort("USB"), -1);
+    EXPECT_FALSE(printsALine());
     printer.expectNothingHeld();
-    EXPECT_EQ(descriptors(), before);
     printer->plug();
-    EXPECT_EQ(printPageOverUsb(), good);
+    EXPECT_TRUE(printsALine());
+}
+
+TEST_F(Usb, WhatATransferCameTo) {
+    const std::string untouched(16, '.');
+    const struct {
+        const char* name;
+        std::optional<Transfer> transfer;
+        sim::UsbFault fault;  // of the printer, when libusb may answer itself
+        int sent;             // what SendData makes of it, of 2 bytes
+        std::string after;    // the buffer after GetData
+        int read;             // what GetData makes of it
+    } rows[] = {
+        {"all", Transfer{0, 10}, {}, 2, "0123456789......", 10},
+        {"short", Transfer{0, 1}, {}, 0, "0...............", 1},
+        {"nothing", Transfer{}, {}, 0, untouched, 0},
+        {"timed out in the middle", Transfer{LIBUSB_ERROR_TIMEOUT, 8}, {}, 0, untouched, 0},
+        {"timed out at the end", Transfer{LIBUSB_ERROR_TIMEOUT, 10}, {}, 0, untouched, 0},
+        {"a real answer", {}, sim::UsbFault::kNone, 2, "\x1BrP.............", 3},
+        {"a real short one", {}, sim::UsbFault::kShort, 0, untouched, 0},
+        {"a stall", {}, sim::UsbFault::kStall, 0, untouched, 0},
+        {"a hang", {}, sim::UsbFault::kHang, 0, untouched, 0},
+        {"the cable out", {}, sim::UsbFault::kUnplug, 0, untouched, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        UsbPrinter printer;
+        openUsb();
+        ASSERT_EQ(SendData(octets("\x1Bj"), 2), 2);
+        libusb.transfer = row.transfer;
+        printer->setFault(row.fault, 1);
+        std::string buffer = untouched;
+        EXPECT_EQ(GetData(reinterpret_cast<unsigned char*>(buffer.data()), 16), row.read);
+        EXPECT_EQ(buffer, row.after);
+        printer->setFault(row.fault, 1);
+        EXPECT_EQ(SendData(octets("\x1Bj"), 2), row.sent);
+        libusb.transfer.reset();
+        unsigned char byte = 7;
+        EXPECT_EQ(SendData(&byte, -1) + GetData(&byte, -1), 0);
+        failAllocation(1, 16384);
+        EXPECT_EQ(GetData(&byte, 16384), 0);
+        EXPECT_EQ(byte, 7);
+        EXPECT_EQ(PRSexit(), 0);
+    }
+}
+
+TEST_F(Usb, WithoutADeviceNothingIsTransferred) {
+    libusb.init = LIBUSB_ERROR_OTHER;
+    unsigned char byte = 7;
+    {
+        HidUsb printer;
+        EXPECT_EQ(printer.OpenDevice(), -2);  // there is no context to look for one in
+        EXPECT_EQ(printer.ReadPipe(&byte), -32);
+        EXPECT_EQ(printer.WritePipe(&byte), -32);
+    }
+    EXPECT_EQ(libusb.asked, "init ");
+    installPort(new HidUsb);
+    EXPECT_EQ(PRSexit(), 1);
+    EXPECT_TRUE(usbFlag);
+    delete protocol;
+    protocol = nullptr;
+    usbFlag = false;
+}
+
+TEST_F(Usb, TheTimeOutIsThatOfTheMomentOfOpening) {
+    constexpr std::pair<int, unsigned> rows[] = {
+        {0, 0}, {10, 10'000}, {2'147'483, 2'147'483'000}, {2'147'484, 2'147'483'647}, {std::numeric_limits<int>::max(), 2'147'483'647}};
+    for (const auto& [seconds, timeoutMs] : rows) {
+        UsbPrinter printer;
+        g_timeout = seconds;
+        ASSERT_EQ(PRSinit("USB"), 0);
+        g_timeout = 77;
+        EXPECT_EQ(SendData(octets("\n"), 1), 1);
+        EXPECT_EQ(libusb.timeoutMs, timeoutMs);
+        EXPECT_EQ(PRSexit(), 0);
+    }
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include "api/passbook.h"
 #include "image/convert.h"
 #include "sim/printer.h"
+#include "tests/day.h"
 #include "tests/line.h"
 #include "tests/support.h"
 
@@ -248,92 +249,26 @@ class LinePort : public Protocol {
     FailingLine& line_;
 };
 
-struct Step {
-    const char* name;
-    std::function<int()> call;
-    std::set<int> documented;  // the header's results; the first one is that of a good line
-};
-
-char buffer0[64], buffer1[64];
-unsigned char identifier[13];
-
-std::vector<Step> oliDay() {
-    return {
-        {"init", [] { return YARDO_PR2_InitPrinter(2, 3); }, {0, -30}},
-        {"insert", YARDO_PR2_InsertPaper, {0, -3}},
-        {"paper", YARDO_PR2_GetPaperStatus, {4, 1, 2, 3, -3, -20}},
-        {"format", [] { return YARDO_PR2_SetFormat(12, 1, 1, 1); }, {0, -3}},
-        {"space", [] { return YARDO_PR2_SetLineSpace(0, 4.2); }, {0, -3}},
-        {"text", [] { return YARDO_PR2_PrintData(0, 10, 10, "存款 100.00", -1); }, {0, -3}},
-        {"line", YARDO_PR2_LR, {0, -3}},
-        {"picture", [] { return YARDO_PrintBmpOLI("a.bmp", false, 20, 20); }, {0, -3}},
-        {"printer", YARDO_PR2_GetPrinterStatus, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, -3, -22}},
-        {"stripe write", [] { return YARDO_PR2_MSW(0, "12=34", 5); }, {0, -3}},
-        {"stripes", [] { return YARDO_PR2_MSRALL(buffer0, 64, buffer1, 64); }, {0, -3, -4}},
-        {"identifier", [] { return YARDO_PR2_GetFWID(identifier); }, {0, -4}},
-        {"scan", [] { return YARDO_ScantoFileOLI("f.bmp", "b.bmp", 2, 0, 0, false, 2, 200, 1); }, {0, 2, -40, -31}},
-        {"removal", [] { return YARDO_PR2_SPB(4); }, {0, -3, -20}},
-    };
-}
-
-std::vector<Step> okiDay() {
-    return {
-        {"text", [] { return PT_PrintTxtStream("line", 0, 1, 10, 10, "存款\n100.00", -1); }, {0, -3}},
-        {"picture", [] { return PT_PrintImageFileRevolve("line", 0, 1, 20, 20, 0, "a.bmp", 1); }, {0, -3}},
-        {"scan", [] { return YARDO_ScantoFileOKI("f.bmp", "b.jpg", 2, 0, 0, 0, false, 2, 200, 1); }, {0, -3, -20, -21, -4, -40, -31}},
-        {"eject", [] { return PT_Eject("line", 0); }, {0, -3}},
-    };
-}
-
-/// Does the day on a line; returns the results, and the transfers that it took.
-std::pair<std::vector<int>, int> spend(const std::vector<Step>& day, sim::Family family, FailingLine::Fault fault, int at) {
-    sim::Scenario scenario;
-    scenario.family = family;
-    const auto row = [](int, std::span<std::uint8_t> pixels) { std::fill(pixels.begin(), pixels.end(), std::uint8_t{0x30}); };
-    scenario.scan.sides = {sim::Document{40, 16, row}, sim::Document{40, 16, row}};
-    scenario.scan.block = 300;
-    virtualClock = {};
-    FailingLine line{sim::Printer(scenario), fault, at};
-    installPort(new LinePort(line));
-    EXPECT_EQ(YARDO_PR2_OpenPort("line"), 0);
-    std::vector<int> results;
-    testing::internal::CaptureStdout();  // scans tell their progress
-    for (const Step& step : day) {
-        if (protocol == nullptr) installPort(new LinePort(line));
-        results.push_back(step.call());
-        EXPECT_TRUE(step.documented.contains(results.back())) << step.name << " gave " << results.back();
-    }
-    (void)testing::internal::GetCapturedStdout();
-    EXPECT_LT(virtualClock.microseconds - VirtualClock{}.microseconds, 250'000'000);
-    EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
-    // Of a scan that failed, a private temporary file may be there; nothing else is left.
-    for (const auto& entry : std::filesystem::directory_iterator(".")) {
-        if (entry.path().filename().string().starts_with(".tmp_")) {
-            EXPECT_EQ(entry.status().permissions(), std::filesystem::perms(0600));
-            std::filesystem::remove(entry);
-        }
-    }
-    return {results, line.transfers};
-}
-
-TEST(Torture, AnyTransferMayFailInAnyWay) {
-    const TemporaryDirectory directory;
-    std::filesystem::current_path(directory.file(""));
-    Random random(7);
-    writeFile("a.bmp", randomPicture(random, 141).bmp(24, true));
-    const std::vector<int> goodOli = {0, 0, 4, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0}, goodOki = {0, 0, 0, 0};
-    for (const auto& [day, family, good] : {std::tuple{oliDay(), sim::Family::kOli, goodOli}, {okiDay(), sim::Family::kOki, goodOki}}) {
-        const auto [results, transfers] = spend(day, family, FailingLine::none, 0);
-        ASSERT_EQ(results, good);
+TEST_F(Day, AnyTransferMayFailInAnyWay) {
+    for (const auto family : {sim::Family::kOli, sim::Family::kOki}) {
+        const auto steps = Day::steps(family, "line");
+        int transfers = 0;
+        const auto spend = [&](FailingLine::Fault fault, int at) {
+            FailingLine line{sim::Printer(scenario(family)), fault, at};
+            const bool good = Day::spend(steps, [&line] { installPort(new LinePort(line)); });
+            transfers = line.transfers;
+            return good;
+        };
+        ASSERT_TRUE(spend(FailingLine::none, 0));
+        const int all = transfers;
         for (const auto fault : {FailingLine::error, FailingLine::shortened, FailingLine::silence, FailingLine::garbage}) {
-            for (int at = 1; at <= transfers && !::testing::Test::HasFailure(); ++at) {
+            for (int at = 1; at <= all && !HasFailure(); ++at) {
                 SCOPED_TRACE("fault " + std::to_string(fault) + " at transfer " + std::to_string(at));
-                (void)spend(day, family, fault, at);
-                EXPECT_EQ(spend(day, family, FailingLine::none, 0).first, good);
+                (void)spend(fault, at);
+                EXPECT_TRUE(spend(FailingLine::none, 0));
             }
         }
     }
-    std::filesystem::current_path("/");
 }
 
 }  // namespace
