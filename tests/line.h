@@ -4,14 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <condition_variable>
 #include <mutex>
 #include <set>
 #include <string>
-#include <thread>
 #include <utility>
-#include <vector>
 
 #include "sim/running.h"
+#include "tests/support.h"
 
 namespace passbook::tests {
 
@@ -19,7 +19,7 @@ namespace passbook::tests {
 /// was expected.
 class PrinterOnALine {
  public:
-    explicit PrinterOnALine(sim::Scenario scenario = {})
+    explicit PrinterOnALine(sim::Scenario scenario)
         : printer_(
               std::move(scenario), [this](const nlohmann::json& event) { note(event); }, [this](const sim::Page& page) { compare(page); },
               error_) {
@@ -27,19 +27,17 @@ class PrinterOnALine {
     }
     [[nodiscard]] const std::string& name() const { return printer_.name(); }
 
-    void expect(std::vector<std::string> rows, int xDots, int yDots) {
+    void expect(Picture dots, int xDots, int yDots) {
         const std::lock_guard lock(mutex_);
-        rows_ = std::move(rows);
+        dots_ = std::move(dots);
         xDots_ = xDots;
         yDots_ = yDots;
         differences_ = -1;
     }
-    /// The OKI functions ask nothing at the end that would tell that the page is out.
-    void waitForPage() {
-        for (int i = 0; i < 2000 && differences() < 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    /// Between the next page and what was expected; the OKI functions ask nothing that would tell when it is out.
     int differences() {
-        const std::lock_guard lock(mutex_);
+        std::unique_lock lock(mutex_);
+        (void)compared_.wait_for(lock, std::chrono::seconds(10), [this] { return differences_ >= 0; });
         return differences_;
     }
     std::set<std::string> surprises() {
@@ -58,19 +56,18 @@ class PrinterOnALine {
         const std::lock_guard lock(mutex_);
         differences_ = 0;
         constexpr int around = 30;  // dots beside the picture that have to stay blank
-        const int height = static_cast<int>(rows_.size());
-        const int width = height > 0 ? 500 : 0;
-        for (int y = -around; y < height + around; ++y) {
-            for (int x = -around; x < width + around; ++x) {
-                const bool inside = y >= 0 && y < height && x >= 0 && x < static_cast<int>(rows_[static_cast<std::size_t>(y)].size());
-                const bool want = inside && rows_[static_cast<std::size_t>(y)][static_cast<std::size_t>(x)] == '#';
-                if (page.dot(xDots_ + x, yDots_ + y) != want) ++differences_;
+        for (int y = -around; y < dots_.height + around; ++y) {
+            for (int x = -around; x < dots_.width + around; ++x) {
+                const bool inside = y >= 0 && y < dots_.height && x >= 0 && x < dots_.width;
+                if (page.dot(xDots_ + x, yDots_ + y) != (inside && dots_.at(x, y) == 0)) ++differences_;
             }
         }
+        compared_.notify_all();
     }
 
     std::mutex mutex_;
-    std::vector<std::string> rows_;
+    std::condition_variable compared_;
+    Picture dots_{0, 0};
     int xDots_ = 0, yDots_ = 0;
     int differences_ = -1;
     std::set<std::string> surprises_;

@@ -181,7 +181,7 @@ TEST_F(Usb, TheListIsTriedInOrderAndTheRuleForUdevHasIt) {
         {{0x0FE6, 0x811E}, 5},
         {{0x0B3C, 0x0002}, 5, false},
         // It talks on the last endpoints, of whatever setting and type.
-        {{.settings = {{0, 0, {{0x83}, {0x04}}}, {0, 1, {{0x82, 3}, {0x01}}}, {1, 0, {{0x81, 3}, {0x05}}}}}, 3},
+        {{.settings = {{0, 0, {{0x83}, {0x04}}}, {1, 0, {{0x82, 3}, {0x01}}}, {1, 1, {{0x81, 3}, {0x05}}}}}, 3},
     };
     for (const auto& row : rows) {
         libusb = {};

@@ -54,11 +54,10 @@ Picture randomPicture(Random& random, int xDots) {
     return picture;
 }
 
-/// The dots that a correct print of the picture shows: those below 200, but for rows that have ink only in
-/// their last partial byte and lie in no strip, and the upper dot of a group that would be an escape
-/// character.
-std::vector<std::string> expectedDots(Picture picture, bool escapes = true) {
-    std::vector<std::string> rows(static_cast<std::size_t>(picture.height));
+/// The dots that a correct print of the picture shows: those below 200, but for rows that have ink only in their last
+/// partial byte and lie in no strip, and, on OLI, the upper dot of a group that would be an escape character.
+Picture expectedDots(Picture picture, sim::Family family) {
+    Picture dots(picture.width, picture.height);
     const auto inked = [&](int x, int y) { return y < picture.height && picture.at(x, y) < 200; };
     int blank = 0;
     for (int y = 0; y < picture.height;) {
@@ -71,117 +70,94 @@ std::vector<std::string> expectedDots(Picture picture, bool escapes = true) {
         }
         y -= blank % 3;
         blank = 0;
-        for (int row = y; row < std::min(y + 24, picture.height); ++row) {
-            std::string& line = rows[static_cast<std::size_t>(row)];
-            line.assign(static_cast<std::size_t>(picture.width), '.');
-            for (int x = 0; x < picture.width; ++x) {
-                const int group = row - (row - y) % 8;
-                const bool escape = escapes && row == group && inked(x, group + 1) && !inked(x, group + 2) && inked(x, group + 3) &&
-                                    inked(x, group + 4) && !inked(x, group + 5) && !inked(x, group + 6) && !inked(x, group + 7);
-                if (inked(x, row) && !escape) line[static_cast<std::size_t>(x)] = '#';
-            }
+        for (int i = 0; i < picture.width * 24; ++i) {
+            const int x = i / 24, row = y + i % 24, group = row - i % 8;
+            int byte = 0;
+            for (int bit = 0; bit < 8; ++bit) byte |= inked(x, group + bit) ? 1 << bit : 0;
+            const bool escape = family == sim::Family::kOli && byte == 0x1B && row == group;
+            if (inked(x, row) && !escape) dots.at(x, row) = 0;
         }
         y += 24;
     }
-    return rows;
+    return dots;
 }
 
-TEST(OnTheLine, TwoHundredPicturesComeOutAsTheyAre) {
-    PrinterOnALine printer;
-    const TemporaryDirectory directory;
-    const std::string path = directory.file("picture.bmp");
-    ASSERT_EQ(YARDO_PR2_OpenPort(printer.name().c_str()), 0);
-    ASSERT_EQ(YARDO_PR2_InitPrinter(2, 5), 0);
-    for (unsigned seed = 0; seed < 200; ++seed) {
-        Random random(seed);
-        int x = pick(random, 0, 60);
-        while (toDots(x) % 3 == 1) ++x;
-        const int y = pick(random, 0, 120);
-        Picture picture = randomPicture(random, toDots(x));
-        const int depths[] = {1, 4, 8, 24, 32};
-        const int depth = depths[pick(random, 0, 4)];
-        if (depth < 8) {
-            for (std::uint8_t& grey : picture.grey) grey = grey < 200 ? 0 : 255;
+/// Writes the picture into a file of the kind that the name tells; returns what is left of it in there.
+Picture written(Picture picture, const std::string& name) {
+    if (name == "a.png") {
+        png_image image{};
+        image.version = PNG_IMAGE_VERSION;
+        image.width = static_cast<png_uint_32>(picture.width);
+        image.height = static_cast<png_uint_32>(picture.height);
+        image.format = PNG_FORMAT_GRAY;
+        EXPECT_NE(png_image_write_to_file(&image, name.c_str(), 0, picture.grey.data(), 0, nullptr), 0);
+    } else if (name == "a.jpg") {
+        writeFile("8.bmp", picture.bmp(8, true));
+        EXPECT_EQ(convertBMPtoJPG("8.bmp", name.c_str(), 80), 0);
+        EXPECT_EQ(convertJPGtoBMP(name.c_str(), "decoded.bmp"), 0);
+        const std::string rows = LoadedBmp("decoded.bmp").rows;
+        for (std::size_t i = 0; i < picture.grey.size(); ++i) {
+            const auto width = static_cast<std::size_t>(picture.width);
+            picture.grey[i] = static_cast<std::uint8_t>(rows[i / width * ((width + 3) / 4 * 4) + i % width]);
         }
-        writeFile(path, picture.bmp(depth, pick(random, 0, 1) == 0));
-        printer.expect(expectedDots(picture), toDots(x), toDots(y) / 3 * 3);
-        ASSERT_EQ(YARDO_PR2_InsertPaper(), 0);
-        ASSERT_EQ(YARDO_PrintBmpOLI(path.c_str(), true, x, y), 0);
-        ASSERT_EQ(printer.differences(), 0) << "seed " << seed << ", " << picture.width << " x " << picture.height << " at " << x << ", "
-                                            << y << ", " << depth << " bits";
-    }
-    EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
-    EXPECT_EQ(printer.surprises(), std::set<std::string>{});
-}
-
-/// The picture as a JPEG file, and what is left of it in one.
-Picture throughJpeg(Picture picture, const std::string& path) {
-    writeFile("8.bmp", picture.bmp(8, true));
-    EXPECT_EQ(convertBMPtoJPG("8.bmp", path.c_str(), 80), 0);
-    EXPECT_EQ(convertJPGtoBMP(path.c_str(), "decoded.bmp"), 0);
-    const std::string rows = readFile("decoded.bmp").substr(54);
-    for (std::size_t i = 0; i < picture.grey.size(); ++i) {
-        const auto width = static_cast<std::size_t>(picture.width);
-        picture.grey[i] = static_cast<std::uint8_t>(rows[i / width * ((width + 3) / 4 * 4) + i % width]);
+    } else {
+        const int depth = std::atoi(name.c_str());
+        for (std::uint8_t& grey : picture.grey) grey = depth >= 8 ? grey : grey < 200 ? 0 : 255;
+        writeFile(name, picture.bmp(depth, picture.grey[0] % 2 == 0));
     }
     return picture;
 }
 
-void writePng(const Picture& picture, const std::string& path) {
-    png_image image{};
-    image.version = PNG_IMAGE_VERSION;
-    image.width = static_cast<png_uint_32>(picture.width);
-    image.height = static_cast<png_uint_32>(picture.height);
-    image.format = PNG_FORMAT_GRAY;
-    ASSERT_NE(png_image_write_to_file(&image, path.c_str(), 0, picture.grey.data(), 0, nullptr), 0);
-}
-
 /// A clockwise quarter turn.
-Picture turnedOnce(const Picture& picture) {
+Picture turnedOnce(Picture picture) {
     Picture turned(picture.height, picture.width);
     for (int y = 0; y < picture.height; ++y) {
-        for (int x = 0; x < picture.width; ++x)
-            turned.at(picture.height - 1 - y, x) = picture.grey[static_cast<std::size_t>(y * picture.width + x)];
+        for (int x = 0; x < picture.width; ++x) turned.at(picture.height - 1 - y, x) = picture.at(x, y);
     }
     return turned;
 }
 
-TEST(OnTheLine, TwoHundredPicturesOfAllKindsAndTurnsOnOki) {
-    sim::Scenario scenario;
-    scenario.family = sim::Family::kOki;
-    PrinterOnALine printer(scenario);
-    const TemporaryDirectory directory;
-    std::filesystem::current_path(directory.file(""));
+class OnTheLine : public Day, public testing::WithParamInterface<sim::Family> {};
+INSTANTIATE_TEST_SUITE_P(Families, OnTheLine, testing::Values(sim::Family::kOli, sim::Family::kOki));
+
+TEST_P(OnTheLine, TwoHundredPicturesComeOutAsTheyAre) {
+    const bool oli = GetParam() == sim::Family::kOli;
+    PrinterOnALine printer({.family = GetParam()});
+    const char* const port = printer.name().c_str();
+    const std::vector<std::string> kinds = {"24.bmp", "8.bmp", "a.jpg", "a.png", "1.bmp", "4.bmp", "32.bmp"};
+    if (oli) {
+        ASSERT_EQ(YARDO_PR2_OpenPort(port), 0);
+        ASSERT_EQ(YARDO_PR2_InitPrinter(2, 5), 0);
+    }
     for (unsigned seed = 0; seed < 200; ++seed) {
         Random random(seed);
-        const int x = pick(random, 0, 60), y = pick(random, 0, 100);
+        int x = pick(random, 0, 60);
+        while (toDots(x) % 3 == 1) ++x;
+        const int y = pick(random, 0, 100);
         const Picture original = randomPicture(random, toDots(x));
-        for (const char* kind : {"a.jpg", "a.png", "24.bmp", "8.bmp"}) {
-            Picture picture = original;
-            if (kind == std::string("a.jpg"))
-                picture = throughJpeg(original, kind);
-            else if (kind == std::string("a.png"))
-                writePng(original, kind);
-            else
-                writeFile(kind, picture.bmp(std::atoi(kind), seed % 2 == 0));
-            for (int turns = 0; turns < 4; ++turns, picture = turnedOnce(picture)) {
-                printer.expect(expectedDots(picture, false), toDots(x), toDots(y) / 3 * 3);
-                ASSERT_EQ(PT_PrintImageFileRevolve(printer.name().c_str(), 0, 1, 10 * x, 10 * y, 0, kind, turns), 0);
-                ASSERT_EQ(PT_Eject(printer.name().c_str(), 0), 0);
-                printer.waitForPage();
-                ASSERT_EQ(printer.differences(), 0) << "seed " << seed << ", " << kind << ", " << turns << " turns";
+        for (const std::string& kind : kinds) {
+            if (oli && !kind.ends_with(".bmp")) continue;
+            Picture picture = written(original, kind);
+            for (int turns = 0; turns < (oli ? 1 : 4); ++turns, picture = turnedOnce(picture)) {
+                SCOPED_TRACE("seed " + std::to_string(seed) + ", " + kind + ", " + std::to_string(turns) + " turns");
+                printer.expect(expectedDots(picture, GetParam()), toDots(x), toDots(y) / 3 * 3);
+                if (oli) {
+                    ASSERT_EQ(YARDO_PR2_InsertPaper(), 0);
+                    ASSERT_EQ(YARDO_PrintBmpOLI(kind.c_str(), true, x, y), 0);
+                } else {
+                    ASSERT_EQ(PT_PrintImageFileRevolve(port, 0, 1, 10 * x, 10 * y, 0, kind.c_str(), turns), 0);
+                    ASSERT_EQ(PT_Eject(port, 0), 0);
+                }
+                ASSERT_EQ(printer.differences(), 0);
             }
         }
     }
-    std::filesystem::current_path("/");
+    EXPECT_EQ(YARDO_PR2_ClosePort(), oli ? 0 : -6);
     EXPECT_EQ(printer.surprises(), std::set<std::string>{});
 }
 
-TEST(OnTheLine, AnswersInPiecesAreReadWhole) {
-    sim::Scenario scenario;
-    scenario.split = 3;
-    scenario.stripes[1] = "6222020200112233445=4912";
-    PrinterOnALine printer(scenario);
+TEST(Line, AnswersInPiecesAreReadWhole) {
+    PrinterOnALine printer({.stripes = {"", "6222020200112233445=4912"}, .split = 3});
     ASSERT_EQ(YARDO_PR2_OpenPort(printer.name().c_str()), 0);
     unsigned char identifier[14] = {};
     char buffer0[64] = "", buffer1[64] = "";
@@ -200,13 +176,22 @@ TEST(OnTheLine, AnswersInPiecesAreReadWhole) {
 
 /// The virtual printer without a line, of which the n-th transfer fails.
 struct FailingLine {
-    enum Fault { none, error, shortened, silence, garbage };
+    enum Fault { none, error, truncated, doubled, silence, garbage };
     sim::Printer printer;
     Fault fault = none;
     int at = 0, transfers = 0, reads = 0;
     std::vector<std::uint8_t> pending{};
 
-    Fault due() { return ++transfers == at ? fault : none; }
+    /// One transfer: what becomes of its bytes. True when it is an error.
+    bool transfer(std::vector<std::uint8_t>& data) {
+        const auto met = ++transfers == at ? fault : none;
+        if (met == truncated) data.resize(data.size() / 2);
+        const auto copy = data;
+        if (met == doubled) data.insert(data.end(), copy.begin(), copy.end());
+        if (met == silence) data.clear();
+        for (std::uint8_t& byte : data) byte ^= met == garbage ? 0x55 : 0;
+        return met == error;
+    }
 };
 
 /// The port of one call, for some close theirs.
@@ -217,28 +202,19 @@ class LinePort : public Protocol {
     int CloseDevice() override { return 0; }
     int WritePipe(const unsigned char* data) override {
         std::vector<std::uint8_t> sent(data, data + writeLength);
-        const auto fault = line_.due();
-        if (fault == FailingLine::error) return -1;
-        if (fault == FailingLine::silence) return 0;  // taken by the system, never seen by the printer
-        if (fault == FailingLine::shortened) sent.resize(sent.size() / 2);
-        for (std::uint8_t& byte : sent) byte ^= fault == FailingLine::garbage ? 0x55 : 0;
+        if (line_.transfer(sent)) return -1;
         line_.printer.receive(sent);
-        return sent.empty() ? -1 : 0;
+        return 0;  // what was lost was taken by the system
     }
     int ReadPipe(unsigned char* buffer) override {
         line_.printer.advance(std::chrono::milliseconds(++line_.reads));
         auto& pending = line_.pending;
         if (pending.empty() && line_.printer.answerPending()) pending = line_.printer.takeAnswer();
-        auto count = std::min(pending.size(), static_cast<std::size_t>(readLength));
-        const auto fault = line_.due();
-        if (fault == FailingLine::silence) pending.clear();
-        if (fault == FailingLine::error || fault == FailingLine::silence) count = 0;
-        if (fault == FailingLine::shortened) count = std::min<std::size_t>(count, 1);
-        for (std::uint8_t& byte : pending) byte ^= fault == FailingLine::garbage ? 0xFF : 0;
-        if (count == 0) {
+        if (line_.transfer(pending) || pending.empty()) {
             virtualClock.microseconds += 1'000'000;  // the line's own time-out
             return -1;
         }
+        const auto count = std::min(pending.size(), static_cast<std::size_t>(readLength));
         std::memcpy(buffer, pending.data(), count);
         pending.erase(pending.begin(), pending.begin() + static_cast<std::ptrdiff_t>(count));
         readLength = static_cast<int>(count);
@@ -261,10 +237,10 @@ TEST_F(Day, AnyTransferMayFailInAnyWay) {
         };
         ASSERT_TRUE(spend(FailingLine::none, 0));
         const int all = transfers;
-        for (const auto fault : {FailingLine::error, FailingLine::shortened, FailingLine::silence, FailingLine::garbage}) {
+        for (int fault = FailingLine::error; fault <= FailingLine::garbage; ++fault) {
             for (int at = 1; at <= all && !HasFailure(); ++at) {
                 SCOPED_TRACE("fault " + std::to_string(fault) + " at transfer " + std::to_string(at));
-                (void)spend(fault, at);
+                (void)spend(static_cast<FailingLine::Fault>(fault), at);
                 EXPECT_TRUE(spend(FailingLine::none, 0));
             }
         }
