@@ -1,5 +1,5 @@
-#include <cairo.h>
 #include <gtest/gtest.h>
+#include <png.h>
 
 #include <algorithm>
 #include <string>
@@ -67,31 +67,23 @@ TEST(Text, FillsItsCells) {
 TEST(Picture, ShowsThePage) {
     Bench bench({.pageWidthDots = 20, .pageHeightDots = 30});
     bench.send(columnAt(2, 4, "\x01\0\0"s) + columnAt(20, 4, "\x01\0\0"s));
-    std::vector<std::uint8_t> file = bench.printer.page()->png();
+    const std::vector<std::uint8_t> file = bench.printer.page()->png();
     const std::string text(file.begin(), file.end());
     EXPECT_EQ(text.substr(37, 13), "pHYs\0\0\033\xAF\0\0\033\xAF\x01"s);
 
-    const auto readOn = [](void* from, unsigned char* to, unsigned int length) {
-        auto& rest = *static_cast<std::vector<std::uint8_t>*>(from);
-        if (rest.size() < length) {
-            return CAIRO_STATUS_READ_ERROR;
-        }
-        std::copy_n(rest.begin(), length, to);
-        rest.erase(rest.begin(), rest.begin() + length);
-        return CAIRO_STATUS_SUCCESS;
-    };
-    cairo_surface_t* picture = cairo_image_surface_create_from_png_stream(readOn, &file);
-    ASSERT_EQ(cairo_surface_status(picture), CAIRO_STATUS_SUCCESS);
-    ASSERT_EQ(cairo_image_surface_get_width(picture), 200);
-    const auto grey = [picture](int x, int y) {
-        return cairo_image_surface_get_data(picture)[y * cairo_image_surface_get_stride(picture) + x * 4];
-    };
+    png_image picture{};
+    picture.version = PNG_IMAGE_VERSION;
+    ASSERT_NE(png_image_begin_read_from_memory(&picture, file.data(), file.size()), 0);
+    ASSERT_EQ(picture.width, 200U);
+    picture.format = PNG_FORMAT_GRAY;
+    std::vector<std::uint8_t> pixels(PNG_IMAGE_SIZE(picture));
+    ASSERT_NE(png_image_finish_read(&picture, nullptr, pixels.data(), 0, nullptr), 0);
+    const auto grey = [&](std::size_t x, std::size_t y) { return pixels[y * 200 + x]; };
     EXPECT_EQ(grey(3, 3), 0);
     EXPECT_EQ(grey(4, 3), 255);
     EXPECT_EQ(grey(3, 2), 255);
     EXPECT_EQ(grey(30, 3), 0);
     EXPECT_TRUE(grey(31, 3) > 200 && grey(31, 3) < 255) << "not paper, and no ink";
-    cairo_surface_destroy(picture);
 }
 
 }  // namespace
