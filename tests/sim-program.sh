@@ -1,0 +1,120 @@
+#!/usr/bin/env bash
+# passbook-sim as its users have it: on a pseudo-terminal, and with --usb, where what becomes of the host is told.
+#     sim-program.sh PASSBOOK-SIM PRINT_PAGE
+# shellcheck disable=SC2015,SC2016,SC2317  # wrong() always succeeds; other shells' variables; called through check
+set -euo pipefail
+export LC_ALL=C  # the host counts bytes
+sim=$1 host=$2 printer='' bad=0
+work=$(mktemp -d)
+mkdir "${kept:=$work/kept}"
+trap '[ -z "$printer" ] || kill -KILL "$printer" 2>/dev/null || true; rm -rf "$work"' EXIT
+wrong() { echo "sim-program: line ${BASH_LINENO[1]}: $*"; bad=1; }
+check() { "$@" || wrong "not so: $*"; }
+eventually() { for _ in {1..2000}; do ! "$@" || return 0; sleep 0.01; done; return 1; }
+
+# expect STATUS OUTPUT ERRORS ARGUMENT...: how passbook-sim ends, and patterns for all that it and its host say
+expect() {
+  local status=0
+  timeout 30 "$sim" "${@:4}" >"$work/out" 2>"$work/err" || status=$?
+  [ "$status" = "$1" ] && [[ $(<"$work/out") =~ $2 ]] && [[ $(<"$work/err") =~ $3 ]] ||
+    wrong "passbook-sim ${*:4}: status $status (not $1): $(cat "$work/out" "$work/err")"
+}
+
+named() { read -r _ port <"$work/out"; }
+gone() { ! kill -0 "$printer" 2>/dev/null; }
+start() {
+  : >"$work/out"
+  "$sim" "$@" >"$work/out" 2>"$work/err" &
+  printer=$!
+  eventually named || { wrong "no port: $(<"$work/err")"; exit 1; }
+}
+stop() {
+  local status=0
+  kill -s "$1" "$printer"
+  eventually gone || kill -KILL "$printer"
+  wait "$printer" || status=$?
+  printer=
+  [ $status = 0 ] && [[ $(<"$work/out") =~ ^port:\ pts/[0-9]+$ ]] && [ ! -s "$work/err" ] ||
+    wrong "status $status after $1: $(cat "$work/out" "$work/err")"
+}
+
+# ask BYTES ANSWER: of the host that has the port open as 3
+ask() {
+  local answer
+  answer=$(printf %s "$1" >&3 && timeout 20 head -c ${#2} <&3) || true
+  [ "$answer" = "$2" ] || wrong "$(printf '%q is answered %q, not %q' "$1" "$answer" "$2")"
+}
+whole() { tail -c 8 "$1" 2>/dev/null | cmp -s - <(printf 'IEND\xAE\x42\x60\x82'); }
+
+for option in '--family escp' '--page-size 150x1073' '--taken-after -1' '--split 0'; do
+  expect 2 '^$' "^passbook-sim: ${option% *}" --page "$kept/page.png" "${option% *}" "${option#* }"
+done
+expect 1 '^$' no/page.png --page "$kept/no/page.png"
+check [ -z "$(ls -A "$kept")" ]
+
+start --page "$kept/page.png" --events "$kept/events" --stripe1 42
+exec 3<>"/dev/$port"
+ask $'\033l\033YEA@\033]' $'\033]42\x1C'
+exec 3>&- 3<>"/dev/$port"
+ask $'\033|A010\xB4\xE6\r\033 B' $'\033B5C\033Z'
+check [ ! -e "$kept/page.png" ]
+kill -USR1 "$printer"
+check eventually whole "$kept/page.png"
+ln "$kept/page.png" "$kept/first.png"
+ask $'\033O\033j' $'\033rP'
+check whole "$kept/page.png"
+check [ ! "$kept/page.png" -ef "$kept/first.png" ]  # written over, it would be half a page for a while
+cp "$kept/page.png" "$work/printed.png"
+exec 3>&- 3<>"/dev/$port"
+ask $'\033L000\033 B' $'\033B5C\033Z'
+kill -USR1 "$printer"  # the next document is still empty: it must not take the printed one's place
+stop TERM
+check cmp "$kept/page.png" "$work/printed.png"
+check [ "$(cd "$kept" && echo *)" = 'events first.png page.png' ]
+exec 3>&-
+
+start
+for _ in 1 2; do  # hosts that never read
+  check timeout 20 bash -c 'printf "\033 b%.0s" {1..20000} >"/dev/$1"' - "$port"
+done
+stop TERM
+
+start --paper out --insert-after 0 --taken-after never --split 1 --printer-status 9 --page-size 50.8x25.4 --page "$kept/page.png"
+exec 3<>"/dev/$port"
+printf '\033 B\033j' >&3
+check [ "$(timeout 20 dd bs=9 count=1 status=none <&3)" = $'\033' ]
+ask '' $'B5B\033Z\033r1'
+ask $'\033L000\033O\033 B' $'\033B5A\033Z'
+check [ "$(head -c 24 "$kept/page.png" | tail -c 8 | od -An -tx1)" = ' 00 00 01 68 00 00 00 b4' ]  # 360 x 180
+stop INT
+exec 3>&-
+
+# A stamp of one black pixel.
+{ printf 'BM:\0\0\0\0\0\0\0\x36\0\0\0\x28\0\0\0\1\0\0\0\1\0\0\0\1\0\x18\0' && head -c 28 /dev/zero; } >"$work/stamp.bmp"
+job=("$host" USB "$work/stamp.bmp")
+expect 0 '^printer +PASSBOOKSIM10' '^$' --events "$work/usb" --page "$work/usb.png" --usb -- "${job[@]}"
+start --events "$work/serial" --page "$work/serial.png"
+check timeout 30 "$host" "$port" "$work/stamp.bmp" >"$work/said"
+stop TERM
+untimed() { sed 's/"ms":[0-9]*,//' "$1"; }
+check diff <(untimed "$work/serial") <(untimed "$work/usb")
+check cmp "$work/serial.png" "$work/usb.png"
+check grep -q '"event":"text"' "$work/usb"
+
+expect 0 '^printer' '^$' --usb-busy 1 --usb -- "${job[@]}"
+expect 1 '' 'result -' --usb-fault unplug:5 --usb -- "${job[@]}"
+expect 1 '' 'result -3' --usb-fault stall:20 --usb -- "${job[@]}"
+expect 0 '^\[a,b\]\|\|--help$' '^$' --usb -- sh -c 'echo "$1|$2|$3"' sh '[a,b]' '' --help
+expect 7 '^$' '^$' --usb -- sh -c 'exit 7'
+expect 143 '^$' '' --usb -- sh -c 'kill -TERM $PPID; while :; do :; done'
+expect 127 '^$' "$work/missing: No such file" --usb -- "$work/missing"
+expect 126 '^$' 'Permission denied' --usb -- "$work"
+expect 1 '^$' "can't be written" --events "$work/missing/log" --usb -- true
+expect 2 '^$' PROGRAM --usb
+expect 2 '^$' PROGRAM --usb --
+expect 2 '^$' PROGRAM -- true
+expect 2 '^$' 'for --usb' --usb-fault short:1
+for fault in short short: :3 short:0 short:x jam:1; do
+  expect 2 '^$' 'no KIND:N' --usb-fault "$fault" --usb -- true
+done
+exit $bad
