@@ -26,7 +26,8 @@ TEST(Bmp, FilesGiveTheirRowsTopFirstOrTheirCode) {
         {"1 bit, a longer header", BmpHeader{2, 1, 1, 70, 0, 48}.text() + bytes("FFFFFFFF FFFFFFFF 09090900 05050500 40000000"), 0,
          bytes("09050000")},
         {"4 bits, no table", BmpHeader{3, 1, 4, 54}.text() + bytes("F1200000"), 0, bytes("FF112200")},
-        {"4 bits, three colours", BmpHeader{4, 1, 4, 66, 3}.text() + bytes("01010100 02020200 03030300 01230000"), 0, bytes("01020300")},
+        {"4 bits, three colours", BmpHeader{4, 1, 4, 70, 3}.text() + bytes("01010100 02020200 03030300 09090900 01230000"), 0,
+         bytes("01020300")},
         {"depth 16", BmpHeader{.bitsPerPixel = 16}.text() + rows, 0, "xxxxxxxxxxxxxxxx"},
         {"a colour table behind the end", BmpHeader{.bitsPerPixel = 1, .infoSize = 0xFFFFFFF0}.text() + rows, 0},
         {"more colours than there can be", BmpHeader{.bitsPerPixel = 4, .dataOffset = 1078, .colorsUsed = ~0U}.text() + table + rows, 0},
@@ -34,14 +35,11 @@ TEST(Bmp, FilesGiveTheirRowsTopFirstOrTheirCode) {
         {"one byte short of a header", BmpHeader{}.text().substr(0, 53), -12},
         {"one byte short of its rows", BmpHeader{.width = 4, .height = -5}.text() + rows.substr(0, 59), -13},
         {"width 0", BmpHeader{.width = 0}.text() + rows, -13},
-        {"negative width", BmpHeader{.width = -8}.text() + rows, -13},
         {"the height without a positive", BmpHeader{.height = INT_MIN}.text() + rows, -13},
         {"beyond 31 bits", BmpHeader{.width = 65536, .height = 65536, .bitsPerPixel = 32}.text() + rows, -13},
         {"beyond 64 bits", BmpHeader{.width = INT_MAX, .height = INT_MAX, .bitsPerPixel = 65535}.text() + rows, -13},
         {"a stride beyond 31 bits", BmpHeader{.width = INT_MAX, .height = 0, .bitsPerPixel = 32}.text(), -13},
         {"rows behind the end", BmpHeader{.height = 0, .dataOffset = 1000}.text() + rows, -13},
-        {"rows before the start", BmpHeader{.dataOffset = -4}.text() + rows, -13},
-        {"depth 0", BmpHeader{.bitsPerPixel = 0}.text() + rows, -12},
         {"depth 7", BmpHeader{.bitsPerPixel = 7}.text() + rows, -12},
     };
     const TemporaryDirectory directory;
@@ -76,16 +74,16 @@ TEST(Bmp, FilesAreWrittenAsTheFormatSays) {
     EXPECT_EQ(saveImageASBMP(3, 2, 24, 1, 0, data, nullptr), -2);
     EXPECT_EQ(setBMPHeader(nullptr, 3, 2, 24), -2);
     EXPECT_EQ(saveImageASBMP(3, 2, 24, 1, 0, data, directory.file("no/a.bmp").c_str()), -3);
-    EXPECT_EQ(setBMPHeader(path.c_str(), 65536, 65536, 32), -3);
-    EXPECT_EQ(setBMPHeader(path.c_str(), INT_MAX, -1, 24), -3);
+    // 31 bits hold its rows, but not the file.
+    EXPECT_EQ(setBMPHeader(path.c_str(), 1, 0x1FFFFFFF, 32), -3);
+    EXPECT_EQ(setBMPHeader(path.c_str(), 8, -1, 24), -3);
 }
 
 TEST(Bmp, ColourTables) {
     tagRGBQUAD table[256] = {};
     table[3].rgbReserved = 9;
     FormatColorPalette(table, 256, 0);
-    EXPECT_EQ(table[200].rgbBlue, 200);
-    EXPECT_EQ(table[3].rgbReserved, 9);
+    EXPECT_EQ(std::pair(table[200].rgbBlue, table[3].rgbReserved), std::pair(std::uint8_t{200}, std::uint8_t{9}));
     FormatColorPalette(table, 1, 0);
     EXPECT_EQ(table[0].rgbRed, 0);
     EXPECT_EQ(GetBMPheaderSize(1), 62);

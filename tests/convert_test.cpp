@@ -1,6 +1,5 @@
 #include "image/convert.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <png.h>
 #include <sys/stat.h>
@@ -10,7 +9,6 @@
 #include <cstdio>
 #include <filesystem>
 
-#include "image/bmp.h"
 #include "image/file.h"
 #include "image/handles.h"
 #include "tests/support.h"
@@ -22,25 +20,19 @@ class Conversion : public ::testing::Test {
  protected:
     TemporaryDirectory directory;
     const std::string source = directory.file("source"), bmp = directory.file("a.bmp"), jpg = directory.file("a.jpg");
-    int descriptor = 0;
+    std::ptrdiff_t openBefore = 0;
 
     void SetUp() override {
         testing::internal::CaptureStderr();  // libpng tells what is wrong with each file
-        descriptor = nextDescriptor();
+        openBefore = openFiles();
     }
     void TearDown() override {
-        EXPECT_EQ(nextDescriptor(), descriptor);  // all files have been closed
+        EXPECT_EQ(openFiles(), openBefore);
         (void)testing::internal::GetCapturedStderr();
     }
-    static int nextDescriptor() {
-        const int next = open("/dev/null", O_RDONLY);
-        close(next);
-        return next;
-    }
+    static std::ptrdiff_t openFiles() { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); }
     static unsigned permissions(const std::string& path) {
-        struct stat status {};
-        EXPECT_EQ(lstat(path.c_str(), &status), 0);
-        return status.st_mode & 07777;
+        return static_cast<unsigned>(std::filesystem::symlink_status(path).permissions());
     }
     /// Converts a file of such content into one that is not there yet.
     int convertFresh(int (*convert)(const char*, const char*), const std::string& content) const {
@@ -83,8 +75,6 @@ TEST_F(Conversion, EveryKindOfPngGivesItsPixels) {
         {PNG_COLOR_TYPE_PALETTE, 2, true, "18 C4", "0302010D0C0B171615000000 21201F0302010D0C0B000000"},
         {PNG_COLOR_TYPE_PALETTE, 8, false, "000102 030001", "0302010D0C0B171615000000 21201F0302010D0C0B000000"},
         {PNG_COLOR_TYPE_RGB, 8, true, "010101040506070809 0A0B0C0D0E0F101112", "010101060504090807000000 0C0B0A0F0E0D121110000000"},
-        {PNG_COLOR_TYPE_RGB, 16, false, "01F002F003F004F005F006F007F008F009F0 000000000000FFFFFFFFFFFF112233445566",
-         "030201060504090807000000 000000FFFFFF553311000000"},
         {PNG_COLOR_TYPE_GRAY_ALPHA, 8, false, "01AA8000FE55 00107FFFFF00", "010101808080FEFEFE000000 0000007F7F7FFFFFFF000000"},
         {PNG_COLOR_TYPE_RGB_ALPHA, 8, false, "01020300040506FF07080980 0A0B0C010D0E0F0210111203",
          "030201060504090807000000 0C0B0A0F0E0D121110000000"},
@@ -96,8 +86,7 @@ TEST_F(Conversion, EveryKindOfPngGivesItsPixels) {
             writePng(source, row.colorType, row.depth, row.transparent, interlaced, bytes(row.raw));
             const std::string whole = readFile(source);
             EXPECT_EQ(convertFresh(convertPNGtoBMP, whole), 0);
-            EXPECT_EQ(readFile(bmp), header + bytes(row.bmp));
-            EXPECT_EQ(permissions(bmp), 0600U);
+            EXPECT_EQ(std::pair(readFile(bmp), permissions(bmp)), std::pair(header + bytes(row.bmp), 0600U));
             for (std::size_t length = 8; length < whole.size() - 16; length += 8) {
                 EXPECT_EQ(convertFresh(convertPNGtoBMP, whole.substr(0, length)), 0);
                 EXPECT_LT(LoadedBmp(bmp).code, 0) << length;
@@ -106,38 +95,35 @@ TEST_F(Conversion, EveryKindOfPngGivesItsPixels) {
     }
 }
 
+// The first row that is stored becomes the top of the JPEG, whatever the height's sign.
 TEST_F(Conversion, JpegsComeAndGo) {
-    std::string blueGreenRed, alike;  // 8 x 8 pixels of 24 and 32 bits
-    for (int i = 0; i < 64; ++i) {
-        blueGreenRed += "\x10\x60\xE0";
-        alike += "\x10\x60\xE0\x80";
-    }
-    Picture ruled(17, 16);
-    std::fill_n(ruled.grey.begin(), 17 * 8, std::uint8_t{34});
     const struct {
-        std::string file, top, bottom;  // the first pixels of the first row and the last
-    } rows[] = {
-        {inkedPicture(8, 16, {0, 1, 2, 3, 4, 5, 6, 7}, {0, 1, 2, 3, 4, 5, 6, 7}).bmp(1, true), std::string(1, '\0'), "\xFF"},
-        {ruled.bmp(4, true), "\x22", "\xFF"},
-        {ruled.bmp(8, false), "\xFF", "\x22"},
-        {ruled.bmp(24, false), "\xFF\xFF\xFF", "\x22\x22\x22"},
-        {BmpHeader{.width = 8, .height = -8, .bitsPerPixel = 24}.text() + blueGreenRed, "\x10\x60\xE0", "\x10\x60\xE0"},
-        {BmpHeader{.width = 8, .height = -8, .bitsPerPixel = 32}.text() + alike, "\x10\x60\xE0", "\x10\x60\xE0"},
-    };
+        int bits;
+        std::string first, last;  // the pixels of the 8 rows that are stored first, and of the others
+    } rows[] = {{8, "\x22", "\xFF"}, {24, "\x10\x60\xE0", "\xFF\xFF\xFF"}, {32, "\x10\x60\xE0\x80", "\xFF\xFF\xFF\xFF"}};
     for (const auto& row : rows) {
-        writeFile(bmp, row.file);
+        std::string stored;
+        for (int y = 0; y < 16; ++y) {
+            for (int x = 0; x < 9; ++x) stored += y < 8 ? row.first : row.last;
+            stored.append((4 - stored.size() % 4) % 4, '\0');
+        }
+        writeFile(bmp, BmpHeader{.width = 9, .height = 16, .bitsPerPixel = row.bits}.text() + stored);
         ASSERT_EQ(convertBMPtoJPG(bmp.c_str(), jpg.c_str(), 95), 0);
         ASSERT_EQ(convertJPGtoBMP(jpg.c_str(), bmp.c_str()), 0);
-        EXPECT_EQ(permissions(bmp), 0600U);
         const LoadedBmp loaded(bmp);
-        EXPECT_EQ(loaded.bits, 8 * static_cast<int>(row.top.size()));
-        ASSERT_LT(loaded.height, 0);
-        const std::size_t last = loaded.rows.size() - loaded.rows.size() / static_cast<std::size_t>(-loaded.height);
-        for (std::size_t i = 0; i < row.top.size(); ++i) {
-            EXPECT_LT(std::abs(static_cast<signed char>(loaded.rows[i] - row.top[i])), 12);
-            EXPECT_LT(std::abs(static_cast<signed char>(loaded.rows[last + i] - row.bottom[i])), 12);
+        ASSERT_EQ(std::tuple(loaded.width, loaded.height, loaded.bits), std::tuple(9, -16, std::min(row.bits, 24)));
+        const std::string bottom = loaded.rows.substr(loaded.rows.size() * 15 / 16);
+        for (std::size_t i = 0; i < row.first.size() && i < 3; ++i) {
+            EXPECT_LT(std::abs(static_cast<signed char>(loaded.rows[i] - row.first[i])), 12);
+            EXPECT_LT(std::abs(static_cast<signed char>(bottom[i] - row.last[i])), 12);
         }
     }
+    const std::vector<int> all = {0, 1, 2, 3, 4, 5, 6, 7};
+    Picture half = inkedPicture(16, 8, all, all);
+    writeFile(bmp, half.bmp(4, true));  // its rows lie behind a colour table
+    ASSERT_EQ(convertBMPtoJPG(bmp.c_str(), jpg.c_str(), 95), 0);
+    ASSERT_EQ(convertJPGtoBMP(jpg.c_str(), bmp.c_str()), 0);
+    EXPECT_EQ(readFile(bmp).substr(54), std::string(half.grey.begin(), half.grey.end()));
 }
 
 int encode(const char* from, const char* to) { return convertBMPtoJPG(from, to, 20); }
@@ -175,22 +161,18 @@ TEST_F(Conversion, DamagedAndHugeFilesAreRefused) {
         bool begun;  // a file was made
     } cases[] = {
         {"four components", convertJPGtoBMP, framed("00 14 08 00 40 00 40 04").insert(frame + 17, bytes("04 11 00")), -2, false},
-        {"JPEG beyond 31 bits", convertJPGtoBMP, framed("00 11 08 7F FF 7F FF"), -2, false},
         {"JPEG too high", convertJPGtoBMP, framed("00 11 08 80 00 00 10"), -2, false},
         {"JPEG too wide", convertJPGtoBMP, framed("00 11 08 00 10 80 00"), -2, false},
         {"a restart out of place", convertJPGtoBMP, std::string(jpeg).replace(jpeg.size() - 40, 2, "\xFF\xD5"), -2, true},
         {"harmless extra bytes", convertJPGtoBMP, jpeg.substr(0, 2) + "extra bytes" + jpeg.substr(2), 0, true},
         {"PNG too wide", convertPNGtoBMP, sized("00 00 80 00 00 00 00 01"), 0, false},
-        {"PNG beyond 31 bits", convertPNGtoBMP, sized("00 00 7F FF 00 00 7F FF"), 0, false},
         {"PNG without width", convertPNGtoBMP, sized("00 00 00 00 00 00 00 01"), 0, false},
         {"BMP of two bytes", encode, "BM", -2, true},
         {"BMP without width", encode, BmpHeader{.width = 0}.text(), -2, true},
-        {"BMP without height", encode, BmpHeader{.height = 0}.text(), -2, true},
         {"BMP too wide", encode, BmpHeader{.width = 70000}.text(), -2, true},
         {"BMP without rows", encode, BmpHeader{.width = 8, .height = 2}.text(), -2, true},
         {"16 bits", encode, BmpHeader{.bitsPerPixel = 16}.text() + rows, -2, false},
         {"16 bits, turned", turn<90>, BmpHeader{.bitsPerPixel = 16}.text() + rows, -12, false},
-        {"2 bits, turned", turn<90>, BmpHeader{.bitsPerPixel = 2}.text() + rows, -12, false},
         {"rows missing, turned", turn<90>, BmpHeader{.height = 9}.text(), -13, false},
         {"an eighth", turn<45>, good, -1, false},
         {"four quarters", turn<360>, good, -1, false},
@@ -205,10 +187,9 @@ TEST_F(Conversion, DamagedAndHugeFilesAreRefused) {
     EXPECT_EQ(convertJPGtoBMP(none.c_str(), bmp.c_str()), -2);
     EXPECT_EQ(encode(bmp.c_str(), nowhere.c_str()), -2);
     EXPECT_EQ(encode(none.c_str(), jpg.c_str()), -2);
-    const std::string messages = testing::internal::GetCapturedStderr(),
-                      expected = "can't open " + nowhere + ".\ncan`t open " + none + ".\n";
-    EXPECT_TRUE(messages.ends_with(expected)) << messages;
     EXPECT_EQ(readFile(jpg), "");
+    const std::string messages = testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(messages.ends_with("can't open " + nowhere + ".\ncan`t open " + none + ".\n")) << messages;
     testing::internal::CaptureStderr();
 }
 
@@ -217,39 +198,26 @@ TEST_F(Conversion, AScannedPictureGetsItsName) {
     for (const char* name : {"scan.JPG", "scan.jpg.bmp"}) {
         const std::string path = directory.file(name);
         writeFile(source, Picture(8, 8).bmp(8, true));
+        ASSERT_EQ(chmod(source.c_str(), 0600), 0);
         EXPECT_EQ(saveBitmapData(source.c_str(), path.c_str()), 0);
         EXPECT_EQ(saveBitmapData(source.c_str(), path.c_str()), 0);  // nothing to save: what is there stays
         EXPECT_FALSE(std::filesystem::exists(source));
-        EXPECT_EQ(readFile(path).substr(0, 2), path.ends_with("bmp") ? "\xFF\xD8" : "BM");
-        EXPECT_EQ(permissions(path), 0640U);
+        EXPECT_EQ(std::pair(readFile(path).substr(0, 2), permissions(path)),
+                  std::pair(std::string(path.ends_with("bmp") ? "\xFF\xD8" : "BM"), 0640U));
     }
     (void)umask(mask);
 }
 
-TEST_F(Conversion, TurnsGoClockwise) {
-    for (const int bits : {4, 8, 24, 32}) {
-        Picture turned(4, 4);  // its rows need no fill
-        for (int i = 0; i < 16; ++i) turned.at(i % 4, i / 4) = static_cast<std::uint8_t>(17 * i);
-        writeFile(source, turned.bmp(bits, bits == 8));
-        for (const int angle : {90, 180, 270}) {
-            Picture quarter = turned;
-            for (int i = 0; i < 16; ++i) quarter.at(3 - i / 4, i % 4) = turned.at(i % 4, i / 4);
-            turned = quarter;
-            (void)unlink(bmp.c_str());
-            ASSERT_EQ(rorateImage(source.c_str(), bmp.c_str(), angle), 0);
-            EXPECT_EQ(permissions(bmp), 0600U);
-            writeFile(jpg, turned.bmp(std::max(bits, 8), true));
-            EXPECT_EQ(LoadedBmp(bmp).rows, LoadedBmp(jpg).rows) << bits << " bits, " << angle;
-        }
+TEST_F(Conversion, TurnsKeepEveryDepth) {
+    for (const int bits : {4, 32}) {
+        Picture picture(4, 4), turned(4, 4);  // their rows need no fill
+        for (int i = 0; i < 16; ++i) turned.at(3 - i / 4, i % 4) = picture.at(i % 4, i / 4) = static_cast<std::uint8_t>(17 * i);
+        EXPECT_EQ(convertFresh(turn<90>, picture.bmp(bits, false)), 0);
+        EXPECT_EQ(permissions(bmp), 0600U);
+        writeFile(jpg, turned.bmp(std::max(bits, 8), true));
+        EXPECT_EQ(LoadedBmp(bmp).rows, LoadedBmp(jpg).rows) << bits;
     }
-    // Larger than a tile, four times a quarter: the same again.
-    std::string large = BmpHeader{.width = 148, .height = -201, .imageSize = 444 * 201}.text();
-    for (unsigned i = 0; i < 444 * 201; ++i) large += static_cast<char>(i * i >> 7);
-    writeFile(bmp, large);
-    for (int i = 0; i < 4; ++i) ASSERT_EQ(rorateImage(bmp.c_str(), bmp.c_str(), 90), 0);
-    EXPECT_TRUE(readFile(bmp) == large);
-    writeFile(source, inkedPicture(1, 2, {0, 1}, {0}).bmp(24, true));
-    ASSERT_EQ(rorateImage(source.c_str(), bmp.c_str(), 180), 0);
+    EXPECT_EQ(convertFresh(turn<180>, inkedPicture(1, 2, {0, 1}, {0}).bmp(24, true)), 0);
     EXPECT_EQ(LoadedBmp(bmp).rows, bytes("000000FF 000000FF"));  // white between the rows
 }
 
@@ -279,8 +247,7 @@ TEST_F(Conversion, TemporaryFilesAreTheUsersOwn) {
     writeFile(source, "precious");
     ASSERT_EQ(symlink(source.c_str(), bmp.c_str()), 0);
     EXPECT_EQ(saveFileData(bmp.c_str(), octets("secret"), 6), 0);
-    EXPECT_EQ(readFile(source) + readFile(bmp), "precioussecret");
-    EXPECT_EQ(permissions(bmp), 0600U);
+    EXPECT_EQ(std::tuple(readFile(source), readFile(bmp), permissions(bmp)), std::tuple("precious", "secret", 0600U));
     EXPECT_EQ(saveFileData(bmp.c_str(), nullptr, 6), -3);
     EXPECT_EQ(saveFileData("", octets("x"), 1), -2);
     EXPECT_EQ(saveFileData(nullptr, octets("x"), 1), -3);

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <numeric>
+#include <bitset>
 
 #include "api/passbook.h"
 #include "print/print_oli.h"
@@ -24,105 +24,60 @@ TEST(Binarise, ThresholdsEachDepth) {
     for (const auto& row : rows) {
         std::string data = bytes(row.pixels);
         BinaryImage(row.width, 1, row.bits, reinterpret_cast<unsigned char*>(data.data()), 200);
-        for (std::size_t x = 0; x < row.ink.size(); ++x) EXPECT_EQ((data[0] >> (7 - x)) & 1, row.ink[x] - '0') << row.bits << ", " << x;
+        EXPECT_EQ(std::bitset<8>(octets(data.data())[0]).to_string().substr(0, row.ink.size()), row.ink) << row.bits;
     }
 }
 
-class OliPicture : public Pr2Port {
- protected:
-    /// Prints a picture with ink in these columns of these rows. Returns what was sent, a run's data as "[columns]".
-    std::string print(int width, int height, const std::vector<int>& rows, const std::vector<int>& columns, int x, int y) {
-        writeFile(path, inkedPicture(width, height, rows, columns).bmp(8, false));
-        port->writes.clear();
-        result = PrintBmp_OLI(path.c_str(), false, x, y);
-        std::string sent;
-        bool inRun = false;
-        for (const std::string& each : port->writes) {
-            sent += inRun ? "[" + std::to_string(each.size() / 3) + "] " : each.substr(1) + " ";
-            inRun = each == wire("^1A000");
-        }
-        return sent;
-    }
-    TemporaryDirectory directory;
-    const std::string path = directory.file("a.bmp");
-    int result = 1;
-};
-
-TEST_F(OliPicture, StripsAndRunsGoWhereTheyBelong) {
-    std::vector<int> middle(47), edges(20);
-    std::iota(middle.begin(), middle.end(), 7);
-    std::iota(edges.begin(), edges.begin() + 10, 10);
-    std::iota(edges.begin() + 10, edges.end(), 90);
-    const struct {
-        const char* name;
-        int width, height;
-        std::vector<int> rows, columns;
-        int x, y, strips;
-        std::string sent;
-    } cases[] = {
-        {"two strips, two runs", 100, 60, middle, edges, 50, 100, 2,
-         "!G1 /10140 |A033 1A000 [20] 2 |A093 1A000 [10] 2 /10172 |A033 1A000 [20] 2 |A093 1A000 [10] 2 "},
-        {"no ink", 40, 50, {}, {}, 5, 5, 0, "!G1 "},
-        {"ink in the last partial byte only", 15, 30, {0, 29}, {14}, 5, 5, 0, "!G1 "},
-        {"first ink in row 9, at the left edge", 8, 10, {9}, {0}, 0, 0, 1, "!G1 /10012 |A000 1A000 [1] 2 "},
-        {"5 blank rows between strips", 8, 40, {0, 29}, {0}, 3, 0, 2, "!G1 /10000 |A002 1A000 [1] 2 /10036 |A002 1A000 [1] 2 "},
-        {"60 blank columns are sent", 160, 3, {0}, {60, 121}, 0, 0, 1, "!G1 /10000 |A000 1A000 [122] 2 "},
-        {"61 are not", 160, 3, {0}, {61, 123}, 3, 0, 1, "!G1 /10000 |A042 1A000 [1] 2 |A084 1A000 [1] 2 "},
-        {"as far right as can be", 800, 3, {0}, {0}, 1499, 0, 1, "!G1 /10000 |A999 1A000 [1] 2 "},
-        {"as far down as can be", 8, 30, {0}, {0}, 0, 7470, 1, "!G1 /19960 |A000 1A000 [1] 2 "},
+TEST(OliPicture, GoesWhereItBelongs) {
+    const TemporaryDirectory directory;
+    const std::string path = directory.file("a.bmp"), none = directory.file("none.bmp");
+    const auto inked = [&](int width, int height, const std::vector<int>& rows, const std::vector<int>& columns, int x, int y) -> Call {
+        return [=] {
+            writeFile(path, inkedPicture(width, height, rows, columns).bmp(8, false));
+            return PrintBmp_OLI(path.c_str(), false, x, y);
+        };
     };
-    for (const auto& each : cases) {
-        virtualClock = {};
-        EXPECT_EQ(print(each.width, each.height, each.rows, each.columns, each.x, each.y), each.sent) << each.name;
-        EXPECT_EQ(result, 0);
-        EXPECT_EQ(virtualClock.sleptSeconds, each.strips) << each.name;
-    }
-    for (const auto& [x, y] : {std::pair{-1, 0}, {1500, 0}, {0, -1}, {0, 7500}, {0, 7473}}) {
-        EXPECT_EQ(print(8, 30, {0}, {0}, x, y), "");
-        EXPECT_EQ(result, -1);
-    }
-    // A run that would begin too far right ends the picture.
-    EXPECT_EQ(print(800, 3, {0}, {0, 700}, 1000, 0), "!G1 /10000 |A666 1A000 [1] 2 ");
-    EXPECT_EQ(result, -1);
-}
-
-TEST_F(OliPicture, AFailedRunEndsThePicture) {
-    // !G1, y, x, head, data, end, move, head, data, end: only data counts.
-    for (int n = 1; n <= 10; ++n) {
-        port->failWrite = n;
-        (void)print(160, 3, {0}, {0, 100}, 0, 0);
-        EXPECT_EQ(result, n == 5 || n == 9 ? -3 : 0) << n;
-        EXPECT_EQ(port->writes.size(), n == 5 || n == 9 ? static_cast<std::size_t>(n) : 10U);
-    }
-    port->failWrite = 0;
+    const auto dotAt = [&](int x, int y) { return inked(8, 30, {0}, {0}, x, y); };
+    const auto file = [&](bool eject, int y) { return call(YARDO_PrintBmpOLI, path.c_str(), eject, 1, y); };
+    const std::string dot = "<01><00><00>", run1 = "^1A000" + dot + "^2", fiveQueries = "^j^j^j^j^j";
+    const std::string blank60 = spelled(std::string(180, '\0')), printed = "^!G1^/10188^|A004" + run1;
+    const Call twoStrips = inked(8, 40, {7, 35}, {0}, 50, 100), twoRuns = inked(160, 3, {0}, {0, 100}, 0, 0);
+    const Dialogue dialogues[] = {
+        {"no ink", inked(40, 50, {}, {}, 5, 5), 0, "^!G1"},
+        {"ink in the last partial byte only", inked(15, 30, {0, 29}, {14}, 5, 5), 0, "^!G1"},
+        {"first ink in row 9, at the left edge", inked(8, 10, {9}, {0}, 0, 0), 0, "^!G1^/10012^|A000" + run1},
+        {"7 blank rows, 5 between strips", twoStrips, 0, "^!G1^/10140^|A033^1A000<02><00><00>^2^/10176^|A033^1A000<04><00><00>^2"},
+        {"60 blank columns are sent", inked(160, 3, {0}, {60, 121}, 0, 0), 0,
+         "^!G1^/10000^|A000^1A000" + blank60 + dot + blank60 + dot + "^2"},
+        {"61 are not", inked(160, 3, {0}, {61, 123}, 3, 0), 0, "^!G1^/10000^|A042" + run1 + "^|A084" + run1},
+        // !G1, y, x, head, data, end, move, head, data, end: only data counts.
+        {"two runs", twoRuns, 0, "^!G1^/10000^|A000" + run1 + "^|A066" + run1, {}, {0, 0, 0, 0, -3, 0, 0, 0, -3, 0}},
+        {"as far right as can be", dotAt(1499, 0), 0, "^!G1^/10000^|A999" + run1},
+        {"as far down as can be", dotAt(0, 7470), 0, "^!G1^/19960^|A000" + run1},
+        {"too far left", dotAt(-1, 0), -1, ""},
+        {"too far right", dotAt(1500, 0), -1, ""},
+        {"too far up", dotAt(0, -1), -1, ""},
+        {"too far down", dotAt(0, 7500), -1, ""},
+        {"the last row too far down", dotAt(0, 7473), -1, ""},
+        {"a run that would begin too far right", inked(800, 3, {0}, {0, 700}, 1000, 0), -1, "^!G1^/10000^|A666" + run1},
+    };
+    speak(dialogues);
+    EXPECT_EQ(run(twoStrips).slept, 2);
     failAllocation(2);  // the first one loads the picture
-    EXPECT_EQ(print(160, 3, {0}, {0, 100}, 0, 0), "");
-    EXPECT_EQ(result, -31);
-}
+    const Outcome unsent = run(twoRuns);
+    EXPECT_EQ(std::pair(unsent.result, unsent.writes.size()), std::pair(-31, std::size_t{0}));
 
-TEST_F(OliPicture, AFileIsPrintedEjectedAndTheStatusAsked) {
-    const std::string printed = "^!G1^/10188^|A046^1A000<01><00><00>^2", fiveQueries = "^j^j^j^j^j";
-    const struct {
-        bool eject;
-        int y, failWrite, result;
-        std::string file, sent;
-        std::deque<std::string> replies = {};
-    } rows[] = {
-        {false, 20, 0, 0, "a.bmp", printed + fiveQueries},
-        {true, 20, 0, 0, "a.bmp", printed + "^O^j^j", {"", wire("^rU"), "", wire("^ra")}},
-        // The eject takes place whatever became of the picture, but not without one; the status is asked in any case.
-        {true, 20, 5, -3, "a.bmp", printed.substr(0, printed.size() - 2) + "^O" + fiveQueries},
-        {true, 1060, 0, -1, "a.bmp", "^O" + fiveQueries},
-        {true, 20, 0, -11, "none.bmp", fiveQueries},
+    writeFile(path, inkedPicture(8, 1, {0}, {0}).bmp(24, true));
+    // The eject takes place whatever became of the picture, but not without one; the status is asked in any case.
+    const Dialogue files[] = {
+        {"a file", file(false, 20), 0, printed + fiveQueries},
+        {"a file, ejected", file(true, 20), 0, printed + "^O^j^j", {"", "^rU", "", "^ra"}},
+        {"a file too far down", file(true, 1060), -1, "^O" + fiveQueries},
+        {"no file", call(YARDO_PrintBmpOLI, none.c_str(), true, 1, 1), -11, fiveQueries},
     };
-    for (const auto& row : rows) {
-        writeFile(path, inkedPicture(8, 1, {0}, {0}).bmp(24, true));
-        port->writes.clear();
-        port->failWrite = row.failWrite;
-        port->replies = row.replies;
-        EXPECT_EQ(YARDO_PrintBmpOLI(directory.file(row.file).c_str(), row.eject, 10, row.y), row.result);
-        EXPECT_EQ(port->sent(), row.sent);
-    }
+    speak(files);
+    const Outcome failed = run(file(true, 20), {}, 5);
+    EXPECT_EQ(std::pair(failed.result, spelled(failed.writes)), std::pair(-3, printed.substr(0, printed.size() - 2) + "^O" + fiveQueries));
 }
 
 }  // namespace
