@@ -35,11 +35,14 @@ TEST(Bmp, FilesGiveTheirRowsTopFirstOrTheirCode) {
         {"one byte short of a header", BmpHeader{}.text().substr(0, 53), -12},
         {"one byte short of its rows", BmpHeader{.width = 4, .height = -5}.text() + rows.substr(0, 59), -13},
         {"width 0", BmpHeader{.width = 0}.text() + rows, -13},
+        {"negative width", BmpHeader{.width = -8}.text() + rows, -13},
         {"the height without a positive", BmpHeader{.height = INT_MIN}.text() + rows, -13},
         {"beyond 31 bits", BmpHeader{.width = 65536, .height = 65536, .bitsPerPixel = 32}.text() + rows, -13},
         {"beyond 64 bits", BmpHeader{.width = INT_MAX, .height = INT_MAX, .bitsPerPixel = 65535}.text() + rows, -13},
         {"a stride beyond 31 bits", BmpHeader{.width = INT_MAX, .height = 0, .bitsPerPixel = 32}.text(), -13},
         {"rows behind the end", BmpHeader{.height = 0, .dataOffset = 1000}.text() + rows, -13},
+        {"rows before the start", BmpHeader{.dataOffset = -4}.text() + rows, -13},
+        {"depth 0", BmpHeader{.bitsPerPixel = 0}.text() + rows, -12},
         {"depth 7", BmpHeader{.bitsPerPixel = 7}.text() + rows, -12},
     };
     const TemporaryDirectory directory;
