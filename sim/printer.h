@@ -54,7 +54,7 @@ inline constexpr std::size_t kMaxStripeData = 1024;
 inline constexpr int kLargestMeasure = 9999;  // of a document, as it fits into the answer
 
 using EventSink = std::function<void(const nlohmann::json&)>;
-using PageSink = std::function<void(const Page&)>;
+using PageSink = std::function<void(Page)>;
 
 // A passbook printer without a device: bytes in, answers, a picture and events out. It has no descriptor, no
 // thread and no clock of its own, and does the same again for the same calls. One thread at a time.
@@ -114,9 +114,8 @@ class Printer {
     bool takeDocument() { return paper_.take(); }
     [[nodiscard]] PaperState paperState() const { return paper_.state(); }
 
-    // The document in place, null if there is none; and the one ejected last, null if none was.
+    // The document in place, null if there is none.
     [[nodiscard]] const Page* page() const { return page_ ? &*page_ : nullptr; }
-    [[nodiscard]] const Page* ejectedPage() const { return ejectedPage_ ? &*ejectedPage_ : nullptr; }
 
     [[nodiscard]] const std::string& stripe(std::size_t index) const { return scenario_.stripes.at(index); }
     [[nodiscard]] const Scenario& scenario() const { return scenario_; }
@@ -170,7 +169,6 @@ class Printer {
     Paper paper_;
     std::shared_ptr<GlyphPainter> painter_;  // made with the first character: finding the fonts takes a while
     std::optional<Page> page_;
-    std::optional<Page> ejectedPage_;
     Format format_;
     double headDots_ = 0;  // of the print head from the left margin
     int line_ = 0;         // of the paper, in 1/240 inch

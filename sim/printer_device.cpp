@@ -178,10 +178,9 @@ void Printer::paperChanged(std::string_view what) {
         if (dropScan()) {
             emit({{"event", "scan"}, {"what", "ended"}});
         }
-        ejectedPage_ = std::move(page_);
-        page_.reset();
-        if (ejected_ && ejectedPage_) {
-            ejected_(*ejectedPage_);
+        std::optional<Page> ejected = std::exchange(page_, std::nullopt);
+        if (ejected_ && ejected) {
+            ejected_(std::move(*ejected));
         }
     }
 }

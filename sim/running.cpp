@@ -1,5 +1,8 @@
 #include "sim/running.h"
 
+#include <algorithm>
+#include <array>
+#include <string_view>
 #include <utility>
 
 namespace passbook::sim {
@@ -9,11 +12,16 @@ namespace {
 // How late the end of the object is noticed at most.
 constexpr int kRoundMs = 20;
 
+constexpr std::array<std::string_view, 5> kMistakes = {"unknown", "malformed", "no-paper", "off-page",
+                                                       "bad-value"};
+
 }  // namespace
 
-RunningPrinter::RunningPrinter(Scenario scenario, EventSink events, PageSink ejected, std::string& error)
-    : printer_(std::move(scenario), std::move(events), std::move(ejected)),
-      port_(PtyPort::open(printer_, error)) {
+RunningPrinter::RunningPrinter(Scenario scenario)
+    : printer_(
+          std::move(scenario), [this](const nlohmann::json& event) { note(event); },
+          [this](Page page) { keep(std::move(page)); }),
+      port_(PtyPort::open(printer_, error_)) {
     if (port_) {
         name_ = port_->name();
         thread_ = std::thread([this] { serve(); });
@@ -21,6 +29,10 @@ RunningPrinter::RunningPrinter(Scenario scenario, EventSink events, PageSink eje
 }
 
 RunningPrinter::~RunningPrinter() {
+    stop();
+}
+
+void RunningPrinter::stop() {
     stop_ = true;
     if (thread_.joinable()) {
         thread_.join();
@@ -28,11 +40,46 @@ RunningPrinter::~RunningPrinter() {
 }
 
 void RunningPrinter::serve() {
-    // One more round behind the end: what the host has sent before it is printed too.
+    // One more round behind the end, for what the host has sent before it.
     bool last = false;
     do {
         last = stop_;
     } while (port_->serve(kRoundMs) && !last);
+}
+
+void RunningPrinter::note(const nlohmann::json& event) {
+    const std::lock_guard lock(mutex_);
+    events_.push_back(event);
+    const std::string_view kind = event.at("event").get_ref<const std::string&>();
+    if (std::find(kMistakes.begin(), kMistakes.end(), kind) != kMistakes.end()) {
+        mistakes_.push_back(event);
+    }
+}
+
+void RunningPrinter::keep(Page page) {
+    const std::lock_guard lock(mutex_);
+    pages_.push_back(std::move(page));
+    pageEjected_.notify_all();
+}
+
+std::vector<nlohmann::json> RunningPrinter::takeEvents() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(events_, {});
+}
+
+std::vector<nlohmann::json> RunningPrinter::takeMistakes() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(mistakes_, {});
+}
+
+std::optional<Page> RunningPrinter::takePage(std::chrono::milliseconds patience) {
+    std::unique_lock lock(mutex_);
+    if (!pageEjected_.wait_for(lock, patience, [this] { return !pages_.empty(); })) {
+        return std::nullopt;
+    }
+    Page page = std::move(pages_.front());
+    pages_.pop_front();
+    return page;
 }
 
 }  // namespace passbook::sim

@@ -5,8 +5,8 @@
 
 #include "api/passbook.h"
 #include "image/convert.h"
+#include "sim/running.h"
 #include "sim/scan.h"
-#include "tests/line.h"
 #include "tests/support.h"
 
 namespace passbook::tests {
@@ -38,7 +38,7 @@ class ScanOnTheLine : public ::testing::Test {
     const std::string front = directory.file("front"), back = directory.file("back"), jpeg = directory.file("front.jpg");
 
     int scan(const sim::Scenario& scenario, int imageType, int sides, int direction, const std::string& frontName) {
-        PrinterOnALine printer(scenario);
+        sim::RunningPrinter printer(scenario);
         EXPECT_EQ(YARDO_PR2_OpenPort(printer.name().c_str()), 0);
         testing::internal::CaptureStdout();
         const int result = scenario.family == sim::Family::kOki
@@ -46,7 +46,7 @@ class ScanOnTheLine : public ::testing::Test {
                                : YARDO_ScantoFileOLI(frontName.c_str(), back.c_str(), imageType, 1, 2, true, sides, 200, direction);
         (void)testing::internal::GetCapturedStdout();
         EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
-        EXPECT_EQ(printer.surprises(), std::set<std::string>{});
+        EXPECT_EQ(printer.takeMistakes(), std::vector<nlohmann::json>{});
         return result;
     }
     static sim::Scenario scenarioOf(sim::Family family, int width, int height, std::size_t block) {

@@ -105,7 +105,7 @@ class Usb : public Day {
 class UsbPrinter {
  public:
     explicit UsbPrinter(const sim::UsbDevice& device = {}, const sim::Scenario& scenario = {})
-        : printer_(scenario, [this](const nlohmann::json& event) { events_.push_back(event.dump()); }) {
+        : printer_(scenario, [this](const nlohmann::json& event) { events_.push_back(event); }) {
         std::string error;
         port_ = sim::UsbPort::open(printer_, device, error);
         EXPECT_NE(port_, nullptr) << error;
@@ -113,8 +113,8 @@ class UsbPrinter {
     ~UsbPrinter() { expectNothingHeld(); }
     sim::UsbPort* operator->() { return port_.get(); }
 
-    std::vector<std::string> takeEvents() {
-        std::vector<std::string> taken;
+    std::vector<nlohmann::json> takeEvents() {
+        std::vector<nlohmann::json> taken;
         port_->with([&] { taken.swap(events_); });
         return taken;
     }
@@ -130,7 +130,7 @@ class UsbPrinter {
     }
 
  private:
-    std::vector<std::string> events_;
+    std::vector<nlohmann::json> events_;
     sim::Printer printer_;
     std::unique_ptr<sim::UsbPort> port_;
 };
@@ -148,13 +148,10 @@ bool printsALine() {
 
 TEST_F(Usb, ADayIsThatOnASerialLine) {
     for (const auto family : {sim::Family::kOli, sim::Family::kOki}) {
-        std::vector<std::string> overSerial;
-        {
-            std::string error;
-            const sim::RunningPrinter printer(
-                scenario(family), [&](const nlohmann::json& event) { overSerial.push_back(event.dump()); }, {}, error);
-            EXPECT_TRUE(spend(steps(family, printer.name()), [&] { EXPECT_EQ(PRSinit(printer.name().c_str()), 0) << error; }));
-        }
+        sim::RunningPrinter serial(scenario(family));
+        EXPECT_TRUE(spend(steps(family, serial.name()), [&] { EXPECT_EQ(PRSinit(serial.name().c_str()), 0) << serial.error(); }));
+        serial.stop();
+        const auto overSerial = serial.takeEvents();
         UsbPrinter printer({}, scenario(family));
         EXPECT_TRUE(spend(steps(family, "USB"), [] { EXPECT_EQ(PRSinit("USB"), 0); }));
         EXPECT_EQ(printer.takeEvents(), overSerial);
