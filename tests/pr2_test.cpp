@@ -16,7 +16,9 @@ unsigned char* const identifier = reinterpret_cast<unsigned char*>(answer);
 
 const std::string setUp = "^n^.^l^Q080^Z^J000^T070^&46^#1^a3^R003^S5^l^j";
 
-const std::string tooLong(512, 'x');
+const std::string tooLong(512, 'x'), zeros = "<00><00><00>";
+const Call getIdentifier = call(YARDO_PR2_GetFWID, identifier), readStripe = call(YARDO_PR2_MSR, 0, answer, 64);
+const Call readBoth = call(YARDO_PR2_MSRALL, answer, 4, answer + 4, 60);
 
 const Dialogue dialogues[] = {
     {"raw bytes", call(YARDO_PR2_Command, octets("\x1B\x00q"), 3), 0, "^<00>q", {}, {-3}},
@@ -62,15 +64,9 @@ const Dialogue dialogues[] = {
     {"ready after an error", call(YARDO_PR2_InitPrinter, 0, 5), 0, "^l<0C>" + setUp + "^l^j", {"^rQ", "^rP"}},
     {"negative time is one read", call(YARDO_PR2_InitPrinter, 1, INT_MIN), -30, "^l" + setUp, {"", "^rP"}},
 
-    {"identifier", call(YARDO_PR2_GetFWID, identifier), 0, "^l^ b", {"^b01234", "", "56789ABCxymore"}, {0}, "0123456789ABC#"},
-    {"short identifier",
-     call(YARDO_PR2_GetFWID, identifier),
-     0,
-     "^l^ b",
-     {"^b01<00>3"},
-     {},
-     "01<00>3<00><00><00><00><00><00><00><00><00>#"},
-    {"identifier, wrong head", call(YARDO_PR2_GetFWID, identifier), -4, "^l^ b", {"^c01"}, {}, "#"},
+    {"identifier", getIdentifier, 0, "^l^ b", {"^b01234", "", "56789ABCxymore"}, {0}, "0123456789ABC#"},
+    {"short identifier", getIdentifier, 0, "^l^ b", {"^b01<00>3"}, {}, "01<00>3" + zeros + zeros + zeros + "#"},
+    {"identifier, wrong head", getIdentifier, -4, "^l^ b", {"^c01"}, {}, "#"},
     {"no room for the identifier", call(YARDO_PR2_GetFWID, nullptr), -1, ""},
 
     {"paper, three pieces", YARDO_PR2_GetPaperStatus, 4, "^ B", {"^ ", "BC", ".."}, {-3}},
@@ -84,22 +80,16 @@ const Dialogue dialogues[] = {
     {"never taken", call(YARDO_PR2_SPB, -1), 0, "^ B^ B^}0P^L000^ B^j<0C>", {"...A..", "...A.."}},
     {"removal not answered", call(YARDO_PR2_SPB, 10), -20, "^ B^O^ B", {"...C.."}},
 
-    {"stripe", call(YARDO_PR2_MSR, 0, answer, 64), 0, "^l^YE@@^]", {"hh123<1C>"}, {0, -3}, "123<00><00><1C>#"},
+    {"stripe", readStripe, 0, "^l^YE@@^]", {"hh123<1C>"}, {0, -3}, "123<00><00><1C>#"},
     {"stripe, header like an end", call(YARDO_PR2_MSR, 2, answer, 64), 0, "^l^YEA@^]", {"h<1C>", "1", "<1C>"}, {}, "1<00><00><1C>#"},
-    {"empty stripe", call(YARDO_PR2_MSR, 0, answer, 64), 0, "^l^YE@@^]", {"hh<1C>"}, {}, "<00><00><1C>#"},
+    {"empty stripe", readStripe, 0, "^l^YE@@^]", {"hh<1C>"}, {}, "<00><00><1C>#"},
     {"stripe, full without an end", call(YARDO_PR2_MSR, 0, answer, 6), 0, "^l^YE@@^]", {"hh12", "3456"}, {}, "1234<00><00>#"},
     {"stripe, no more than a header", call(YARDO_PR2_MSR, 0, answer, 2), 0, "^l^YE@@^]", {"h<1C>"}, {}, "<00><00>#"},
     {"stripe without an end", call(YARDO_PR2_MSR, 1, answer, 64), -4, "^l^YEA@^]", {"hh1"}, {}, "hh1#"},
     {"stripe buffer too short", call(YARDO_PR2_MSR, 1, answer, 1), -1, ""},
     {"no stripe buffer", call(YARDO_PR2_MSR, 1, nullptr, 64), -1, ""},
     // When the first cannot be read the second is; only its result is told.
-    {"both stripes",
-     call(YARDO_PR2_MSRALL, answer, 4, answer + 4, 60),
-     0,
-     "^l^YE@@^]^l^YEA@^]",
-     {"hh1<1C>", "hh9<1C>"},
-     {0, 0, 0, -3},
-     "1<00><00><1C>9<00><00><1C>#"},
+    {"both stripes", readBoth, 0, "^l^YE@@^]^l^YEA@^]", {"hh1<1C>", "hh9<1C>"}, {0, 0, 0, -3}, "1<00><00><1C>9<00><00><1C>#"},
     {"both stripes, one buffer missing", call(YARDO_PR2_MSRALL, nullptr, 64, other, 64), -1, ""},
     {"both stripes, first too short", call(YARDO_PR2_MSRALL, answer, 1, other, 64), -1, ""},
     {"both stripes, second too short", call(YARDO_PR2_MSRALL, answer, 64, other, 1), -1, ""},

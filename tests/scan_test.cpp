@@ -51,6 +51,7 @@ TEST_F(Scan, OkiStreamsBecomeFiles) {
     const std::string head = okiHeader(image.size()), all = spelled(image);
     const std::string line = "read bmp data " + std::to_string(image.size()) + " ok!\n";
     const auto part = [&](std::size_t from, std::size_t count) { return spelled(image.substr(from, count)); };
+    const Replies both = {head + part(0, 7), part(7, 999), end, head, part(0, 50), part(50, 999), end};
     const struct {
         const char* name;
         Replies stream;
@@ -59,12 +60,7 @@ TEST_F(Scan, OkiStreamsBecomeFiles) {
         bool littered = false;
     } rows[] = {
         {"whole with the header", {head + all, end, none}, 0, image, "", ""},
-        {"both sides, one in blocks",
-         {head + part(0, 7), part(7, 999), end, head, part(0, 50), part(50, 999), end},
-         0,
-         image,
-         image,
-         line + line},
+        {"both sides, in blocks", both, 0, image, image, line + line},
         {"the back side only", {none, head, all, end}, 0, "", image, line},
         {"blocks of 8 in between", {head, "XXXXXXXX", part(0, 50), "XXXXXXXX", part(50, 999), end, none}, 0, image, "", line},
         {"more than announced", {head, all, "more", none}, 0, image + "more", "", line + line},
@@ -118,6 +114,7 @@ Replies oliReplies(Replies messages) {
 
 TEST_F(Scan, CommandsComeInTheirOrder) {
     const auto okiSettings = [](const std::string& settings) { return "^}SS^}S-^}SL<00>" + settings + "^}D"; };
+    const Replies late = {"...@..", "...A..", "...B..", "...C..", "", "", "^rQ", "gone"};
     const Dialogue dialogues[] = {
         {"OKI, no status", oki(), -20, "^}SS", {"?"}, {-3}},
         {"OKI, another status", oki(), -20, "^}SS", {"..<02>."}},
@@ -131,11 +128,7 @@ TEST_F(Scan, CommandsComeInTheirOrder) {
         {"OKI, lowest", oki(-1, -1, INT_MIN), -4, okiSettings("^}SM_<AA>^}SDqq<0A><14><1E><1E>"), okiReplies({}, "..1380", "..1500")},
         {"OLI", oli(3, 2, 3, 600), -40, oliSetUp + "^}-^-^j^YPC<CC>^j^}Paa<C8><C8><01><01>^Z^j^l^O^0", oliReplies({""})},
         // The document is called for, drawn in, and not waited for beyond a minute.
-        {"OLI, a document late",
-         oli(),
-         2,
-         oliSetUp + "<07>^ B<07>^ B^L000^ B^}-^-^j^l^O^0",
-         {"...@..", "...A..", "...B..", "...C..", "", "", "^rQ", "gone"}},
+        {"OLI, late", oli(), 2, oliSetUp + "<07>^ B<07>^ B^L000^ B^}-^-^j^l^O^0", late},
     };
     speak(dialogues);
     EXPECT_EQ(run(oli(), Replies(31, "...@..")).slept, 60);

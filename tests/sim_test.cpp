@@ -1,42 +1,125 @@
+// The virtual printer by itself: the text and the picture of its page, and the faults it is told to have.
 #include <gtest/gtest.h>
+#include <png.h>
 
+#include <algorithm>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "tests/sim_bench.h"
+#include "sim/printer.h"
 
 namespace passbook::sim {
 namespace {
 
-TEST(Faults, ChangeTheAnswersAsAsked) {
-    const std::string questions = "\033j\033 B";
-    const std::string right = Bench().ask(questions);
+using namespace std::string_literals;
 
+// A printer on the bench: bytes go in as strings, and everything that comes out is kept.
+struct Bench {
+    explicit Bench(Scenario scenario = {})
+        : printer(std::move(scenario), [this](const nlohmann::json& event) { events.push_back(event); }) {}
+
+    void send(std::string_view bytes) { printer.receive(std::vector<std::uint8_t>(bytes.begin(), bytes.end())); }
+    std::string answer() {
+        const std::vector<std::uint8_t> bytes = printer.takeAnswer();
+        return {bytes.begin(), bytes.end()};
+    }
+    std::string ask(std::string_view bytes) {
+        send(bytes);
+        return answer();
+    }
+
+    std::vector<nlohmann::json> events;
+    Printer printer;
+};
+
+// What text has darkened in some rows: the first column, one behind the last, and how much it is in all.
+struct Ink {
+    int first = kMaxPageWidthDots;
+    int end = 0;
+    int sum = 0;
+};
+
+Ink inkIn(const Page& page, int top, int bottom) {
+    Ink ink;
+    for (int y = top; y < bottom; ++y) {
+        for (int x = 0; x < page.width(); ++x) {
+            ink.sum += page.textInk(x, y);
+            if (page.textInk(x, y) <= 127) continue;
+            ink.first = std::min(ink.first, x);
+            ink.end = std::max(ink.end, x + 1);
+        }
+    }
+    return ink;
+}
+
+TEST(Text, FillsItsCells) {
+    // Twenty letters, or ten Chinese characters, at 30 dots from the left: where their ink ends.
+    const std::string latin(20, 'M');
+    const std::string chinese = "\xB9\xFA\xB9\xFA\xB9\xFA\xB9\xFA\xB9\xFA\xB9\xFA\xB9\xFA\xB9\xFA\xB9\xFA\xB9\xFA";
+    const struct {
+        std::string format, text;
+        int widthDots, heightDots;
+    } rows[] = {
+        {"\033a3", latin, 240, 24},
+        {"\033a8", latin, 212, 24},
+        {"\033a3", chinese, 240, 24},
+        {"\033a3\0334\x1Cj", latin, 480, 24},
+        {"\033a3\0334\x1Ch\0333\x1Cj", latin + chinese, 480, 24},
+        {"\033a3\033w2", chinese, 240, 72},
+    };
+    for (const auto& row : rows) {
+        Bench bench;
+        bench.send(row.format + "\033/10400\033|A020" + row.text + "\r");
+        const Page& page = *bench.printer.page();
+        SCOPED_TRACE(testing::PrintToString(row.format + row.text));
+        const int bottom = 300 + row.heightDots;
+        const Ink ink = inkIn(page, 300, bottom);
+        EXPECT_NEAR(ink.first, 30, 5);
+        EXPECT_NEAR(ink.end, 30 + row.widthDots, 5);
+        EXPECT_GT(inkIn(page, bottom - row.heightDots / 3, bottom).sum, 0) << "as high as its cell";
+        EXPECT_EQ(inkIn(page, 0, 300).sum + inkIn(page, bottom, page.height()).sum, 0) << "and no higher";
+    }
+}
+
+// What a picture's reader gets: the dots where they are, paper and what lies beside it, the resolution.
+TEST(Picture, ShowsThePage) {
+    Bench bench({.pageWidthDots = 20, .pageHeightDots = 30});
+    for (const std::string x : {"002", "020"}) bench.send("\033/10004\033|A" + x + "\0331A000\x01\0\0\0332"s);
+    const std::vector<std::uint8_t> file = bench.printer.page()->png();
+    EXPECT_EQ(std::string(file.begin() + 37, file.begin() + 50), "pHYs\0\0\033\xAF\0\0\033\xAF\x01"s);
+
+    png_image picture{};
+    picture.version = PNG_IMAGE_VERSION;
+    ASSERT_NE(png_image_begin_read_from_memory(&picture, file.data(), file.size()), 0);
+    ASSERT_EQ(picture.width, 200U);
+    picture.format = PNG_FORMAT_GRAY;
+    std::vector<std::uint8_t> pixels(PNG_IMAGE_SIZE(picture));
+    ASSERT_NE(png_image_finish_read(&picture, nullptr, pixels.data(), 0, nullptr), 0);
+    const auto grey = [&](std::size_t x, std::size_t y) { return int{pixels[y * 200 + x]}; };
+    EXPECT_EQ((std::vector{grey(3, 3), grey(4, 3), grey(3, 2), grey(30, 3)}), (std::vector{0, 255, 255, 0}));
+    EXPECT_TRUE(grey(31, 3) > 200 && grey(31, 3) < 255) << "not paper, and no ink";
+}
+
+TEST(Faults, ChangeTheAnswersAsAsked) {
+    const std::string questions = "\033j\033 B", right = Bench().ask(questions);
     Bench inPieces({.split = 2});
     inPieces.send(questions);
-    std::vector<std::string> pieces;
-    while (inPieces.printer.answerPending()) {
-        pieces.push_back(inPieces.answer());
-    }
-    EXPECT_EQ(pieces, (std::vector<std::string>{"\033r", "P", "\033B", "5C", "\033Z"}));
+    for (const std::string_view piece : {"\033r", "P", "\033B", "5C", "\033Z"}) EXPECT_EQ(inPieces.answer(), piece);
 
-    const std::string wrong = Bench({.garble = true}).ask(questions);
-    ASSERT_EQ(wrong.size(), right.size());
-    for (std::size_t i = 0; i < right.size(); ++i) {
-        EXPECT_NE(wrong[i], right[i]);
-    }
+    std::string wrong = Bench({.garble = true}).ask(questions);
+    for (char& byte : wrong) byte = static_cast<char>(byte ^ 0x80);
+    EXPECT_EQ(wrong, right);
 
     Bench mute({.silent = true});
     EXPECT_EQ(mute.ask(questions), "");
-    EXPECT_EQ(mute.last("answer-lost").at("note"), "silent");
+    EXPECT_EQ(mute.events.back().at("note"), "silent");
 
     // A host that never listens costs no more than so much memory.
     Bench unheard;
-    for (int i = 0; i < 30000; ++i) {
-        unheard.send("\033j");
-    }
+    for (int i = 0; i < 30000; ++i) unheard.send("\033j");
     EXPECT_LE(unheard.answer().size(), 64U * 1024);
-    EXPECT_EQ(unheard.last("answer-lost").at("to"), "printer-status");
+    EXPECT_EQ(unheard.events.back().at("event"), "answer-lost");
     EXPECT_EQ(unheard.ask("\033j"), "\033rP") << "it can be asked again once it has listened";
 }
 
