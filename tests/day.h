@@ -1,11 +1,14 @@
 // A day at the counter: jobs of both families one after another, on any port, with the results that each may have.
 #pragma once
 
+#include <algorithm>
+#include <filesystem>
 #include <functional>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "api/passbook.h"
 #include "sim/printer.h"
 #include "tests/support.h"
 
@@ -21,14 +24,82 @@ struct Step {
 /// Runs in a directory of its own, where the files to be printed lie and scans are put.
 class Day : public ::testing::Test {
  protected:
-    void SetUp() override;
-    void TearDown() override;
+    void SetUp() override {
+        virtualClock = {};
+        std::filesystem::current_path(directory_.file(""));
+        Picture picture(40, 60);
+        for (int y = 0; y < picture.height; ++y) picture.at(y % picture.width, y) = picture.at(0, y) = 0;
+        writeFile("a.bmp", picture.bmp(24, true));
+    }
+    void TearDown() override {
+        std::filesystem::current_path("/");
+        EXPECT_EQ(protocol, nullptr);
+    }
 
-    static std::vector<Step> steps(sim::Family family, const std::string& portName);
+    static std::vector<Step> steps(sim::Family family, const std::string& portName) {
+        static char stripe0[64], stripe1[64];
+        static unsigned char identifier[13];
+        const auto bound = [portName](auto function, auto... arguments) {
+            return [=] { return function(portName.c_str(), arguments...); };
+        };
+        if (family == sim::Family::kOki)
+            return {
+                {"text", bound(PT_PrintTxtStream, 0, 1, 10, 10, "对账单\n100.00", -1), 0, {-3}},
+                {"picture", bound(PT_PrintImageFileRevolve, 0, 1, 20, 20, 0, "a.bmp", 1), 0, {-3}},
+                {"scan", call(YARDO_ScantoFileOKI, "f.bmp", "b.jpg", 2, 0, 0, 0, false, 2, 200, 1), 0, {-3, -20, -21, -4, -40, -31}},
+                {"eject", bound(PT_Eject, 0), 0, {-3}},
+            };
+        return {
+            {"init", call(YARDO_PR2_InitPrinter, 2, 3), 0, {-30}},
+            {"insert", YARDO_PR2_InsertPaper, 0, {-3}},
+            {"paper", YARDO_PR2_GetPaperStatus, 4, {1, 2, 3, -3, -20}},
+            {"format", call(YARDO_PR2_SetFormat, 12, 1, 1, 1), 0, {-3}},
+            {"space", call(YARDO_PR2_SetLineSpace, 0, 4.2), 0, {-3}},
+            {"text", call(YARDO_PR2_PrintData, 0, 10, 10, "存款 100.00", -1), 0, {-3}},
+            {"line", YARDO_PR2_LR, 0, {-3}},
+            {"picture", call(YARDO_PrintBmpOLI, "a.bmp", false, 20, 20), 0, {-3}},
+            {"printer", YARDO_PR2_GetPrinterStatus, 1, {2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, -3, -22}},
+            {"stripe write", call(YARDO_PR2_MSW, 0, "12=34", 5), 0, {-3}},
+            {"stripes", call(YARDO_PR2_MSRALL, stripe0, 64, stripe1, 64), 0, {-3, -4}},
+            {"identifier", call(YARDO_PR2_GetFWID, identifier), 0, {-4}},
+            {"scan", call(YARDO_ScantoFileOLI, "f.bmp", "b.bmp", 2, 0, 0, false, 2, 200, 1), 0, {2, -40, -31}},
+            {"removal", call(YARDO_PR2_SPB, 4), 0, {-3, -20}},
+        };
+    }
+
     /// The printer with a document to be scanned.
-    static sim::Scenario scenario(sim::Family family);
+    static sim::Scenario scenario(sim::Family family) {
+        sim::Scenario scenario{.family = family};
+        const auto row = [](int, std::span<std::uint8_t> pixels) { std::fill(pixels.begin(), pixels.end(), std::uint8_t{0x30}); };
+        scenario.scan.sides = {sim::Document{40, 16, row}, sim::Document{40, 16, row}};
+        scenario.scan.block = 300;
+        return scenario;
+    }
+
     /// Does the day. `open` opens the port in front of the first step and of any that finds it closed. True when every step went well.
-    static bool spend(const std::vector<Step>& steps, const std::function<void()>& open);
+    static bool spend(const std::vector<Step>& steps, const std::function<void()>& open) {
+        virtualClock = {};
+        open();
+        bool good = YARDO_PR2_OpenPort("what is open") == 0;
+        testing::internal::CaptureStdout();  // scans tell their progress
+        for (const Step& step : steps) {
+            if (protocol == nullptr) open();
+            const int result = step.call();
+            good = good && result == step.good;
+            EXPECT_TRUE(result == step.good || step.failing.contains(result)) << step.name << " gave " << result;
+        }
+        (void)testing::internal::GetCapturedStdout();
+        EXPECT_LT(virtualClock.microseconds - VirtualClock{}.microseconds, 250'000'000);
+        EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
+        // Of a scan that failed, a private temporary file may be there; nothing else is left.
+        for (const auto& entry : std::filesystem::directory_iterator(".")) {
+            if (entry.path().filename().string().starts_with(".tmp_")) {
+                EXPECT_EQ(entry.status().permissions(), std::filesystem::perms(0600));
+                std::filesystem::remove(entry);
+            }
+        }
+        return good;
+    }
 
  private:
     TemporaryDirectory directory_;

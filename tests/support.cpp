@@ -224,19 +224,14 @@ std::string readFile(const std::string& path) {
 
 std::string BmpHeader::text() const {
     std::string header(54, '\0');
-    const auto put = [&](std::size_t at, std::int64_t value, std::size_t count) {
-        for (std::size_t i = 0; i < count; ++i) header[at + i] = static_cast<char>(value >> (8 * i));
-    };
     header.replace(0, 2, "BM");
-    put(2, imageSize == 0 ? 0 : 54 + std::int64_t{imageSize}, 4);
-    put(10, dataOffset, 4);
-    put(14, infoSize, 4);
-    put(18, width, 4);
-    put(22, height, 4);
-    put(26, 1, 2);
-    put(28, bitsPerPixel, 2);
-    put(34, imageSize, 4);
-    put(46, colorsUsed, 4);
+    const std::int64_t fileSize = imageSize == 0 ? 0 : 54 + std::int64_t{imageSize};
+    const std::int64_t fields[][3] = {
+        {2, 4, fileSize}, {10, 4, dataOffset},   {14, 4, infoSize},  {18, 4, width},     {22, 4, height},
+        {26, 2, 1},       {28, 2, bitsPerPixel}, {34, 4, imageSize}, {46, 4, colorsUsed}};  // place, size, value
+    for (const auto& [place, size, value] : fields) {
+        for (std::int64_t i = 0; i < size; ++i) header[static_cast<std::size_t>(place + i)] = static_cast<char>(value >> (8 * i));
+    }
     return header;
 }
 

@@ -74,8 +74,7 @@ int __wrap_libusb_get_config_descriptor(libusb_device* device, uint8_t index, li
     return libusb.descriptor != 0 ? libusb.descriptor : __real_libusb_get_config_descriptor(device, index, configuration);
 }
 
-int __real_libusb_bulk_transfer(libusb_device_handle* device, unsigned char endpoint, unsigned char* data, int length, int* transferred,
-                                unsigned timeoutMs);
+decltype(libusb_bulk_transfer) __real_libusb_bulk_transfer;
 int __wrap_libusb_bulk_transfer(libusb_device_handle* device, unsigned char endpoint, unsigned char* data, int length, int* transferred,
                                 unsigned timeoutMs) {
     virtualClock.microseconds += 100'000;  // or a wait that only asks and never sleeps would have no end
@@ -305,9 +304,8 @@ TEST_F(Usb, WithoutADeviceNothingIsTransferred) {
     unsigned char byte = 7;
     {
         HidUsb printer;
-        EXPECT_EQ(printer.OpenDevice(), -2);  // there is no context to look for one in
-        EXPECT_EQ(printer.ReadPipe(&byte), -32);
-        EXPECT_EQ(printer.WritePipe(&byte), -32);
+        // There is no context to look for one in.
+        EXPECT_EQ((std::vector{printer.OpenDevice(), printer.ReadPipe(&byte), printer.WritePipe(&byte)}), (std::vector{-2, -32, -32}));
     }
     EXPECT_EQ(libusb.asked, "init ");
     installPort(new HidUsb);

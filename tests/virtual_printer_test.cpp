@@ -171,16 +171,14 @@ TEST_F(Day, AnswersInPiecesAreReadWhole) {
     ASSERT_EQ(YARDO_PR2_OpenPort(printer.name().c_str()), 0);
     unsigned char identifier[14] = {};
     char buffer0[64] = "", buffer1[64] = "";
-    EXPECT_EQ(YARDO_PR2_InitPrinter(1, 5), 0);
-    EXPECT_EQ(YARDO_PR2_GetFWID(identifier), 0);
+    const std::vector<int> results = {YARDO_PR2_InitPrinter(1, 5),    YARDO_PR2_GetFWID(identifier),
+                                      YARDO_PR2_GetPaperStatus(),     YARDO_PR2_GetPrinterStatus(),
+                                      YARDO_PR2_MSW(0, "written", 7), YARDO_PR2_MSRALL(buffer0, sizeof buffer0, buffer1, sizeof buffer1),
+                                      YARDO_PR2_ClosePort()};
+    EXPECT_EQ(results, (std::vector{0, 0, 4, 1, 0, 0, 0}));
     EXPECT_STREQ(reinterpret_cast<const char*>(identifier), "PASSBOOKSIM10");
-    EXPECT_EQ(YARDO_PR2_GetPaperStatus(), 4);
-    EXPECT_EQ(YARDO_PR2_GetPrinterStatus(), 1);
-    EXPECT_EQ(YARDO_PR2_MSW(0, "written", 7), 0);
-    EXPECT_EQ(YARDO_PR2_MSRALL(buffer0, sizeof buffer0, buffer1, sizeof buffer1), 0);
     EXPECT_STREQ(buffer0, "written");
     EXPECT_STREQ(buffer1, "6222020200112233445=4912");
-    EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
     EXPECT_EQ(printer.takeMistakes(), std::vector<nlohmann::json>{});
 }
 

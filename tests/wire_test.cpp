@@ -23,12 +23,8 @@ Bytes bytesOf(std::string_view text) { return {text.begin(), text.end()}; }
 // A command on one line: name, numbers, bytes (as they are), and what is wrong with it.
 std::string say(const Command& command) {
     std::string said(command.name);
-    for (const int number : command.numbers) {
-        said += ' ' + std::to_string(number);
-    }
-    if (!command.bytes.empty()) {
-        said += " <" + std::string(command.bytes.begin(), command.bytes.end()) + '>';
-    }
+    for (const int number : command.numbers) said += ' ' + std::to_string(number);
+    if (!command.bytes.empty()) said += " <" + std::string(command.bytes.begin(), command.bytes.end()) + '>';
     return command.note.empty() ? said : said + " (" + std::string(command.note) + ')';
 }
 
@@ -106,13 +102,10 @@ TEST(Decoder, RandomBytesAreAllAccountedForHoweverTheyArrive) {
     std::mt19937 random(20261116);
     for (int round = 0; round < 400; ++round) {
         Bytes bytes(random() % 300);
-        for (std::uint8_t& byte : bytes) {
+        for (std::uint8_t& byte : bytes)
             byte = static_cast<std::uint8_t>(random() % 4 == 0 ? random() : kLikely[random() % kLikely.size()]);
-        }
         std::vector<std::size_t> cuts;
-        for (std::size_t cut = 0; cut < bytes.size(); cut += 1 + random() % 5) {
-            cuts.push_back(cut);
-        }
+        for (std::size_t cut = 0; cut < bytes.size(); cut += 1 + random() % 5) cuts.push_back(cut);
         const Family family = round % 2 == 0 ? Family::kOli : Family::kOki;
         const Heard whole = decode(family, bytes);
         ASSERT_EQ(whole.commands, decode(family, bytes, cuts).commands) << testing::PrintToString(bytes);
