@@ -30,7 +30,6 @@ class Conversion : public ::testing::Test {
         EXPECT_EQ(openFiles(), openBefore);
         (void)testing::internal::GetCapturedStderr();
     }
-    static std::ptrdiff_t openFiles() { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); }
     static unsigned permissions(const std::string& path) {
         return static_cast<unsigned>(std::filesystem::symlink_status(path).permissions());
     }

@@ -8,7 +8,6 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <new>
 #include <numeric>
@@ -83,12 +82,9 @@ std::string bytes(const std::string& hexText) {
 std::string wire(const std::string& spelling) {
     std::string result;
     for (std::size_t i = 0; i < spelling.size(); ++i) {
-        if (spelling[i] == '<') {
-            result += bytes(spelling.substr(i + 1, 2));
-            i += 3;
-        } else {
-            result += spelling[i] == '^' ? '\x1B' : spelling[i];
-        }
+        const bool hex = spelling[i] == '<';
+        result += hex ? bytes(spelling.substr(i + 1, 2)) : std::string(1, spelling[i] == '^' ? '\x1B' : spelling[i]);
+        i += hex ? 3 : 0;
     }
     return result;
 }

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <span>
@@ -116,6 +117,8 @@ class TemporaryDirectory {
 
 void writeFile(const std::string& path, const std::string& content);
 std::string readFile(const std::string& path);
+/// How many files this process has open.
+inline std::ptrdiff_t openFiles() { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); }
 
 /// A BMP's headers, field by field, for files that no writer would write.
 struct BmpHeader {

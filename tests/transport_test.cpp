@@ -69,6 +69,7 @@ TEST(SerialLine, CarriesBytesAndIsLeftAsItWas) {
     pty.write("left over from another program");
     (void)pty.read();  // its echo
 
+    const auto files = openFiles();
     ASSERT_EQ(YARDO_PR2_OpenPort(pty.name.c_str()), 0);
     termios expected = before;  // but for:
     cfsetospeed(&expected, B9600);
@@ -93,6 +94,7 @@ TEST(SerialLine, CarriesBytesAndIsLeftAsItWas) {
 
     EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
     EXPECT_EQ(modes(pty.settings()), modes(before));
+    EXPECT_EQ(openFiles(), files);
 }
 
 TEST(SerialLine, IsProgrammedBitByBit) {

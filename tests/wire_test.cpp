@@ -18,8 +18,6 @@ using namespace std::string_view_literals;
 
 using Bytes = std::vector<std::uint8_t>;
 
-Bytes bytesOf(std::string_view text) { return {text.begin(), text.end()}; }
-
 // A command on one line: name, numbers, bytes (as they are), and what is wrong with it.
 std::string say(const Command& command) {
     std::string said(command.name);
@@ -51,49 +49,58 @@ Heard decode(Family family, std::span<const std::uint8_t> bytes, const std::vect
     return heard;
 }
 
-struct Case {
-    std::string_view bytes;
-    std::vector<std::string> commands;
-};
-
-// Each case, whole and cut at every place: the same commands, and every byte accounted for.
-void check(Family family, const std::vector<Case>& cases) {
-    for (const Case& row : cases) {
-        const Bytes bytes = bytesOf(row.bytes);
+// Each row, whole and cut at every place: the same commands, and every byte accounted for.
+TEST(Decoder, WhatIsWrongIsReportedAndNothingElseLost) {
+    constexpr auto kOli = Family::kOli, kOki = Family::kOki;
+    const struct {
+        Family family;
+        std::string_view text;
+        std::vector<std::string> commands;
+    } rows[] = {
+        {kOli, "\0331A000abcd\0332X"sv, {"malformed-bitmap <abcd> (half a column)", "text <X>"}},
+        // The host gave up inside a run and ejects.
+        {kOli, "\0331A000abc\033O"sv, {"malformed-bitmap <abc> (broken off by another command)", "eject"}},
+        {kOli, "\0331A000abc"sv, {"malformed-bitmap <abc> (no end)"}},
+        // The end of a run is no command by itself, and no other head begins one.
+        {kOli, "\0332\0331A001"sv, {"unknown <\0332> (no such command)", "unknown <\0331A001> (no such command)"}},
+        {kOli, "\033t12\x1D\033"sv, {"malformed-stripe <12\x1D\033> (no end)"}},
+        // Half characters: only the byte that is wrong for certain is given up.
+        {kOli, "A\xB4\rB"sv, {"text <A>", "unknown <\xB4> (half a character)", "carriage-return", "text <B>"}},
+        {kOli, "A\x80\x7F"sv, {"text <A>", "unknown <\x80> (no text and no command)", "unknown <\x7F> (no text and no command)"}},
+        {kOli,
+         "\033zA\x1C\x1Cj"sv,
+         {"unknown <\033z> (no such command)", "text <A>", "unknown <\x1C> (cut short)", "chinese-normal-width"}},
+        {kOki, "\033%1\0\1abc\033%1\0\2abc"sv, {"bitmap-run <abc>", "malformed-bitmap <abc> (no end)"}},
+        {kOki, "\033%1\0\0A\r"sv, {"bitmap-run 0", "text <A>", "carriage-return"}},
+        {kOki, "\033} =1\033A\033ZB"sv, {"configuration-write <1\033A\033Z>", "text <B>"}},
+        {kOki, "\033} =1\033"sv, {"malformed-configuration <1\033> (no end)"}},
+        {kOki, "\033%2\033%5"sv, {"unknown <\033%2> (no such command)", "unknown <\033%5> (cut short)"}},
+    };
+    for (const auto& [family, text, commands] : rows) {
+        const Bytes bytes(text.begin(), text.end());
         SCOPED_TRACE(testing::PrintToString(bytes));
         for (std::size_t cut = 0; cut <= bytes.size(); ++cut) {
             const Heard heard = decode(family, bytes, {cut});
-            ASSERT_EQ(heard.commands, row.commands) << "cut at " << cut;
+            ASSERT_EQ(heard.commands, commands) << "cut at " << cut;
             ASSERT_EQ(heard.wireLength, bytes.size());
         }
     }
 }
 
-TEST(OliDecoder, WhatIsWrongIsReportedAndNothingElseLost) {
-    check(
-        Family::kOli,
-        {
-            {"\0331A000abcd\0332X"sv, {"malformed-bitmap <abcd> (half a column)", "text <X>"}},
-            // The host gave up inside a run and ejects.
-            {"\0331A000abc\033O"sv, {"malformed-bitmap <abc> (broken off by another command)", "eject"}},
-            {"\0331A000abc"sv, {"malformed-bitmap <abc> (no end)"}},
-            // The end of a run is no command by itself, and no other head begins one.
-            {"\0332\0331A001"sv, {"unknown <\0332> (no such command)", "unknown <\0331A001> (no such command)"}},
-            {"\033t12\x1D\033"sv, {"malformed-stripe <12\x1D\033> (no end)"}},
-            // Half characters: only the byte that is wrong for certain is given up.
-            {"A\xB4\rB"sv, {"text <A>", "unknown <\xB4> (half a character)", "carriage-return", "text <B>"}},
-            {"A\x80\x7F"sv, {"text <A>", "unknown <\x80> (no text and no command)", "unknown <\x7F> (no text and no command)"}},
-            {"\033zA\x1C\x1Cj"sv, {"unknown <\033z> (no such command)", "text <A>", "unknown <\x1C> (cut short)", "chinese-normal-width"}},
-        });
-}
-
-TEST(Decoder, ARunTooLongDoesNotPassForAWholeOne) {
-    // A run that was cut must not pass for a whole one when its end comes after all.
-    const std::string run = "\0331A000" + std::string(OliDecoder::kMaxBitmap + 3, 'x') + "\0332\r";
-    const Heard heard = decode(Family::kOli, bytesOf(run));
-    ASSERT_EQ(heard.commands.size(), 3U);
-    EXPECT_EQ(heard.commands[1], "malformed-bitmap <xxx> (too long)");
-    EXPECT_EQ(heard.commands[2], "carriage-return");
+// What is cut must not pass for a whole one when its end comes after all, nor eat memory when it never does.
+TEST(Decoder, WhatIsTooLongIsCut) {
+    const std::tuple<Family, std::string, std::size_t, std::string_view, std::string_view> rows[] = {
+        {Family::kOli, "\0331A000", OliDecoder::kMaxBitmap, "\0332\r", "malformed-bitmap"},
+        {Family::kOli, "\033t", OliDecoder::kMaxStripe, "\r", "malformed-stripe"},
+        {Family::kOki, "\033} =", OkiDecoder::kMaxConfiguration, "\r", "malformed-configuration"},
+        {Family::kOki, "", Decoder::kMaxText, "\r", "text"},
+    };
+    for (const auto& [family, head, most, end, cut] : rows) {
+        const std::string text = head + std::string(2 * most, 'x') + std::string(end);
+        const Heard heard = decode(family, Bytes(text.begin(), text.end()));
+        EXPECT_TRUE(heard.commands.at(0).starts_with(cut) && heard.commands[0].size() < most + 40) << cut;
+        EXPECT_EQ(heard.commands.back(), "carriage-return") << cut;
+    }
 }
 
 TEST(Decoder, RandomBytesAreAllAccountedForHoweverTheyArrive) {
