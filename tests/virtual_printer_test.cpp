@@ -4,7 +4,6 @@
 
 #include <png.h>
 
-#include <cstring>
 #include <random>
 
 #include "api/passbook.h"
@@ -187,46 +186,38 @@ struct FailingLine {
     enum Fault { none, error, truncated, doubled, silence, garbage };
     sim::Printer printer;
     Fault fault = none;
-    int at = 0, transfers = 0, reads = 0;
-    std::vector<std::uint8_t> pending{};
+    int at = 0, transfers = 0;
 
     /// One transfer: what becomes of its bytes. True when it is an error.
-    bool transfer(std::vector<std::uint8_t>& data) {
+    bool transfer(std::string& data) {
         const auto met = ++transfers == at ? fault : none;
         if (met == truncated) data.resize(data.size() / 2);
-        const auto copy = data;
-        if (met == doubled) data.insert(data.end(), copy.begin(), copy.end());
+        if (met == doubled) data += std::string(data);
         if (met == silence) data.clear();
-        for (std::uint8_t& byte : data) byte ^= met == garbage ? 0x55 : 0;
+        for (char& byte : data) byte = static_cast<char>(byte ^ (met == garbage ? 0x55 : 0));
         return met == error;
     }
 };
 
 /// The port of one call, for some close theirs.
-class LinePort : public Protocol {
+class LinePort : public ScriptedPort {
  public:
     explicit LinePort(FailingLine& line) : line_(line) {}
-    int OpenDevice() override { return 0; }
-    int CloseDevice() override { return 0; }
     int WritePipe(const unsigned char* data) override {
-        std::vector<std::uint8_t> sent(data, data + writeLength);
+        std::string sent(data, data + writeLength);
         if (line_.transfer(sent)) return -1;
-        line_.printer.receive(sent);
+        line_.printer.receive({octets(sent.data()), sent.size()});
         return 0;  // what was lost was taken by the system
     }
     int ReadPipe(unsigned char* buffer) override {
-        line_.printer.advance(std::chrono::milliseconds(++line_.reads));
-        auto& pending = line_.pending;
-        if (pending.empty() && line_.printer.answerPending()) pending = line_.printer.takeAnswer();
-        if (line_.transfer(pending) || pending.empty()) {
-            virtualClock.microseconds += 1'000'000;  // the line's own time-out
-            return -1;
-        }
-        const auto count = std::min(pending.size(), static_cast<std::size_t>(readLength));
-        std::memcpy(buffer, pending.data(), count);
-        pending.erase(pending.begin(), pending.begin() + static_cast<std::ptrdiff_t>(count));
-        readLength = static_cast<int>(count);
-        return 0;
+        line_.printer.advance(std::chrono::milliseconds(line_.transfers));
+        const auto answer = replies.empty() ? line_.printer.takeAnswer() : std::vector<std::uint8_t>();
+        if (!answer.empty()) replies.emplace_back(answer.begin(), answer.end());
+        std::string nothing;
+        const bool failed = line_.transfer(replies.empty() ? nothing : replies.front());
+        if (!failed && ScriptedPort::ReadPipe(buffer) == 0) return 0;
+        virtualClock.microseconds += 1'000'000;  // the line's own time-out
+        return -1;
     }
 
  private:
