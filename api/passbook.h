@@ -17,7 +17,10 @@
  *               threads calls it from one of them, or puts its own lock around every call.
  *   Blocking    Every call runs on the caller's thread and returns when its work is done. A read of the
  *               printer's answer waits at most one second on a serial port, for the transfers' time-out on USB
- *               (see YARDO_PR2_OpenPort), and without limit on a parallel port.
+ *               (see YARDO_PR2_OpenPort), and without limit on a parallel port. A write waits without limit on a
+ *               serial or parallel port whose printer takes nothing, and so does closing a serial port; on USB
+ *               it has the time-out of reads. Reading away what nobody asked for any more, the rest of an aborted
+ *               scan say, goes on until the line falls silent, at most two minutes.
  *   Signals     A system call that a signal interrupts before it did anything is made again. A write to a
  *               serial or parallel port that a signal cuts short counts as sent, and its rest is lost: a
  *               program that handles signals blocks them around its calls.
@@ -135,8 +138,10 @@ PASSBOOK_API int YARDO_PR2_Command(const unsigned char* data, int length);
 /*
  * Resets the printer, sets it up (15 characters per inch, line space 46/240 inch) and waits until it is ready.
  * mode            1: clears an error; 2: clears everything; any other: clears an error and sends a form feed.
- * timeoutSeconds  how long to wait; 0 or less asks once. The call can take two seconds longer.
- * Returns 0 ready; -30 not ready in time; -6.
+ * timeoutSeconds  how long to wait; with 0 or less one read of an answer is made. The call can take longer by a
+ *                 second and one read (see Blocking).
+ * Returns 0 ready; -30 not ready in time; -6. After -30 the answer to a question can still be on its way: the next
+ * function that asks something takes it for its own.
  */
 PASSBOOK_API int YARDO_PR2_InitPrinter(int mode, int timeoutSeconds);
 
@@ -294,9 +299,10 @@ PASSBOOK_API int YARDO_PrintBmpOLI(const char* path, bool eject, int x, int y);
  * dpi                  up to 240, up to 400, above: one of the printer's three resolutions.
  * direction            bit 0 is passed on to the printer.
  * While it runs, the image is in a temporary file beside frontFile, readable by nobody but the user. It stays
- * there after a failure, and when it cannot be moved to its name (another file system, a directory that does
- * not exist), which the result does not tell: look whether the file is there. Memory does not grow with the
- * image.
+ * there after a failure. An image that cannot be put under its name (another file system, a directory that does
+ * not exist, no room for the JPEG) is lost or left in that file, which the result does not tell: look whether the
+ * side's file is there.
+ * Memory does not grow with the image.
  * Each read of the port is taken for one piece of the printer's stream, and pieces of exactly 1 and 8 bytes
  * mean something: lines that carry bytes without borders (a serial line at speed, say) can cut pieces so that
  * image bytes get lost or the image ends early. Ports that keep borders (USB) do not have this.
@@ -310,7 +316,7 @@ PASSBOOK_API int YARDO_ScantoFileOKI(const char* frontFile, const char* backFile
 
 /*
  * Scans the document in an OLI printer on the port that is open, and leaves the port open. Waits up to a
- * minute for a document.
+ * minute for a document, and longer by what the last look for one takes (see YARDO_PR2_GetPaperStatus).
  * frontFile, backFile  in: the sides' BMP files, whatever their names, at most 511 characters each, both
  *                      always given.
  * imageType, param2, optionFlag, sides, dpi  as YARDO_ScantoFileOKI. Sides that are not asked for get no file.

@@ -87,6 +87,15 @@ int GetData(unsigned char* buffer, int length) {
     return protocol->ReadPipe(buffer) == 0 ? protocol->readLength : 0;
 }
 
+bool drainPort(int bytesPerRead) {
+    std::array<unsigned char, 256> scratch;
+    const Deadline patience(longestDrainSeconds);
+    bool any = false;
+    while (GetData(scratch.data(), bytesPerRead) > 0 && !patience.passed())
+        any = true;
+    return any;
+}
+
 std::int32_t GetTickCount() {
     timeval now{};
     gettimeofday(&now, nullptr);

@@ -58,6 +58,14 @@ extern int g_timeout;
 /// port.
 [[nodiscard]] int GetData(unsigned char* buffer, int length);
 
+/// Seconds after which a line that never falls silent is given up. What is left of the largest scan, A4 in colour at
+/// 600 dots per inch, has come by then over USB at full speed.
+inline constexpr int longestDrainSeconds = 120;
+
+/// Reads and discards until a read brings nothing, `bytesPerRead` (at most 256) at a time; at least one read, and none
+/// any more after longestDrainSeconds. True when there was something to discard.
+bool drainPort(int bytesPerRead);
+
 /// Wall-clock milliseconds in 32 bits; wraps. Use Deadline rather than comparing readings by hand.
 [[nodiscard]] std::int32_t GetTickCount();
 

@@ -25,7 +25,7 @@ enum IMAGE_FORMAT : int {
 
 /// Converts a JPEG to a top-down BMP: colour to 24 bits, grey to 8 bits. 0; -2 a file cannot be opened, or
 /// the JPEG is damaged, ends early, or is neither grey nor of three components. A BMP that was begun stays
-/// behind.
+/// behind, without its last row at least, so that nobody takes it for the picture.
 [[nodiscard]] int convertJPGtoBMP(const char* source, const char* destination);
 
 /// Converts a PNG of any kind to a top-down BMP of 24 bits; transparency is dropped. Always 0: a PNG that

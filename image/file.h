@@ -10,8 +10,8 @@ extern char TMP_PATH[256];
 inline constexpr int tempNameBytes = 256;
 
 /// Reads a whole file into a new buffer of its length, without a zero behind it; release it with
-/// freeFileData. 0; -2 the file cannot be opened or there is no memory; -3 what was read is not as long as
-/// the file, or the file's length does not fit `*length`. `*buffer` is null after every failure.
+/// freeFileData. 0; -2 the file cannot be opened, is longer than `*length` can tell, or there is no memory; -3 what was
+/// read is not as long as the file. `*buffer` is null after every failure.
 [[nodiscard]] int getFileData(const char* path, unsigned char** buffer, int* length);
 
 /// Releases what getFileData handed out. Null is ignored.

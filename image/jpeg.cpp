@@ -28,6 +28,7 @@ constexpr JDIMENSION maxSide = 32767;
 struct ErrorManager {
     jpeg_error_mgr base;
     std::jmp_buf back;
+    bool inImage = false;  // from the first pixel's data on
 
     jpeg_error_mgr* install() {
         jpeg_std_error(&base);
@@ -35,17 +36,19 @@ struct ErrorManager {
             std::longjmp(reinterpret_cast<ErrorManager*>(codec->err)->back, 1);
         };
         base.emit_message = [](j_common_ptr codec, int level) {
-            if (level < 0 && !isHarmless(codec->err->msg_code))
+            if (level < 0 && !reinterpret_cast<ErrorManager*>(codec->err)->isHarmless())
                 codec->err->error_exit(codec);
         };
         base.output_message = [](j_common_ptr) {};
         return &base;
     }
 
-    /// Warnings that concern no pixel.
-    static bool isHarmless(int message) {
-        return message == JWRN_EXTRANEOUS_DATA || message == JWRN_ADOBE_XFORM || message == JWRN_BOGUS_ICC ||
-               message == JWRN_JFIF_MAJOR;
+    /// Warnings that concern no pixel. Bytes too many behind pixels' data are no such: they are what is left over
+    /// when the decoder has lost its place.
+    [[nodiscard]] bool isHarmless() const {
+        const int message = base.msg_code;
+        return (message == JWRN_EXTRANEOUS_DATA && !inImage) || message == JWRN_ADOBE_XFORM ||
+               message == JWRN_BOGUS_ICC || message == JWRN_JFIF_MAJOR;
     }
 };
 static_assert(offsetof(ErrorManager, base) == 0, "libjpeg hands the base back for the whole");
@@ -86,17 +89,20 @@ int JpegDecoding::run(const char* destinationPath) {
     destination.reset(createTempBmp(destinationPath, width, height, 8 * codec.output_components));
     if (destination == nullptr)
         return -2;
+    errors.inImage = true;
     (void)jpeg_start_decompress(&codec);
     const auto stride = static_cast<std::size_t>(bmpStrideBytes(width, 8 * codec.output_components));
-    JSAMPARRAY row = (*codec.mem->alloc_sarray)(reinterpret_cast<j_common_ptr>(&codec), JPOOL_IMAGE,
+    JSAMPARRAY row = (*codec.mem->alloc_sarray)(reinterpret_cast<j_common_ptr>(&codec), JPOOL_PERMANENT,
                                                 static_cast<JDIMENSION>(stride), 1);
     std::fill(*row, *row + stride, JSAMPLE{0});
     while (codec.output_scanline < codec.output_height) {
         (void)jpeg_read_scanlines(&codec, row, 1);
-        // A full disk is found by whoever reads the file and misses its rows.
+        if (codec.output_scanline == codec.output_height)
+            (void)jpeg_finish_decompress(&codec);
+        // A full disk is found by whoever reads the file and misses its rows. So is damage behind the last row, for
+        // that one is written when all is well.
         (void)std::fwrite(*row, 1, stride, destination.get());
     }
-    (void)jpeg_finish_decompress(&codec);
     return 0;
 }
 

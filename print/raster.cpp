@@ -55,7 +55,8 @@ void packStrip(int width, int rowsLeft, const unsigned char* strip, unsigned cha
     for (int group = 0; group < columnBytes; ++group) {
         const int firstRow = 8 * group;
         const int rows = std::clamp(rowsLeft - firstRow, 0, 8);
-        for (int x = 0; x < width; x += 8) {
+        for (std::int64_t x = 0; x < width;
+             x += 8) {  // wider than the width, which can be close to its limit
             std::uint64_t block = 0;
             for (int row = 0; row < rows; ++row) {
                 const int target = order == UpperRow::inLowestBit ? row : 7 - row;
@@ -65,7 +66,7 @@ void packStrip(int width, int rowsLeft, const unsigned char* strip, unsigned cha
             }
             block = transpose8x8(block);
             unsigned char* column = columns + static_cast<std::size_t>(x) * columnBytes + group;
-            for (int i = 0; i < std::min(8, width - x); ++i, column += columnBytes)
+            for (int i = 0; i < std::min<std::int64_t>(8, width - x); ++i, column += columnBytes)
                 *column = static_cast<unsigned char>(block >> (8 * (7 - i)));
         }
     }

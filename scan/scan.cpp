@@ -108,11 +108,4 @@ int pb2Prt(const unsigned char* command, int length) {
     return result;
 }
 
-void drainPort(int bytesPerRead) {
-    std::array<unsigned char, 256> scratch;
-    constexpr int mostReads = 65536;
-    for (int i = 0; i < mostReads && GetData(scratch.data(), bytesPerRead) > 0; ++i) {
-    }
-}
-
 }  // namespace passbook

@@ -61,10 +61,6 @@ int pb2Prt(const unsigned char* command, int length);
 inline constexpr unsigned char noReply = 0, readyReply = 1, firstPreparationReply = 6,
                                secondPreparationReply = 7;
 
-/// Reads and discards until a read brings nothing, `bytesPerRead` (at most 256) at a time; at least one read, and no
-/// more than 65536, so that a line that never falls silent does not hold the caller.
-void drainPort(int bytesPerRead);
-
 /// Scans on an OLI printer into BMP files. Waits up to a minute for a document; goes on without one. Sides that are not
 /// enabled are not received; a front side that fails does not stop the back side. Prints two lines of progress for
 /// each side on standard output.

@@ -71,16 +71,13 @@ class SideReceiver {
         return false;
     }
     bool failDrained() {
-        drainPort(static_cast<int>(drainBytes));
+        (void)drainPort(256);  // the result is the same whether there was something
         return fail(-31);
     }
     bool receiveData(std::uint32_t size, const unsigned char* begun, std::size_t begunBytes);
 
-    static constexpr std::size_t drainBytes = 256;
     static constexpr std::size_t blockBytes = 16384;
     static constexpr std::size_t fileBufferBytes = 65536;
-    /// A printer that sends nothing of use for ever does not hold the caller.
-    static constexpr int mostUselessReads = 65536;
 
     scans& record_;
     char temporary_[tempNameBytes] = "";
@@ -118,7 +115,8 @@ bool SideReceiver::receiveData(std::uint32_t size, const unsigned char* begun, s
 
     // Unsigned and wider than the announced size: both can be beyond 31 bits.
     std::uint64_t total = begunBytes;
-    int uselessReads = 0;
+    // A printer that sends nothing of use any more does not hold the caller for ever.
+    Deadline patience(longestDrainSeconds);
     bool written = std::fwrite(begun, 1, begunBytes, file.get()) == begunBytes;
     while (total <= size && written) {
         auto count = static_cast<std::size_t>(GetData(block_.get(), static_cast<int>(blockBytes)));
@@ -130,8 +128,10 @@ bool SideReceiver::receiveData(std::uint32_t size, const unsigned char* begun, s
         }
         if (count == headerBytes) {
             count = 0;  // printers put blocks of this length in between; they are no pixels
-            if (++uselessReads > mostUselessReads)
+            if (patience.passed())
                 return fail(-40);
+        } else {
+            patience = Deadline(longestDrainSeconds);
         }
         written = std::fwrite(block_.get(), 1, count, file.get()) == count;
         total += count;

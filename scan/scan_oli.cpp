@@ -138,15 +138,14 @@ class SideReceiver {
 
     static constexpr int blockBytes = 16384;
     static constexpr int spareBytes = 1024;
-    /// Reads that bring nothing of use; a printer that goes on like that for ever does not hold the caller.
-    static constexpr int mostUselessReads = 65536;
 
     scans& record_;
     Message message_;
     int bitsPerPixel_ = 0;
     std::unique_ptr<unsigned char[]> data_;
     std::int64_t position_ = 0;
-    int uselessReads_ = 0;
+    /// Since something of use came last: a printer that sends none any more does not hold the caller for ever.
+    Deadline patience_{longestDrainSeconds};
 };
 
 void SideReceiver::run() {
@@ -161,7 +160,7 @@ void SideReceiver::run() {
                 record_.result = 2;
             return;
         }
-        if (message_.length == 0 || ++uselessReads_ > mostUselessReads) {
+        if (message_.length == 0 || patience_.passed()) {
             record_.result = -40;
             return;
         }
@@ -229,7 +228,7 @@ bool SideReceiver::receiveData() {
         entry.receivedBytes = static_cast<std::int32_t>(static_cast<std::uint32_t>(entry.receivedBytes) +
                                                         static_cast<std::uint32_t>(count));
         if (position_ + count > entry.requiredBytes) {
-            if (++uselessReads_ > mostUselessReads) {
+            if (patience_.passed()) {
                 record_.result = -40;
                 return false;
             }
@@ -238,6 +237,7 @@ bool SideReceiver::receiveData() {
         if (block == scratch.data())
             std::copy_n(block, count, data_.get() + position_);
         position_ += count;
+        patience_ = Deadline(longestDrainSeconds);
     }
 }
 
@@ -245,7 +245,7 @@ bool SideReceiver::receiveData() {
 void SideReceiver::drainToEnd() {
     do {
         message_.read();
-    } while (message_.length != 0 && !message_.isEnd() && ++uselessReads_ <= mostUselessReads);
+    } while (message_.length != 0 && !message_.isEnd() && !patience_.passed());
     record_.result = message_.isEnd() ? -31 : -40;
 }
 

@@ -111,6 +111,9 @@ void addScan(CLI::App& app, Options& options) {
         ->check(CLI::Range(std::size_t{2}, kPtyBlock).description(""))
         ->type_name("N");
     app.add_option("--scan-break", scan.breakAfter, "Break a scan off after N bytes of image data")
+        ->check([](const std::string& text) {
+            return numberFrom<std::uint64_t>(text) ? std::string() : "\"" + text + "\" is no number of bytes";
+        })
         ->type_name("N");
     app.add_option("--scan-size-error", scan.sizeError,
                    "Announce N more (or -N less) than there are: oki bytes, oli rows")

@@ -57,9 +57,10 @@ std::size_t blockSize(Family family, std::uint64_t left, std::size_t most, std::
 }
 
 // A number as the messages carry it.
-std::string fiveDigits(int value) {
+std::string fiveDigits(std::int64_t value) {
     std::array<char, 8> text{};
-    std::snprintf(text.data(), text.size(), "%05d", std::clamp(value, 0, kMaxScanPixels));
+    std::snprintf(text.data(), text.size(), "%05d",
+                  static_cast<int>(std::clamp<std::int64_t>(value, 0, kMaxScanPixels)));
     return text.data();
 }
 
@@ -158,7 +159,7 @@ std::vector<std::uint8_t> ScanDelivery::next() {
             return piece;
         }
         case Step::kEnd: {
-            const int rows = bytes_->image().height() + scenario_.rowsError;
+            const std::int64_t rows = std::int64_t{bytes_->image().height()} + scenario_.rowsError;
             beginSide(side_ + 1);
             return family_ == Family::kOki ? std::vector{kOkiEnd} : message(kOliEnd, fiveDigits(rows));
         }
@@ -171,8 +172,8 @@ std::vector<std::uint8_t> ScanDelivery::next() {
 std::vector<std::uint8_t> ScanDelivery::header() {
     if (family_ == Family::kOli) {
         const ScanImage& image = bytes_->image();
-        return message(kOliHeader,
-                       fiveDigits(image.width()) + ' ' + fiveDigits(image.height() + scenario_.sizeError));
+        return message(kOliHeader, fiveDigits(image.width()) + ' ' +
+                                       fiveDigits(std::int64_t{image.height()} + scenario_.sizeError));
     }
     // Which of how many sides, a byte without meaning, and the size, lowest byte first.
     std::vector<std::uint8_t> piece{kOkiHeader, static_cast<std::uint8_t>(side_ + 1), 2, 0};

@@ -118,9 +118,7 @@ int runQuery(const StatusQuery& query) {
 void clearPrinterBuffer() {
     if (data_len == 0)
         return;
-    std::array<unsigned char, 256> scratch;
-    constexpr int mostReads = 1024;
-    for (int i = 0; i < mostReads && GetData(scratch.data(), static_cast<int>(scratch.size())) > 0; ++i)
+    if (drainPort(256))
         data_len = 0;
 }
 

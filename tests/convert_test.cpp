@@ -68,6 +68,7 @@ TEST_F(Conversion, EveryKindOfPngGivesItsPixels) {
         const char *raw, *bmp;
     } rows[] = {
         {PNG_COLOR_TYPE_GRAY, 1, true, "A0 40", "FFFFFF000000FFFFFF000000 000000FFFFFF000000000000"},
+        {PNG_COLOR_TYPE_GRAY, 2, false, "18 C4", "000000555555AAAAAA000000 FFFFFF000000555555000000"},
         {PNG_COLOR_TYPE_GRAY, 4, false, "0F70 80F0", "000000FFFFFF777777000000 888888000000FFFFFF000000"},
         {PNG_COLOR_TYPE_GRAY, 8, true, "0180FE 007FFF", "010101808080FEFEFE000000 0000007F7F7FFFFFFF000000"},
         {PNG_COLOR_TYPE_GRAY, 16, true, "010280FFFEFF 00FF7F7EFF00", "010101808080FEFEFE000000 0000007F7F7FFFFFFF000000"},
@@ -138,7 +139,7 @@ TEST_F(Conversion, DamagedAndHugeFilesAreRefused) {
     ASSERT_EQ(convertBMPtoJPG(bmp.c_str(), jpg.c_str(), 90), 0);
     writePng(source, PNG_COLOR_TYPE_GRAY, 8, false, true, "abcdef");
     const std::string jpeg = readFile(jpg), interlaced = readFile(source), good = Picture(8, 8).bmp(8, true), rows(64, 'x');
-    for (std::size_t length = 2; length < jpeg.size() - 8; length += 8) {
+    for (std::size_t length = 2; length < jpeg.size(); length += length + 8 < jpeg.size() ? 8 : 1) {
         EXPECT_EQ(convertFresh(convertJPGtoBMP, jpeg.substr(0, length)), -2) << length;
         EXPECT_LT(LoadedBmp(bmp).code, 0) << length;
     }
@@ -165,6 +166,7 @@ TEST_F(Conversion, DamagedAndHugeFilesAreRefused) {
         {"JPEG too high", convertJPGtoBMP, framed("00 11 08 80 00 00 10"), -2, false},
         {"JPEG too wide", convertJPGtoBMP, framed("00 11 08 00 10 80 00"), -2, false},
         {"a restart out of place", convertJPGtoBMP, std::string(jpeg).replace(jpeg.size() - 40, 2, "\xFF\xD5"), -2, true},
+        {"bytes left over behind the pixels", convertJPGtoBMP, std::string(jpeg).insert(jpeg.size() - 2, "left"), -2, true},
         {"harmless extra bytes", convertJPGtoBMP, jpeg.substr(0, 2) + "extra bytes" + jpeg.substr(2), 0, true},
         {"PNG too wide", convertPNGtoBMP, sized("00 00 80 00 00 00 00 01"), 0, false},
         {"PNG without width", convertPNGtoBMP, sized("00 00 00 00 00 00 00 01"), 0, false},

@@ -180,6 +180,11 @@ TEST_F(Oki, FilesAndMemoryArePrinted) {
         {"a run longer than its head can say", call(SendBMPData_OKI, 65536, 1, wide.data(), 9, 3), -1, "^%5<02>"},
     };
     speak(dialogues);
+    // However much of its pixels is missing, nothing passes for the whole. A PNG ends with 16 bytes that tell of none.
+    writePng(inkedPicture(8, 16, {0}, {0}), "a.png");
+    for (const auto& [whole, end] : {std::pair(jpeg, jpeg.size()), std::pair(readFile("a.png"), readFile("a.png").size() - 16)}) {
+        for (std::size_t length = 8; length < end; ++length) EXPECT_LT(run(printMemory(whole.substr(0, length), 1)).result, 0) << length;
+    }
     EXPECT_EQ(run(printMemory(bar, 0)).slept, 2);
     const Outcome failed = run(bmp(true, "a.bmp"), {}, 2);
     EXPECT_EQ(std::pair(failed.result, failed.writes.size()), std::pair(-3, std::size_t{3}));

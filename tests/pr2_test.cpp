@@ -140,7 +140,7 @@ TEST_F(Pr2Port, AGarbledAnswerIsReadAwayBeforeTheNextQuery) {
 
     // A line that never falls silent does not hold the host.
     EXPECT_EQ(YARDO_PR2_GetPrinterStatus(), -22);
-    port->replies.assign(5000, std::string(256, 'U'));
+    port->replies.assign(20000, "U");
     EXPECT_EQ(YARDO_PR2_GetPrinterStatus(), -22);
     EXPECT_FALSE(port->replies.empty());
 }

@@ -51,6 +51,10 @@ TEST_F(Scan, OkiStreamsBecomeFiles) {
     const std::string head = okiHeader(image.size()), all = spelled(image);
     const std::string line = "read bmp data " + std::to_string(image.size()) + " ok!\n";
     const auto part = [&](std::size_t from, std::size_t count) { return spelled(image.substr(from, count)); };
+    // More blocks that are dropped than anybody would wait for, but among others.
+    Replies among = {okiHeader(26000)}, fillers(20000, "XXXXXXXX");
+    for (int i = 0; i < 13000; ++i) among.insert(among.end(), {"XXXXXXXX", "++"});
+    among.insert(among.end(), {end, none});
     const Replies both = {head + part(0, 7), part(7, 999), end, head, part(0, 50), part(50, 999), end};
     const struct {
         const char* name;
@@ -63,6 +67,7 @@ TEST_F(Scan, OkiStreamsBecomeFiles) {
         {"both sides, in blocks", both, 0, image, image, line + line},
         {"the back side only", {none, head, all, end}, 0, "", image, line},
         {"blocks of 8 in between", {head, "XXXXXXXX", part(0, 50), "XXXXXXXX", part(50, 999), end, none}, 0, image, "", line},
+        {"many blocks of 8", among, 0, std::string(26000, '+'), "", "read bmp data 26000 ok!\n"},
         {"more than announced", {head, all, "more", none}, 0, image + "more", "", line + line},
         {"past the size in one block", {head, all + "+", none}, 0, image + "+", "", line},
         {"ended early", {head, part(0, 60), end, none}, 0, image.substr(0, 60), "", ""},
@@ -83,6 +88,8 @@ TEST_F(Scan, OkiStreamsBecomeFiles) {
         EXPECT_EQ(std::tuple(outcome.result, readFile(front), readFile(back)), std::tuple(row.result, row.front, row.back));
         EXPECT_EQ(std::tuple(outcome.output, directory.littered(), outcome.unread), std::tuple(row.output, row.littered, false));
     }
+    fillers.front() = head;
+    EXPECT_EQ(scan(oki(), okiReplies(fillers)).result, -40);
     front = directory.file("front.jpg");
     EXPECT_EQ(scan(oki(), okiReplies({head + all, end, none})).result, 0);
     EXPECT_EQ(readFile(front).substr(0, 2), "\xFF\xD8");

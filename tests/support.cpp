@@ -1,6 +1,7 @@
 #include "tests/support.h"
 
 #include <fcntl.h>
+#include <png.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -113,6 +114,7 @@ int ScriptedPort::ReadPipe(unsigned char* buffer) {
     std::memcpy(buffer, piece.data(), count);
     if (count < piece.size()) replies.push_front(piece.substr(count));
     readLength = static_cast<int>(count);
+    virtualClock.microseconds += 10'000;  // or a line that never falls silent would have no end
     return 0;
 }
 
@@ -258,6 +260,15 @@ std::string Picture::bmp(int bitsPerPixel, bool topDown) {
         rows += line.append((4 - line.size() % 4) % 4, '\0');
     }
     return BmpHeader{width, topDown ? -height : height, bitsPerPixel, 54 + static_cast<std::int64_t>(table.size())}.text() + table + rows;
+}
+
+void writePng(const Picture& picture, const std::string& path) {
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    image.width = static_cast<png_uint_32>(picture.width);
+    image.height = static_cast<png_uint_32>(picture.height);
+    image.format = PNG_FORMAT_GRAY;
+    EXPECT_NE(png_image_write_to_file(&image, path.c_str(), 0, picture.grey.data(), 0, nullptr), 0);
 }
 
 Picture inkedPicture(int width, int height, const std::vector<int>& rows, const std::vector<int>& columns) {

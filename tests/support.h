@@ -148,6 +148,9 @@ struct Picture {
     [[nodiscard]] std::string bmp(int bitsPerPixel, bool topDown);
 };
 
+/// Writes the picture as a grey PNG.
+void writePng(const Picture& picture, const std::string& path);
+
 /// A picture with ink in the given columns of the given rows.
 Picture inkedPicture(int width, int height, const std::vector<int>& rows, const std::vector<int>& columns);
 

@@ -2,8 +2,6 @@
 // page, and whatever goes wrong between the two, the host gets a documented code and the next job works.
 #include <gtest/gtest.h>
 
-#include <png.h>
-
 #include <random>
 
 #include "api/passbook.h"
@@ -91,12 +89,7 @@ int differences(const sim::Page& page, Picture dots, int xDots, int yDots) {
 /// Writes the picture into a file of the kind that the name tells; returns what is left of it in there.
 Picture written(Picture picture, const std::string& name) {
     if (name == "a.png") {
-        png_image image{};
-        image.version = PNG_IMAGE_VERSION;
-        image.width = static_cast<png_uint_32>(picture.width);
-        image.height = static_cast<png_uint_32>(picture.height);
-        image.format = PNG_FORMAT_GRAY;
-        EXPECT_NE(png_image_write_to_file(&image, name.c_str(), 0, picture.grey.data(), 0, nullptr), 0);
+        writePng(picture, name);
     } else if (name == "a.jpg") {
         writeFile("8.bmp", picture.bmp(8, true));
         EXPECT_EQ(convertBMPtoJPG("8.bmp", name.c_str(), 80), 0);
