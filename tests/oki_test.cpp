@@ -117,10 +117,9 @@ TEST_F(Oki, EveryCallClosesThePortItUsed) {
         EXPECT_EQ(std::pair(spelled(outcome.writes), g_timeout), std::pair(std::string(), row.closed ? 7 : 1));
     }
     g_timeout = 1;
-    EXPECT_EQ(PT_PrintTxtStream("no/such/line", 0, 9, 0, 0, "A", 1), -3);
-    EXPECT_EQ(g_timeout, 9);
-    EXPECT_EQ(PT_Eject("no/such/line", 0), -3);
-    EXPECT_EQ(PT_PrintImageFile("no/such/line", 0, 9, 0, 0, 0, "a.gif"), -3);
+    const char* const line = "no/such/line";
+    EXPECT_EQ((std::pair{PT_PrintTxtStream(line, 0, 9, 0, 0, "A", 1), g_timeout}), std::pair(-3, 9));
+    EXPECT_EQ(std::pair(PT_Eject(line, 0), PT_PrintImageFile(line, 0, 9, 0, 0, 0, "a.gif")), std::pair(-3, -3));
 }
 
 std::string inked(int width, int height, const std::vector<int>& rows, const std::vector<int>& columns) {

@@ -165,8 +165,10 @@ Outcome run(const Call& job, const Replies& replies, int failWrite) {
     for (const std::string& each : replies) port->replies.push_back(wire(each));
     Outcome outcome;
     testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();  // libpng tells what is wrong with a file
     outcome.result = job();
     outcome.output = testing::internal::GetCapturedStdout();
+    (void)testing::internal::GetCapturedStderr();
     outcome.slept = virtualClock.sleptSeconds;
     outcome.closed = protocol == nullptr;
     outcome.writes = outcome.closed ? ScriptedPort::left : port->writes;
