@@ -21,6 +21,8 @@
  *               serial or parallel port whose printer takes nothing, and so does closing a serial port; on USB
  *               it has the time-out of reads. Reading away what nobody asked for any more, the rest of an aborted
  *               scan say, goes on until the line falls silent, at most two minutes.
+ *   Sharing     A serial or parallel port is not locked: two programs that open it print through each other. A
+ *               serial device is not asked whether it is one: below /dev, "null" opens as well.
  *   Signals     A system call that a signal interrupts before it did anything is made again. A write to a
  *               serial or parallel port that a signal cuts short counts as sent, and its rest is lost: a
  *               program that handles signals blocks them around its calls.
@@ -153,6 +155,8 @@ PASSBOOK_API int YARDO_PR2_InitPrinter(int mode, int timeoutSeconds);
  * text    in: UTF-8. Control characters in it reach the printer as they are. A sequence cut off at the very
  *         end is left out.
  * length  bytes of text; negative: up to its terminating zero.
+ * Of the movement down no failure is told: of a line that has broken the movement aside tells, but when a single
+ * transfer on USB gets lost there, the text stands at the height of what came before it.
  * Returns 0; -1 text is NULL or a position does not fit: nothing was sent; -3; -6; -60 not valid UTF-8:
  * nothing was sent.
  */
@@ -178,7 +182,7 @@ PASSBOOK_API int YARDO_PR2_SetLineSpace(int unit, double space);
 
 /*
  * Switches underlining of the text that follows.
- * mode    0 on; 1 and 2 on in the printer's two other styles; 3 off, for which the result is always 0; any
+ * mode    0 on; 1 and 2 on in the printer's two other styles (a double and a heavy line, say); 3 off, for which the result is always 0; any
  *         other as 0.
  * Returns 0; -3; -6.
  */
@@ -324,10 +328,12 @@ PASSBOOK_API int YARDO_ScantoFileOKI(const char* frontFile, const char* backFile
  * direction            bit 0 is passed on to the printer; not 0 (low 8 bits): the files are bottom-up.
  * A side is held in memory. Files have no colour table, whatever their depth.
  * Each read of the port is taken for one message of the printer; see YARDO_ScantoFileOKI for what that means.
- * Returns 0, also when the data of a side were not as many as announced, and it has no file then; -1 a name is
- * NULL or too long: nothing was sent; 2 the printer was not ready and has ejected the document, or an image is
- * not as long as announced (its file is there); -40 an image broke off; -31 no memory; -6. With two sides the
- * last failure is told, and a file that was made stays.
+ * Returns 0, also for a side that has no file because its data were not as many as announced, or because it
+ * cannot be written (no such directory, a full disk): look whether the side's file is there; -1 a name is NULL or
+ * too long: nothing was sent; 2 the printer was not ready, or did not answer, and was told to eject the document,
+ * or an image ended with another row count than announced (its file is there if the data were as many as
+ * announced); -40 an image broke off; -31 no memory; -6. With two sides the last failure is told, and a file that
+ * was made stays.
  */
 PASSBOOK_API int YARDO_ScantoFileOLI(const char* frontFile, const char* backFile, int imageType, int param1,
                                      int param2, bool optionFlag, int sides, int dpi, int direction);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 #include <limits>
 #include <memory>
 #include <new>
@@ -82,14 +83,19 @@ std::int64_t writableBytes(int width, int height, int bitsPerPixel) {
 
 /// Creates `path` with the header and `size` bytes of rows behind it. 0 or -3.
 int writeFile(const char* path, const Header& header, const unsigned char* rows, std::size_t size) {
-    const FileHandle file(std::fopen(path, "wb"));
+    FileHandle file(std::fopen(path, "wb"));
     if (file == nullptr)
         return -3;
-    // A full disk is found by whoever reads the file: its header promises what is then missing.
-    (void)std::fwrite(header.data(), 1, header.size(), file.get());
+    bool written = std::fwrite(header.data(), 1, header.size(), file.get()) == header.size();
     if (size > 0)
-        (void)std::fwrite(rows, 1, size, file.get());
-    return 0;
+        written = std::fwrite(rows, 1, size, file.get()) == size && written;
+    if (std::fclose(file.release()) == 0 && written)
+        return 0;
+    // A part of it must not pass for the document: the host looks whether its file is there.
+    std::error_code ignored;
+    if (std::filesystem::is_regular_file(path, ignored))
+        (void)std::remove(path);
+    return -3;
 }
 
 int readHeader(std::FILE* file, Header& header) {

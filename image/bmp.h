@@ -32,8 +32,8 @@ struct tagRGBQUAD {
 /// height in the file), 0 from the top downward (a negative one). `colorMode` 4, 5 or 6 (modulo 8) writes a
 /// bit count of 24 into the header, whatever `bitsPerPixel` is; all sizes stay those of `bitsPerPixel`.
 /// `data` holds stride x height bytes in the order in which they are to stand in the file. 0; -2 `path` is
-/// null; -3 the file cannot be created, or its size does not fit the format's 32 bits. A failed write of the
-/// rows is not reported.
+/// null; -3 the file cannot be created or not be written whole (it is then removed), or its size does not fit the format's
+/// 32 bits.
 [[nodiscard]] int saveImageASBMP(int width, int height, int bitsPerPixel, int bottomUp, char colorMode,
                                  const unsigned char* data, const char* path);
 

@@ -99,7 +99,8 @@ int SetYPosition_OLI(int y) {
 int PrintData_OLI(const unsigned char* data, int length, int x, int y) {
     if (!fitsPage_OLI(x, y))
         return -1;
-    (void)SetYPosition_OLI(y);  // a broken line shows at the very next command, whose result counts
+    // A line that broke shows at the very next command, whose result counts. A single lost transfer does not.
+    (void)SetYPosition_OLI(y);
     if (const int result = SetXPosition_OLI(x); result != 0)
         return result;
     if (SendData(data, length) != length)

@@ -69,7 +69,13 @@ Descriptor takeSignals(std::initializer_list<int> numbers) {
     sigset_t signals;
     sigemptyset(&signals);
     for (const int signal : numbers) {
-        sigaddset(&signals, signal);
+        // nohup(1) says so: who is started by it is to go on when the terminal closes.
+        struct sigaction now {};
+        const bool unwanted =
+            signal == SIGHUP && sigaction(signal, nullptr, &now) == 0 && now.sa_handler == SIG_IGN;
+        if (!unwanted) {
+            sigaddset(&signals, signal);
+        }
     }
     sigprocmask(SIG_BLOCK, &signals, nullptr);
     return Descriptor(signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC));
@@ -86,7 +92,7 @@ signalfd_siginfo nextSignal(const Descriptor& signals) {
 // `trouble` says what has gone wrong with that.
 int serveLine(Printer& printer, const std::function<void()>& keepPage,
               const std::function<std::string()>& trouble) {
-    const Descriptor signals = takeSignals({SIGINT, SIGTERM, SIGUSR1});
+    const Descriptor signals = takeSignals({SIGINT, SIGTERM, SIGHUP, SIGUSR1});
     if (!signals.valid()) {
         return fail("signals can't be received");
     }
@@ -119,7 +125,7 @@ int serveLine(Printer& printer, const std::function<void()>& keepPage,
 // Runs the host program with the printer on its USB. Standard output is the host's alone.
 int serveHost(const Options& options, Printer& printer, const std::function<void()>& keepPage,
               const std::function<std::string()>& trouble) {
-    const Descriptor signals = takeSignals({SIGINT, SIGTERM, SIGUSR1, SIGCHLD});
+    const Descriptor signals = takeSignals({SIGINT, SIGTERM, SIGHUP, SIGUSR1, SIGCHLD});
     if (!signals.valid()) {
         return fail("signals can't be received");
     }

@@ -43,9 +43,10 @@ bool openToOthers(int descriptor) {
 }  // namespace
 
 bool PageFile::canBeWritten(std::string& error) const {
+    // The picture takes the place of what is there. That must not be a device, or a link to another file.
     struct stat there {};
-    if (stat(path_.c_str(), &there) == 0 && S_ISDIR(there.st_mode)) {
-        error = path_ + ": " + std::strerror(EISDIR);
+    if (lstat(path_.c_str(), &there) == 0 && !S_ISREG(there.st_mode)) {
+        error = path_ + ": " + (S_ISDIR(there.st_mode) ? std::strerror(EISDIR) : "not a regular file");
         return false;
     }
     std::string name;

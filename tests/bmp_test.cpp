@@ -76,7 +76,7 @@ TEST(Bmp, FilesAreWrittenAsTheFormatSays) {
 
     const std::string nowhere = directory.file("no/a.bmp");
     EXPECT_EQ(std::pair(saveImageASBMP(3, 2, 24, 1, 0, data, nullptr), setBMPHeader(nullptr, 3, 2, 24)), std::pair(-2, -2));
-    EXPECT_EQ(saveImageASBMP(3, 2, 24, 1, 0, data, nowhere.c_str()), -3);
+    for (const char* bad : {nowhere.c_str(), "/dev/full"}) EXPECT_EQ(saveImageASBMP(3, 2, 24, 1, 0, data, bad), -3);
     // 31 bits hold its rows, but not the file.
     EXPECT_EQ(std::pair(setBMPHeader(path.c_str(), 1, 0x1FFFFFFF, 32), setBMPHeader(path.c_str(), 8, -1, 24)), std::pair(-3, -3));
 }

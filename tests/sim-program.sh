@@ -46,10 +46,11 @@ ask() {
 }
 whole() { tail -c 8 "$1" 2>/dev/null | cmp -s - <(printf 'IEND\xAE\x42\x60\x82'); }
 
-for option in '--family escp' '--page-size 150x1073' '--taken-after -1' '--split 0'; do
+for option in '--family escp' '--page-size 150x1073' '--taken-after -1' '--split 0' '--scan-break -1'; do
   expect 2 '^$' "^passbook-sim: ${option% *}" --page "$kept/page.png" "${option% *}" "${option#* }"
 done
 expect 1 '^$' no/page.png --page "$kept/no/page.png"
+expect 1 '^$' 'not a regular file' --page /dev/full
 check [ -z "$(ls -A "$kept")" ]
 
 start --page "$kept/page.png" --events "$kept/events" --stripe1 42
