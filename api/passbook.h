@@ -31,6 +31,7 @@
  *               corner. Inside, positions are dots of 1/180 inch; a picture's pixel is one dot. An OLI printer
  *               moves its head in steps of 1/120 inch, and both families move the paper in steps of 1/60 inch,
  *               so print can lie up to two dots off the dot asked for.
+ *   Files       A pipe in a file's place counts as a file that cannot be opened: it would hold the call.
  *   Output      Scans print a few lines of progress on standard output. libpng and the JPEG writer tell what
  *               is wrong with a file on standard error. Nothing else is printed.
  *

@@ -149,7 +149,7 @@ std::FILE* createTempBmp(const char* path, int width, int height, int bitsPerPix
 }
 
 int getBitmapInfo(const char* path, int* width, int* height, int* dataOffset, int* bitsPerPixel) {
-    const FileHandle file(path != nullptr ? std::fopen(path, "rb") : nullptr);
+    const FileHandle file = openForReading(path);
     if (file == nullptr)
         return -11;
     Header header;
@@ -165,7 +165,7 @@ int getBitmapInfo(const char* path, int* width, int* height, int* dataOffset, in
 int getBitmapData(const char* path, unsigned char** buffer, int width, int height, int bitsPerPixel,
                   int dataOffset) {
     *buffer = nullptr;
-    const FileHandle file(path != nullptr ? std::fopen(path, "rb") : nullptr);
+    const FileHandle file = openForReading(path);
     if (file == nullptr)
         return -11;
     if (width < 1 || height == std::numeric_limits<int>::min() || dataOffset < 0)
@@ -210,7 +210,7 @@ int GreyLevels::load(const char* path, int dataOffset, int bitsPerPixel) {
     std::array<tagRGBQUAD, 16> table{};
     const int indices = 1 << bits_;
 
-    const FileHandle file(std::fopen(path, "rb"));
+    const FileHandle file = openForReading(path);
     if (file == nullptr)
         return -11;
     Header header;

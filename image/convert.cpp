@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "image/file.h"
 #include "image/handles.h"
 
 namespace passbook {
@@ -43,7 +44,7 @@ IMAGE_FORMAT identifyHeaderFormat(const unsigned char* header) {
 
 int identifyFileFormat(const char* path, IMAGE_FORMAT* format) {
     std::array<unsigned char, 8> header{};
-    const FileHandle file(std::fopen(path, "rb"));
+    const FileHandle file = openForReading(path);
     if (file == nullptr)
         return -2;
     (void)std::fread(header.data(), 1, header.size(), file.get());  // a shorter file ends in zeros

@@ -14,8 +14,6 @@
 #include <new>
 #include <string_view>
 
-#include "image/handles.h"
-
 namespace passbook {
 
 // This module's process-wide state.
@@ -45,14 +43,26 @@ constexpr auto base64_suffix_map = makeBase64Map();
 
 }  // namespace
 
+FileHandle openForReading(const char* path) {
+    const int descriptor = path != nullptr ? open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC) : -1;
+    if (descriptor < 0)
+        return nullptr;
+    struct stat status {};
+    const bool pipe = fstat(descriptor, &status) != 0 || S_ISFIFO(status.st_mode);
+    std::FILE* const file = pipe ? nullptr : fdopen(descriptor, "rb");
+    if (file == nullptr)
+        (void)close(descriptor);
+    return FileHandle(file);
+}
+
 int getFileData(const char* path, unsigned char** buffer, int* length) {
     *buffer = nullptr;
-    const FileHandle file(std::fopen(path, "rb"));
+    const FileHandle file = openForReading(path);
     if (file == nullptr)
         return -2;
     (void)std::fseek(file.get(), 0, SEEK_END);  // where it fails, so does the next line
     const long end = std::ftell(file.get());
-    // What cannot tell its length (a pipe), and what tells an absurd one (a directory), is nothing to hold in
+    // What cannot tell its length (a device), and what tells an absurd one (a directory), is nothing to hold in
     // memory.
     if (end < 0 || end > std::numeric_limits<int>::max() || std::fseek(file.get(), 0, SEEK_SET) != 0)
         return -2;

@@ -1,6 +1,8 @@
 // Files as a whole, base64 text, names for temporary files, and cutting a text into lines.
 #pragma once
 
+#include "image/handles.h"
+
 namespace passbook {
 
 /// The directory for the printing functions' temporary files: the current one.
@@ -8,6 +10,10 @@ extern char TMP_PATH[256];
 
 /// Room that a name from GetTempFileName needs.
 inline constexpr int tempNameBytes = 256;
+
+/// Opens a file of the host's for reading. Null when it cannot be opened, and for a null path. So is a pipe: opening it
+/// would hold the caller until somebody writes into it.
+[[nodiscard]] FileHandle openForReading(const char* path);
 
 /// Reads a whole file into a new buffer of its length, without a zero behind it; release it with
 /// freeFileData. 0; -2 the file cannot be opened, is longer than `*length` can tell, or there is no memory; -3 what was

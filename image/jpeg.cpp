@@ -15,6 +15,7 @@
 
 #include "image/bmp.h"
 #include "image/convert.h"
+#include "image/file.h"
 #include "image/handles.h"
 
 namespace passbook {
@@ -157,7 +158,7 @@ int JpegEncoding::run(int width, int height, int bitsPerPixel, int quality) {
 
 int convertJPGtoBMP(const char* source, const char* destination) {
     JpegDecoding decoding;
-    decoding.source.reset(std::fopen(source, "rb"));
+    decoding.source = openForReading(source);
     if (decoding.source == nullptr)
         return -2;
     return decoding.run(destination);
@@ -180,7 +181,7 @@ int convertBMPtoJPG(const char* source, const char* destination, int quality) {
         (void)std::fprintf(stderr, "can't open %s.\n", destination);
         return -2;
     }
-    encoding.source.reset(std::fopen(source, "rb"));
+    encoding.source = openForReading(source);
     if (encoding.source == nullptr) {
         (void)std::fprintf(stderr, "can`t open %s.\n", source);
         return -2;

@@ -9,6 +9,7 @@
 
 #include "image/bmp.h"
 #include "image/convert.h"
+#include "image/file.h"
 #include "image/handles.h"
 
 namespace passbook {
@@ -105,7 +106,7 @@ int convertPNGtoBMP(const char* source, const char* destination) {
     if (conversion.png == nullptr)
         return 0;
     conversion.info = png_create_info_struct(conversion.png);
-    conversion.source.reset(std::fopen(source, "rb"));
+    conversion.source = openForReading(source);
     if (conversion.info != nullptr && conversion.source != nullptr)
         conversion.run(destination);
     return 0;

@@ -1,6 +1,7 @@
 // The PT functions as dialogues, and the OKI command set behind them. Bytes are spelled as in support.h.
 #include <glib.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <climits>
 #include <filesystem>
@@ -76,6 +77,7 @@ TEST_F(Oki, CommandsAreSpokenAsTheyStand) {
 TEST_F(Oki, EveryCallClosesThePortItUsed) {
     writeFile("a.gif", "GIF89a");
     writeFile("b", "B");
+    ASSERT_EQ(mkfifo("pipe", 0600), 0);
     const auto file = [](const char* path, int turns = 0) { return call(PT_PrintImageFileRevolve, "any", 0, 7, 0, 0, 0, path, turns); };
     const auto stream = [](const char* data, int length) { return call(PT_PrintImageStream, "any", 0, 7, 0, 0, 0, octets(data), length); };
     const struct {
@@ -96,6 +98,7 @@ TEST_F(Oki, EveryCallClosesThePortItUsed) {
         {"one byte", file("b"), -6, true},
         {"no file", file("none"), -6, true},
         {"a directory", file("."), -6, true},
+        {"a pipe", file("pipe"), -6, true},
         {"no image", file("a.gif", 1), -6, true},
         {"no text file", call(PT_PrintTxtFile, "any", 0, 7, 0, 0, "none"), -1, true},
         {"empty stream", stream("BM", 0), -6, true},
