@@ -143,8 +143,8 @@ PASSBOOK_API int YARDO_PR2_Command(const unsigned char* data, int length);
  * mode            1: clears an error; 2: clears everything; any other: clears an error and sends a form feed.
  * timeoutSeconds  how long to wait; with 0 or less one read of an answer is made. The call can take longer by a
  *                 second and one read (see Blocking).
- * Returns 0 ready; -30 not ready in time; -6. After -30 the answer to a question can still be on its way: the next
- * function that asks something takes it for its own.
+ * Returns 0 ready; -30 not ready in time; -6. After -30 the answer to a question can still be on its way: the
+ * next function that asks something takes it for its own.
  */
 PASSBOOK_API int YARDO_PR2_InitPrinter(int mode, int timeoutSeconds);
 
@@ -183,8 +183,8 @@ PASSBOOK_API int YARDO_PR2_SetLineSpace(int unit, double space);
 
 /*
  * Switches underlining of the text that follows.
- * mode    0 on; 1 and 2 on in the printer's two other styles (a double and a heavy line, say); 3 off, for which the result is always 0; any
- *         other as 0.
+ * mode    0 on; 1 and 2 on in the printer's two other styles (a double and a heavy line, say); 3 off, for
+ *         which the result is always 0; any other as 0.
  * Returns 0; -3; -6.
  */
 PASSBOOK_API int YARDO_PR2_SetUnderLine(int mode);
@@ -304,10 +304,9 @@ PASSBOOK_API int YARDO_PrintBmpOLI(const char* path, bool eject, int x, int y);
  * dpi                  up to 240, up to 400, above: one of the printer's three resolutions.
  * direction            bit 0 is passed on to the printer.
  * While it runs, the image is in a temporary file beside frontFile, readable by nobody but the user. It stays
- * there after a failure. An image that cannot be put under its name (another file system, a directory that does
- * not exist, no room for the JPEG) is lost or left in that file, which the result does not tell: look whether the
- * side's file is there.
- * Memory does not grow with the image.
+ * there after a failure. An image that cannot be put under its name (another file system, a directory that
+ * does not exist, no room for the JPEG) is lost or left in that file, which the result does not tell: look
+ * whether the side's file is there. Memory does not grow with the image.
  * Each read of the port is taken for one piece of the printer's stream, and pieces of exactly 1 and 8 bytes
  * mean something: lines that carry bytes without borders (a serial line at speed, say) can cut pieces so that
  * image bytes get lost or the image ends early. Ports that keep borders (USB) do not have this.

@@ -32,8 +32,8 @@ struct tagRGBQUAD {
 /// height in the file), 0 from the top downward (a negative one). `colorMode` 4, 5 or 6 (modulo 8) writes a
 /// bit count of 24 into the header, whatever `bitsPerPixel` is; all sizes stay those of `bitsPerPixel`.
 /// `data` holds stride x height bytes in the order in which they are to stand in the file. 0; -2 `path` is
-/// null; -3 the file cannot be created or not be written whole (it is then removed), or its size does not fit the format's
-/// 32 bits.
+/// null; -3 the file cannot be created, or not be written whole (it is then removed), or its size does not fit
+/// the format's 32 bits.
 [[nodiscard]] int saveImageASBMP(int width, int height, int bitsPerPixel, int bottomUp, char colorMode,
                                  const unsigned char* data, const char* path);
 
@@ -52,9 +52,9 @@ struct tagRGBQUAD {
 
 /// Reads the rows into a new buffer of stride x |height| bytes, top row first whatever the file's order;
 /// release it with freeBitmapData. The geometry is what getBitmapInfo returned. 0; -11 the file cannot be
-/// opened; -12 a row cannot be read whole, or the depth is none that a BMP has (0, 2, 3, 5 to 7); -13 the file holds fewer rows than it promises, or its geometry
-/// cannot be held at all (a width below 1, sizes beyond 31 bits, rows that begin behind the end); -31 no
-/// memory. `*buffer` is null after every failure.
+/// opened; -12 a row cannot be read whole, or the depth is none that a BMP has (0, 2, 3, 5 to 7); -13 the
+/// file holds fewer rows than it promises, or its geometry cannot be held at all (a width below 1, sizes
+/// beyond 31 bits, rows that begin behind the end); -31 no memory. `*buffer` is null after every failure.
 [[nodiscard]] int getBitmapData(const char* path, unsigned char** buffer, int width, int height,
                                 int bitsPerPixel, int dataOffset);
 

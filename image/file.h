@@ -11,8 +11,8 @@ extern char TMP_PATH[256];
 /// Room that a name from GetTempFileName needs.
 inline constexpr int tempNameBytes = 256;
 
-/// Opens a file of the host's for reading. Null when it cannot be opened, and for a null path. So is a pipe: opening it
-/// would hold the caller until somebody writes into it.
+/// Opens a file of the host's for reading. Null when it cannot be opened, for a null path, and for a pipe: that would
+/// hold the caller until somebody writes into it.
 [[nodiscard]] FileHandle openForReading(const char* path);
 
 /// Reads a whole file into a new buffer of its length, without a zero behind it; release it with

@@ -55,8 +55,8 @@ void packStrip(int width, int rowsLeft, const unsigned char* strip, unsigned cha
     for (int group = 0; group < columnBytes; ++group) {
         const int firstRow = 8 * group;
         const int rows = std::clamp(rowsLeft - firstRow, 0, 8);
-        for (std::int64_t x = 0; x < width;
-             x += 8) {  // wider than the width, which can be close to its limit
+        // Counted in more bits than the width has: that can be close to its limit.
+        for (std::int64_t x = 0; x < width; x += 8) {
             std::uint64_t block = 0;
             for (int row = 0; row < rows; ++row) {
                 const int target = order == UpperRow::inLowestBit ? row : 7 - row;

@@ -149,8 +149,8 @@ int serveHost(const Options& options, Printer& printer, const std::function<void
             if (signal.ssi_signo == SIGUSR1) {
                 port->with(keepPage);
             } else if (signal.ssi_signo != SIGCHLD && signal.ssi_code != SI_KERNEL) {
-                host.send(
-                    static_cast<int>(signal.ssi_signo));  // what a terminal sends, the host has got itself
+                // What a terminal sends, the host has got itself.
+                host.send(static_cast<int>(signal.ssi_signo));
             }
         }
         status = host.exitStatus();

@@ -187,12 +187,16 @@ bool Printer::obeyFormat(const Command& command) {
         default:
             return false;
     }
+    report(command, followed);
+    return true;
+}
+
+void Printer::report(const Command& command, bool followed) const {
     nlohmann::json event = commandEvent(command);
     if (!followed) {
         event["event"] = "bad-value";
     }
-    emit(std::move(event));
-    return true;
+    emit(event);
 }
 
 void Printer::printText(const Command& command) {

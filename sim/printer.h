@@ -158,6 +158,8 @@ class Printer {
     void answer(const wire::Command& command, std::vector<std::uint8_t> bytes);
     void emit(const nlohmann::json& event) const;
     [[nodiscard]] nlohmann::json commandEvent(const wire::Command& command) const;
+    // Tells of a command, and if its value meant nothing, that it was not followed.
+    void report(const wire::Command& command, bool followed) const;
     [[nodiscard]] int xDots() const;
     [[nodiscard]] int yDots() const;
     void addPosition(nlohmann::json& event) const;

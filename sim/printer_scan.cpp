@@ -38,11 +38,7 @@ bool Printer::obeyScan(const Command& command) {
         default:
             return false;
     }
-    nlohmann::json event = commandEvent(command);
-    if (!followed) {
-        event["event"] = "bad-value";
-    }
-    emit(event);
+    report(command, followed);
     // The one family starts when it is told to, the other as soon as it knows the sides.
     if (command.id == (scenario_.family == Family::kOki ? CommandId::kScanStart : CommandId::kScanSides)) {
         startScan(command);
