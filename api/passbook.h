@@ -20,13 +20,20 @@
  *               (see YARDO_PR2_OpenPort), and without limit on a parallel port. A write waits without limit on a
  *               serial or parallel port whose printer takes nothing, and so does closing a serial port; on USB
  *               it has the time-out of reads. Reading away what nobody asked for any more, the rest of an aborted
- *               scan say, goes on until the line falls silent, at most two minutes.
- *   Sharing     A serial or parallel port is not locked: two programs that open it print through each other. A
- *               serial device is not asked whether it is one: below /dev, "null" opens as well.
- *   Signals     A system call that a signal interrupts before it did anything is made again. A write to a
- *               serial or parallel port that a signal cuts short counts as sent, and its rest is lost: a
- *               program that handles signals blocks them around its calls.
- *   Text        UTF-8 in, GB18030 to the printer.
+ *               scan say, goes on until the line falls silent, at most two minutes. These two minutes, and those of
+ *               the scans, do not depend on the time of day: somebody may set the clock meanwhile.
+ *   Sharing     A serial or parallel device is locked (flock) while it is open. A device that another program of
+ *               this library has open counts as one that cannot be opened. Programs without the library are not
+ *               kept out. Programs that the host starts do not inherit the port. A serial device is not asked
+ *               whether it is one: below /dev, "null" opens as well, for one program at a time.
+ *   Signals     Signals do not change how long a call waits. A system call that a signal interrupts before it
+ *               did anything is made again. A write to a serial or parallel port that a signal cuts short counts
+ *               as sent, and its rest is lost: a program that handles signals blocks them around its calls.
+ *   Text        UTF-8 in, GB18030 to the printer. A text of more than 16 MiB (16,777,216 bytes) counts as one that
+ *               cannot be converted.
+ *   Memory      A call without memory ends with its code. The text functions have one exception: GLib, which
+ *               converts the text, ends the process when it finds no memory for a few hundred bytes of its own. For
+ *               the text itself the library looks first whether there is enough.
  *   Units       Millimetres, tenths of them or inches as each function says, from the document's top left
  *               corner. Inside, positions are dots of 1/180 inch; a picture's pixel is one dot. An OLI printer
  *               moves its head in steps of 1/120 inch, and both families move the paper in steps of 1/60 inch,
@@ -63,7 +70,7 @@
  *   -30   The printer was not ready in time. See to the printer, then initialise again.
  *   -31   No memory: nothing was printed. Scan: no memory, or no temporary file.
  *   -40   Scan: the image did not come whole.
- *   -60   The text is not valid UTF-8; nothing was sent.
+ *   -60   The text is not valid UTF-8, or too long; nothing was sent.
  *
  * RESULT CODES of the PT_ functions
  *    0    Success, as above.
@@ -398,8 +405,8 @@ PASSBOOK_API int PT_Eject(const char* portName, int reserved);
  * Prints a text file: every line from the same x, the printer's own distance apart. Lines end at line feeds; an
  * empty line behind the first ends the text. Lines are not wrapped.
  * path  in: a file of UTF-8 text.
- * Returns 0; -1 also when the file cannot be read or is not UTF-8: nothing was sent; -3, lines before it are
- * printed.
+ * Returns 0; -1 also when the file cannot be read, is not UTF-8, or is longer than 16 MiB: nothing was sent; -3, lines
+ * before it are printed.
  */
 PASSBOOK_API int PT_PrintTxtFile(const char* portName, int mode, int timeout, int x, int y, const char* path);
 

@@ -231,7 +231,7 @@ int PT_PrintTxtFile(const char* portName, int mode, int timeout, int x, int y, c
         return portNotOpened;
     unsigned char* content = nullptr;
     int length = 0;
-    if (getFileData(path, &content, &length) != 0)
+    if (getFileData(path, &content, &length, longestTextBytes) != 0)
         return badArgument;
     const int result =
         printText(reinterpret_cast<const char*>(content), length, Millimetres::from(mode, x, y));

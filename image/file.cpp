@@ -55,7 +55,49 @@ FileHandle openForReading(const char* path) {
     return FileHandle(file);
 }
 
-int getFileData(const char* path, unsigned char** buffer, int* length) {
+bool OutputFile::create(const char* path) {
+    constexpr mode_t everybody = 0666;  // less what the user's mask takes away
+    // Without O_NONBLOCK a pipe would hold the caller until somebody reads it.
+    const int descriptor =
+        open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, everybody);
+    struct stat status {};
+    if (descriptor < 0 || fstat(descriptor, &status) != 0)
+        return false;
+    path_ = S_ISREG(status.st_mode) ? path : nullptr;
+    device_ = status.st_dev;
+    inode_ = status.st_ino;
+    (void)fcntl(descriptor, F_SETFL, 0);  // what is written waits for a slow device
+    file_.reset(fdopen(descriptor, "wb"));
+    if (file_ != nullptr)
+        return true;
+    (void)close(descriptor);
+    discard();
+    return false;
+}
+
+bool OutputFile::commit() {
+    const bool written = std::fflush(file_.get()) == 0 && std::ferror(file_.get()) == 0;
+    // Some file systems tell of a full disk only when the file is closed.
+    if (std::fclose(file_.release()) != 0 || !written) {
+        discard();
+        return false;
+    }
+    path_ = nullptr;
+    return true;
+}
+
+void OutputFile::discard() {
+    char target[PATH_MAX];
+    struct stat status {};
+    // What the path leads to by now may be another file.
+    if (path_ != nullptr && realpath(path_, target) != nullptr && stat(target, &status) == 0 &&
+        status.st_dev == device_ && status.st_ino == inode_ && unlink(target) != 0)
+        (void)truncate(target, 0);  // in a directory that is not ours to change
+    path_ = nullptr;
+    file_.reset();
+}
+
+int getFileData(const char* path, unsigned char** buffer, int* length, int most) {
     *buffer = nullptr;
     const FileHandle file = openForReading(path);
     if (file == nullptr)
@@ -64,7 +106,7 @@ int getFileData(const char* path, unsigned char** buffer, int* length) {
     const long end = std::ftell(file.get());
     // What cannot tell its length (a device), and what tells an absurd one (a directory), is nothing to hold in
     // memory.
-    if (end < 0 || end > std::numeric_limits<int>::max() || std::fseek(file.get(), 0, SEEK_SET) != 0)
+    if (end < 0 || end > most || std::fseek(file.get(), 0, SEEK_SET) != 0)
         return -2;
     *length = static_cast<int>(end);
     const auto size = static_cast<std::size_t>(end);

@@ -83,6 +83,8 @@ TEST_F(Oki, EveryCallClosesThePortItUsed) {
     const struct {
         const char* name;
         Call call;
+    writeFile("huge", "");
+    std::filesystem::resize_file("huge", 16 * 1024 * 1024 + 1);
         int result;
         bool closed;
         int seconds = 0;  // of pause
@@ -106,6 +108,8 @@ TEST_F(Oki, EveryCallClosesThePortItUsed) {
         {"base64 of no image", stream("R0lGODlh", 8), -6, true, 1},
         {"base64 of odd length", stream("R0lGODlh", 7), -6, true},
         {"no base64", stream("R0lG*Dlh", 8), -6, true},
+        {"a huge text file", call(PT_PrintTxtFile, "any", 0, 7, 0, 0, "huge"), -1, true},
+        {"a huge text", call(PT_PrintTxtStream, "any", 0, 7, 0, 0, "x", 16 * 1024 * 1024 + 1), -1, true},
         {"almost a PNG", stream("\x89PNG\r\n\x1B\n", 8), -6, true},
         {"a short BMP", stream("BMBM", 4), -12, true, 1},
         {"a short BMP in base64", stream("Qk0=", 4), -12, true, 1},

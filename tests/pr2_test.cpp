@@ -16,7 +16,7 @@ unsigned char* const identifier = reinterpret_cast<unsigned char*>(answer);
 
 const std::string setUp = "^n^.^l^Q080^Z^J000^T070^&46^#1^a3^R003^S5^l^j";
 
-const std::string tooLong(512, 'x'), zeros = "<00><00><00>";
+const std::string tooLong(512, 'x'), hugeText(16 * 1024 * 1024 + 1, 'x'), zeros = "<00><00><00>";
 const Call getIdentifier = call(YARDO_PR2_GetFWID, identifier), readStripe = call(YARDO_PR2_MSR, 0, answer, 64);
 const Call readBoth = call(YARDO_PR2_MSRALL, answer, 4, answer + 4, 60);
 
@@ -31,6 +31,8 @@ const Dialogue dialogues[] = {
     {"Chinese text", call(YARDO_PR2_PrintData, 0, 0, -1, "中1", -1), 0, "^/10000^|A000<D6><D0>1<0D>"},
     {"text cut off in a character", call(YARDO_PR2_PrintData, 1, 0, 0, "A\xE4\xB8", 3), 0, "^/10000^|A000A<0D>"},
     {"text that is no UTF-8", call(YARDO_PR2_PrintData, 0, 1, 1, "A\xFF!", 3), -60, ""},
+    {"text of 16 MiB and a byte", call(YARDO_PR2_PrintData, 0, 1, 1, hugeText.c_str(), -1), -60, ""},
+    {"text said to be that long", call(YARDO_PR2_PrintData, 0, 1, 1, hugeText.c_str(), INT_MAX), -60, ""},
     {"no text", call(YARDO_PR2_PrintData, 0, 1, 1, nullptr, -1), -1, ""},
     {"last place", call(YARDO_PR2_PrintData, 0, 211, 1057, "", -1), 0, "^/19996^|A996<0D>"},
     {"too far right", call(YARDO_PR2_PrintData, 0, 212, 10, "A", -1), -1, ""},
