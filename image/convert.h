@@ -24,7 +24,8 @@ enum IMAGE_FORMAT : int {
 [[nodiscard]] int identifyFileFormat(const char* path, IMAGE_FORMAT* format);
 
 /// Converts a JPEG to a top-down BMP: colour to 24 bits, grey to 8 bits. 0; -2 a file cannot be opened, or
-/// the JPEG is damaged, ends early, or is neither grey nor of three components. A BMP that was begun stays
+/// the JPEG is damaged (codes that mean nothing, markers out of place), ends early, or is neither grey nor of three
+/// components. A BMP that was begun stays
 /// behind, without its last row at least, so that nobody takes it for the picture.
 [[nodiscard]] int convertJPGtoBMP(const char* source, const char* destination);
 

@@ -9,9 +9,11 @@
 #include <memory>
 #include <new>
 
-// libjpeg's headers want stdio.h before them.
-#include <jerror.h>
+// libjpeg's headers want stdio.h before them. The numbers of its messages depend on how it was built, which only the first
+// of the two tells.
 #include <jpeglib.h>
+
+#include <jerror.h>
 
 #include "image/bmp.h"
 #include "image/convert.h"
@@ -29,7 +31,6 @@ constexpr JDIMENSION maxSide = 32767;
 struct ErrorManager {
     jpeg_error_mgr base;
     std::jmp_buf back;
-    bool inImage = false;  // from the first pixel's data on
 
     jpeg_error_mgr* install() {
         jpeg_std_error(&base);
@@ -37,19 +38,18 @@ struct ErrorManager {
             std::longjmp(reinterpret_cast<ErrorManager*>(codec->err)->back, 1);
         };
         base.emit_message = [](j_common_ptr codec, int level) {
-            if (level < 0 && !reinterpret_cast<ErrorManager*>(codec->err)->isHarmless())
+            if (level < 0 && isDamage(codec->err->msg_code))
                 codec->err->error_exit(codec);
         };
         base.output_message = [](j_common_ptr) {};
         return &base;
     }
 
-    /// Warnings that concern no pixel. Bytes too many behind pixels' data are no such: they are what is left over
-    /// when the decoder has lost its place.
-    [[nodiscard]] bool isHarmless() const {
-        const int message = base.msg_code;
-        return (message == JWRN_EXTRANEOUS_DATA && !inImage) || message == JWRN_ADOBE_XFORM ||
-               message == JWRN_BOGUS_ICC || message == JWRN_JFIF_MAJOR;
+    /// Warnings that tell of lost pixels. The others do not: phones order their scans in ways of their own, cameras put
+    /// padding before a marker, and any viewer shows such pictures whole.
+    [[nodiscard]] static bool isDamage(int message) {
+        return message == JWRN_JPEG_EOF || message == JWRN_HUFF_BAD_CODE || message == JWRN_ARITH_BAD_CODE ||
+               message == JWRN_HIT_MARKER || message == JWRN_MUST_RESYNC;
     }
 };
 static_assert(offsetof(ErrorManager, base) == 0, "libjpeg hands the base back for the whole");
@@ -90,7 +90,6 @@ int JpegDecoding::run(const char* destinationPath) {
     destination.reset(createTempBmp(destinationPath, width, height, 8 * codec.output_components));
     if (destination == nullptr)
         return -2;
-    errors.inImage = true;
     (void)jpeg_start_decompress(&codec);
     const auto stride = static_cast<std::size_t>(bmpStrideBytes(width, 8 * codec.output_components));
     JSAMPARRAY row = (*codec.mem->alloc_sarray)(reinterpret_cast<j_common_ptr>(&codec), JPOOL_PERMANENT,

@@ -148,6 +148,7 @@ TEST_F(Conversion, DamagedAndHugeFilesAreRefused) {
     const auto framed = [&](const std::string& start) {
         return jpeg.substr(0, frame) + bytes(start) + jpeg.substr(frame + bytes(start).size());
     };
+    const std::size_t scan = jpeg.find("\xFF\xDA") + 2;  // length, components, two bytes for each, three of its kind
     const auto sized = [&](const std::string& size) {
         std::string png = interlaced;
         png.replace(16, 8, bytes(size));
@@ -166,8 +167,12 @@ TEST_F(Conversion, DamagedAndHugeFilesAreRefused) {
         {"JPEG too high", convertJPGtoBMP, framed("00 11 08 80 00 00 10"), -2, false},
         {"JPEG too wide", convertJPGtoBMP, framed("00 11 08 00 10 80 00"), -2, false},
         {"a restart out of place", convertJPGtoBMP, std::string(jpeg).replace(jpeg.size() - 40, 2, "\xFF\xD5"), -2, true},
-        {"bytes left over behind the pixels", convertJPGtoBMP, std::string(jpeg).insert(jpeg.size() - 2, "left"), -2, true},
-        {"harmless extra bytes", convertJPGtoBMP, jpeg.substr(0, 2) + "extra bytes" + jpeg.substr(2), 0, true},
+        {"a bad code", convertJPGtoBMP, std::string(jpeg).replace(jpeg.size() - 40, 20, 20, '\xFE'), -2, true},
+        // What cameras, phones and scanners do, and viewers show.
+        {"bytes behind the pixels", convertJPGtoBMP, std::string(jpeg).insert(jpeg.size() - 2, "left"), 0, true},
+        {"bytes before the first marker", convertJPGtoBMP, jpeg.substr(0, 2) + "extra bytes" + jpeg.substr(2), 0, true},
+        {"a scan told to be progressive", convertJPGtoBMP, std::string(jpeg).replace(scan + 10, 3, "\1\5\x10"), 0, true},
+        {"a version to come", convertJPGtoBMP, std::string(jpeg).replace(11, 1, "\7"), 0, true},
         {"PNG too wide", convertPNGtoBMP, sized("00 00 80 00 00 00 00 01"), 0, false},
         {"PNG without width", convertPNGtoBMP, sized("00 00 00 00 00 00 00 01"), 0, false},
         {"BMP of two bytes", encode, "BM", -2, true},
