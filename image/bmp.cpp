@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <filesystem>
 #include <limits>
 #include <memory>
 #include <new>
@@ -83,19 +82,13 @@ std::int64_t writableBytes(int width, int height, int bitsPerPixel) {
 
 /// Creates `path` with the header and `size` bytes of rows behind it. 0 or -3.
 int writeFile(const char* path, const Header& header, const unsigned char* rows, std::size_t size) {
-    FileHandle file(std::fopen(path, "wb"));
-    if (file == nullptr)
+    OutputFile file;
+    if (!file.create(path))
         return -3;
-    bool written = std::fwrite(header.data(), 1, header.size(), file.get()) == header.size();
+    (void)std::fwrite(header.data(), 1, header.size(), file.get());  // commit() tells
     if (size > 0)
-        written = std::fwrite(rows, 1, size, file.get()) == size && written;
-    if (std::fclose(file.release()) == 0 && written)
-        return 0;
-    // A part of it must not pass for the document: the host looks whether its file is there.
-    std::error_code ignored;
-    if (std::filesystem::is_regular_file(path, ignored))
-        (void)std::remove(path);
-    return -3;
+        (void)std::fwrite(rows, 1, size, file.get());
+    return file.commit() ? 0 : -3;
 }
 
 int readHeader(std::FILE* file, Header& header) {

@@ -40,13 +40,16 @@ int writePNGrow(std::FILE* file, unsigned char* row, int width, int pixelBytes);
 
 /// Converts a BMP of 1, 4, 8 (grey), 24 or 32 bits (colour) to a baseline JPEG of `quality` 1 to 100, the
 /// rows in the order in which the BMP stores them. 0; -2 a file cannot be opened (told on standard error),
-/// the BMP is short, or its depth is another one, and then nothing is created. A JPEG that was begun stays
-/// behind.
+/// the BMP is short, or its depth is another one, and then nothing is created. A JPEG that cannot be finished is removed
+/// (see OutputFile); without a source to open an empty one stays behind.
 [[nodiscard]] int convertBMPtoJPG(const char* source, const char* destination, int quality);
+
+/// The same, but without a source to open nothing stays behind either.
+[[nodiscard]] int saveAsJPG(const char* bmp, const char* destination, int quality);
 
 /// Puts a finished BMP under its final name: as a JPEG of quality 20 when that name contains ".jpg", and the
 /// BMP is deleted; else by renaming it. Without a BMP nothing is made, and what stood under the final name
-/// stays. Always 0.
+/// stays. A JPEG that cannot be finished is removed. Always 0: the host sees by the file whether there is one.
 int saveBitmapData(const char* bmp, const char* destination);
 
 /// Turns a BMP clockwise by 90, 180 or 270 degrees into a top-down one of the same depth, 1 and 4 bits

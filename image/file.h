@@ -1,6 +1,10 @@
 // Files as a whole, base64 text, names for temporary files, and cutting a text into lines.
 #pragma once
 
+#include <sys/types.h>
+
+#include <limits>
+
 #include "image/handles.h"
 
 namespace passbook {

@@ -111,7 +111,7 @@ struct JpegEncoding {
     jpeg_compress_struct codec{};
     ErrorManager errors{};
     FileHandle source;
-    FileHandle destination;
+    OutputFile destination;
     GreyLevels levels;
     std::unique_ptr<unsigned char[]> stored;  // a row as it stands in the file
     std::unique_ptr<unsigned char[]> grey;    // the same, expanded
@@ -153,17 +153,8 @@ int JpegEncoding::run(int width, int height, int bitsPerPixel, int quality) {
     return 0;
 }
 
-}  // namespace
-
-int convertJPGtoBMP(const char* source, const char* destination) {
-    JpegDecoding decoding;
-    decoding.source = openForReading(source);
-    if (decoding.source == nullptr)
-        return -2;
-    return decoding.run(destination);
-}
-
-int convertBMPtoJPG(const char* source, const char* destination, int quality) {
+/// convertBMPtoJPG; `keepEmpty`: a file that was created before the source turned out not to open stays, empty.
+int encode(const char* source, const char* destination, int quality, bool keepEmpty) {
     int width = 0;
     int height = 0;
     int dataOffset = 0;
@@ -175,14 +166,15 @@ int convertBMPtoJPG(const char* source, const char* destination, int quality) {
         return -2;
 
     JpegEncoding encoding;
-    encoding.destination.reset(std::fopen(destination, "wb"));
-    if (encoding.destination == nullptr) {
+    if (!encoding.destination.create(destination)) {
         (void)std::fprintf(stderr, "can't open %s.\n", destination);
         return -2;
     }
     encoding.source = openForReading(source);
     if (encoding.source == nullptr) {
         (void)std::fprintf(stderr, "can`t open %s.\n", source);
+        if (keepEmpty)
+            (void)encoding.destination.commit();
         return -2;
     }
     // What the encoder can hold, and a row at a time of it.
@@ -197,7 +189,27 @@ int convertBMPtoJPG(const char* source, const char* destination, int quality) {
     if (encoding.stored == nullptr || encoding.grey == nullptr ||
         std::fseek(encoding.source.get(), dataOffset, SEEK_SET) != 0)
         return -2;
-    return encoding.run(width, std::abs(height), bits, quality);
+    if (const int result = encoding.run(width, std::abs(height), bits, quality); result != 0)
+        return result;
+    return encoding.destination.commit() ? 0 : -2;
+}
+
+}  // namespace
+
+int convertJPGtoBMP(const char* source, const char* destination) {
+    JpegDecoding decoding;
+    decoding.source = openForReading(source);
+    if (decoding.source == nullptr)
+        return -2;
+    return decoding.run(destination);
+}
+
+int convertBMPtoJPG(const char* source, const char* destination, int quality) {
+    return encode(source, destination, quality, true);
+}
+
+int saveAsJPG(const char* bmp, const char* destination, int quality) {
+    return encode(bmp, destination, quality, false);
 }
 
 }  // namespace passbook

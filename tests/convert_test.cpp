@@ -2,13 +2,16 @@
 
 #include <gtest/gtest.h>
 #include <png.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <zlib.h>
 
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 
+#include "image/bmp.h"
 #include "image/file.h"
 #include "image/handles.h"
 #include "tests/support.h"
@@ -145,10 +148,10 @@ TEST_F(Conversion, DamagedAndHugeFilesAreRefused) {
     }
     // The frame of a JPEG: length, depth, height, width, and three components of three bytes.
     const std::size_t frame = jpeg.find("\xFF\xC0") + 2;
+    const std::size_t scan = jpeg.find("\xFF\xDA") + 2;  // length, components, two bytes for each, three of its kind
     const auto framed = [&](const std::string& start) {
         return jpeg.substr(0, frame) + bytes(start) + jpeg.substr(frame + bytes(start).size());
     };
-    const std::size_t scan = jpeg.find("\xFF\xDA") + 2;  // length, components, two bytes for each, three of its kind
     const auto sized = [&](const std::string& size) {
         std::string png = interlaced;
         png.replace(16, 8, bytes(size));
@@ -175,10 +178,10 @@ TEST_F(Conversion, DamagedAndHugeFilesAreRefused) {
         {"a version to come", convertJPGtoBMP, std::string(jpeg).replace(11, 1, "\7"), 0, true},
         {"PNG too wide", convertPNGtoBMP, sized("00 00 80 00 00 00 00 01"), 0, false},
         {"PNG without width", convertPNGtoBMP, sized("00 00 00 00 00 00 00 01"), 0, false},
-        {"BMP of two bytes", encode, "BM", -2, true},
-        {"BMP without width", encode, BmpHeader{.width = 0}.text(), -2, true},
-        {"BMP too wide", encode, BmpHeader{.width = 70000}.text(), -2, true},
-        {"BMP without rows", encode, BmpHeader{.width = 8, .height = 2}.text(), -2, true},
+        {"BMP of two bytes", encode, "BM", -2, false},
+        {"BMP without width", encode, BmpHeader{.width = 0}.text(), -2, false},
+        {"BMP too wide", encode, BmpHeader{.width = 70000}.text(), -2, false},
+        {"BMP without rows", encode, BmpHeader{.width = 8, .height = 2}.text(), -2, false},
         {"16 bits", encode, BmpHeader{.bitsPerPixel = 16}.text() + rows, -2, false},
         {"16 bits, turned", turn<90>, BmpHeader{.bitsPerPixel = 16}.text() + rows, -12, false},
         {"rows missing, turned", turn<90>, BmpHeader{.height = 9}.text(), -13, false},
@@ -199,6 +202,35 @@ TEST_F(Conversion, DamagedAndHugeFilesAreRefused) {
     const std::string messages = testing::internal::GetCapturedStderr();
     EXPECT_TRUE(messages.ends_with("can't open " + nowhere + ".\ncan`t open " + none + ".\n")) << messages;
     testing::internal::CaptureStderr();
+}
+
+// What is under a document's name is the document, whole, or nothing. A disk that is full stands for all that can go wrong.
+TEST_F(Conversion, NothingPartialIsLeft) {
+    const std::string linked = directory.file("linked"), pipe = directory.file("pipe"), dangling = directory.file("dangling");
+    Picture noise(200, 200);
+    for (std::size_t i = 0; i < noise.grey.size(); ++i) noise.grey[i] = static_cast<std::uint8_t>(i * i >> 3);
+    writeFile(source, noise.bmp(8, true));
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    ASSERT_EQ(symlink(linked.c_str(), dangling.c_str()), 0);
+    const auto jpegTo = [&](const std::string& path) { return encode(source.c_str(), path.c_str()); };
+    const auto bmpTo = [&](const std::string& path) { return saveImageASBMP(200, 200, 8, 0, 2, noise.grey.data(), path.c_str()); };
+    for (const auto& [save, failed] : {std::pair<std::function<int(const std::string&)>, int>{jpegTo, -2}, {bmpTo, -3}}) {
+        EXPECT_EQ((std::vector{save(pipe), save("/dev/null")}), (std::vector{failed, 0}));
+        rlimit before{};
+        ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+        const auto action = signal(SIGXFSZ, SIG_IGN);
+        for (const bool full : {true, false}) {
+            const rlimit limit{.rlim_cur = full ? 1000 : before.rlim_cur, .rlim_max = before.rlim_max};
+            ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+            for (const std::string& path : {jpg, dangling}) {
+                EXPECT_EQ(save(path), full ? failed : 0);
+                EXPECT_EQ(std::filesystem::exists(path), !full) << path;
+            }
+        }
+        (void)signal(SIGXFSZ, action);
+        EXPECT_TRUE(std::filesystem::is_symlink(dangling));
+        EXPECT_TRUE(std::filesystem::remove(linked) && std::filesystem::remove(jpg));
+    }
 }
 
 TEST_F(Conversion, AScannedPictureGetsItsName) {
