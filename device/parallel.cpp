@@ -21,8 +21,11 @@ int Parallel::OpenDevice() {
         char path[64];
         (void)std::snprintf(path, sizeof path, "%s%d", prefix, n);  // the longest is far below 64 characters
         fd = retryInterrupted([&] { return open(path, O_RDWR | O_EXCL); });
-        if (fd >= 0)
+        if (fd >= 0 && claimDevice(fd))
             break;
+        if (fd >= 0)
+            (void)close(fd);
+        fd = -1;
     }
     if (fd < 0)
         return -1;

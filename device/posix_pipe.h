@@ -1,6 +1,8 @@
 // What the two transports over POSIX device files share: calls that a signal interrupts are made again.
 #pragma once
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -17,7 +19,17 @@ auto retryInterrupted(Call call) {
     return result;
 }
 
-/// One read of at most `length` bytes; stores the count in `length`. 0, or -1 when nothing came.
+/// Makes an opened device this program's own. Programs that it starts do not inherit it, and no other program of this
+/// library gets it until it is closed: two on one line would print through each other and take each other's answers.
+/// False when another one has it.
+[[nodiscard]] inline bool claimDevice(int fd) {
+    (void)fcntl(fd, F_SETFD, FD_CLOEXEC);  // cannot fail on a descriptor that is open
+    // Devices that know no locks are used without.
+    return retryInterrupted([&] { return flock(fd, LOCK_EX | LOCK_NB); }) == 0 || errno != EWOULDBLOCK;
+}
+
+/// One read of at most `length` bytes; stores the count in `length`. 0, or -1 when nothing came; errno is EINTR when that
+/// is a signal's fault, and only then.
 [[nodiscard]] inline int readOnce(int fd, unsigned char* buffer, int& length) {
     if (length < 0)
         return -1;

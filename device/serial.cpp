@@ -97,7 +97,7 @@ int Serial::OpenDevice() {
     fd = retryInterrupted([&] { return open(path, O_RDWR | O_NOCTTY | O_NONBLOCK); });
     if (fd < 0)
         return -1;
-    if (retryInterrupted([&] { return fcntl(fd, F_SETFL, 0); }) < 0) {
+    if (!claimDevice(fd) || retryInterrupted([&] { return fcntl(fd, F_SETFL, 0); }) < 0) {
         (void)close(fd);
         fd = -1;
         return -1;

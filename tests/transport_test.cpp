@@ -52,6 +52,14 @@ std::string get() {
     return {buffer, buffer + GetData(reinterpret_cast<unsigned char*>(buffer), sizeof buffer)};
 }
 
+/// The line is the driver's alone: the newest descriptor is not for programs that are started, and nobody else opens it.
+void expectOwnLine(const Pty& pty) {
+    const int next = dup(0);
+    EXPECT_EQ(fcntl(next - 1, F_GETFD), FD_CLOEXEC);
+    (void)close(next);
+    EXPECT_NE(Serial(pty.name.c_str()).OpenDevice(), 0);
+}
+
 auto modes(const termios& settings) {
     return std::tuple(settings.c_iflag, settings.c_oflag, settings.c_cflag, settings.c_lflag, settings.c_cc[VTIME], settings.c_cc[VMIN],
                       cfgetospeed(&settings));
@@ -71,6 +79,7 @@ TEST(SerialLine, CarriesBytesAndIsLeftAsItWas) {
 
     const auto files = openFiles();
     ASSERT_EQ(YARDO_PR2_OpenPort(pty.name.c_str()), 0);
+    expectOwnLine(pty);
     termios expected = before;  // but for:
     cfsetospeed(&expected, B9600);
     expected.c_cflag = (expected.c_cflag & ~static_cast<tcflag_t>(CSTOPB)) | CLOCAL;
@@ -186,6 +195,7 @@ TEST_F(ParallelPort, OnATerminalReadsWhatIsThere) {
     Pty pty;
     redirectedPaths["/dev/lp0"] = "/dev/" + pty.name;
     ASSERT_EQ(PRSinit("lpt1"), 0);
+    expectOwnLine(pty);
     EXPECT_EQ(pty.settings().c_lflag & (ICANON | ECHO | ISIG), 0U);
     pty.write("12345");
     EXPECT_EQ(get(), "12345");
