@@ -19,9 +19,6 @@ namespace passbook {
 /// OKI functions open and close the port in every call, and each would have to wait a second for it again.
 class HidUsb : public Protocol {
  public:
-    /// The time-out of every transfer. 0 is without limit.
-    int timeoutMs = 5000;
-
     /// Without a libusb context, if the system has none to give: no device is ever found then.
     HidUsb();
 
@@ -61,6 +58,11 @@ class HidUsb : public Protocol {
     std::uint16_t vendorId = 0x0B3C;
     std::uint16_t productId = 0x0001;
 
+ public:
+    /// The time-out of every transfer. 0 is without limit.
+    int timeoutMs = 5000;
+
+ private:
     // A transfer that fails may have brought bytes. They end here, and not where a caller would decode them.
     std::unique_ptr<unsigned char[]> scratch_;
     std::size_t scratchBytes_ = 0;

@@ -41,7 +41,7 @@ int sendLine(const unsigned char* text, int length) {
 
 int SetYPosition_OKI(int distance) {
     // Divided first: the paper moves in steps of 3 dots. distance * 2 / 3 would be another place.
-    int units = std::clamp(distance, 0, maxDistance) / 3 * 2;
+    int units = distance / 3 * 2;
     constexpr int mostAtOnce = 0xFF;
     while (units > 0) {
         const int feed = std::min(units, mostAtOnce);

@@ -1,8 +1,8 @@
 // The OKI family's commands and print jobs.
 //
 // Positions and distances are dots of 1/180 inch. Movement is relative: the paper by feeding, the head to the
-// right from where it stands. Distances and counts are kept within 0 to 65535, what the commands' two bytes
-// can say. Results are 0, and -3 when a command was not sent whole.
+// right from where it stands. Distances to the right and counts are kept within 0 to 65535, what the commands' two
+// bytes can say; a feed goes as far as it is told. Results are 0, and -3 when a command was not sent whole.
 #pragma once
 
 namespace passbook {

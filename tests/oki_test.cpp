@@ -39,11 +39,17 @@ Call printLines(std::string text) {
 }
 
 TEST_F(Oki, CommandsAreSpokenAsTheyStand) {
+    const auto fullFeeds = [](int count) {
+        std::string sent;
+        while (count-- > 0) sent += "^%5<FF>";
+        return sent;
+    };
     const Dialogue dialogues[] = {
         {"feed of 2 dots", call(SetYPosition_OKI, 2), 0, ""},
         {"feed of 26 dots", call(SetYPosition_OKI, 26), 0, "^%5<10>"},
         {"feed of 384 dots", call(SetYPosition_OKI, 384), 0, "^%5<FF>^%5<01>"},
         {"feed of 765 dots", call(InsertPaper_OKI, 765), 0, "^%5<FF>^%5<FF>", {}, {-3, -3}},
+        {"feed beyond 65535 dots", call(SetYPosition_OKI, 196605), 0, fullFeeds(514)},
         {"feed backwards", call(SetYPosition_OKI, -300), 0, ""},
         {"move of 300", call(SetXPosition_OKI, 300), 0, "^%3<01>,"},
         {"move too far", call(SetXPosition_OKI, INT_MAX), 0, "^%3<FF><FF>"},
@@ -77,14 +83,14 @@ TEST_F(Oki, CommandsAreSpokenAsTheyStand) {
 TEST_F(Oki, EveryCallClosesThePortItUsed) {
     writeFile("a.gif", "GIF89a");
     writeFile("b", "B");
+    writeFile("huge", "");
+    std::filesystem::resize_file("huge", 16 * 1024 * 1024 + 1);
     ASSERT_EQ(mkfifo("pipe", 0600), 0);
     const auto file = [](const char* path, int turns = 0) { return call(PT_PrintImageFileRevolve, "any", 0, 7, 0, 0, 0, path, turns); };
     const auto stream = [](const char* data, int length) { return call(PT_PrintImageStream, "any", 0, 7, 0, 0, 0, octets(data), length); };
     const struct {
         const char* name;
         Call call;
-    writeFile("huge", "");
-    std::filesystem::resize_file("huge", 16 * 1024 * 1024 + 1);
         int result;
         bool closed;
         int seconds = 0;  // of pause
@@ -102,14 +108,14 @@ TEST_F(Oki, EveryCallClosesThePortItUsed) {
         {"a directory", file("."), -6, true},
         {"a pipe", file("pipe"), -6, true},
         {"no image", file("a.gif", 1), -6, true},
+        {"a huge text file", call(PT_PrintTxtFile, "any", 0, 7, 0, 0, "huge"), -1, true},
+        {"a huge text", call(PT_PrintTxtStream, "any", 0, 7, 0, 0, "x", 16 * 1024 * 1024 + 1), -1, true},
         {"no text file", call(PT_PrintTxtFile, "any", 0, 7, 0, 0, "none"), -1, true},
         {"empty stream", stream("BM", 0), -6, true},
         {"negative stream", stream("BM", INT_MIN), -6, true},
         {"base64 of no image", stream("R0lGODlh", 8), -6, true, 1},
         {"base64 of odd length", stream("R0lGODlh", 7), -6, true},
         {"no base64", stream("R0lG*Dlh", 8), -6, true},
-        {"a huge text file", call(PT_PrintTxtFile, "any", 0, 7, 0, 0, "huge"), -1, true},
-        {"a huge text", call(PT_PrintTxtStream, "any", 0, 7, 0, 0, "x", 16 * 1024 * 1024 + 1), -1, true},
         {"almost a PNG", stream("\x89PNG\r\n\x1B\n", 8), -6, true},
         {"a short BMP", stream("BMBM", 4), -12, true, 1},
         {"a short BMP in base64", stream("Qk0=", 4), -12, true, 1},
