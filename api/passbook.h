@@ -38,7 +38,9 @@
  *               corner. Inside, positions are dots of 1/180 inch; a picture's pixel is one dot. An OLI printer
  *               moves its head in steps of 1/120 inch, and both families move the paper in steps of 1/60 inch,
  *               so print can lie up to two dots off the dot asked for.
- *   Files       A pipe in a file's place counts as a file that cannot be opened: it would hold the call.
+ *   Files       A pipe in the place of a file to read counts as a file that cannot be opened: it would hold the
+ *               call. So does a pipe in the place of a file to write that nobody reads. A file that cannot be written
+ *               whole is removed, behind a symbolic link the file that it leads to.
  *   Output      Scans print a few lines of progress on standard output. libpng and the JPEG writer tell what
  *               is wrong with a file on standard error. Nothing else is printed.
  *
@@ -64,9 +66,11 @@
  *   -12   The file is short, or of a depth that no BMP has.        |  nothing was printed,
  *   -13   The file holds fewer rows than its header promises, or   |  nothing is ejected
  *         its header promises what no BMP can hold.               /
- *   -20   The paper status was not answered, or not recognisably. May be asked again.
+ *   -20   The paper status was not answered, or not recognisably; or the line does not fall silent. Ask again until
+ *         it is answered before you read a stripe or an identifier: these take whatever comes first, a late answer
+ *         to this question too.
  *   -21   Scan: the printer did not tell the document's size.
- *   -22   The printer status was not answered, or not recognisably. May be asked again.
+ *   -22   The same of the printer status.
  *   -30   The printer was not ready in time. See to the printer, then initialise again.
  *   -31   No memory: nothing was printed. Scan: no memory, or no temporary file.
  *   -40   Scan: the image did not come whole.
@@ -212,7 +216,8 @@ PASSBOOK_API int YARDO_PR2_ClearError(void);
 PASSBOOK_API int YARDO_PR2_CLearAll(void);
 
 /*
- * Reads the printer's firmware identifier.
+ * Reads the printer's firmware identifier. Call it when no other answer can be on its way (see -20 and -22): an
+ * answer that comes late, or in more than six pieces, mixes with the next one.
  * out     out: 13 bytes; no zero is written behind them, and bytes that did not arrive are zero.
  * Blocks for up to six reads. Returns 0; -1 out is NULL; -4 no valid answer, out is unchanged; -6.
  */
@@ -240,7 +245,9 @@ PASSBOOK_API int YARDO_PR2_GetPrinterStatus(void);
 PASSBOOK_API int YARDO_PR2_GetPaperStatus(void);
 
 /*
- * Reads the magnetic stripe.
+ * Reads the magnetic stripe. The answer is not looked at beyond its end mark. So after a status function that gave
+ * -20 or -22, ask for the status again until it is answered: else the late answer can stand for the stripe, the result
+ * is 0, and the account number is wrong.
  * track   0: the first select command; any other: the second.
  * buffer  out: length bytes. On success the stripe's data with a zero behind it; at most length - 2 bytes of
  *         data fit, and what lies behind the zero has no meaning. After -4 it holds what arrived.
@@ -313,10 +320,12 @@ PASSBOOK_API int YARDO_PrintBmpOLI(const char* path, bool eject, int x, int y);
  * While it runs, the image is in a temporary file beside frontFile, readable by nobody but the user. It stays
  * there after a failure. An image that cannot be put under its name (another file system, a directory that
  * does not exist, no room for the JPEG) is lost or left in that file, which the result does not tell: look
- * whether the side's file is there. Memory does not grow with the image.
+ * whether the side's file is there. Remove files of that name before the call. A file that is there is whole. Memory does not grow with the image.
  * Each read of the port is taken for one piece of the printer's stream, and pieces of exactly 1 and 8 bytes
  * mean something: lines that carry bytes without borders (a serial line at speed, say) can cut pieces so that
  * image bytes get lost or the image ends early. Ports that keep borders (USB) do not have this.
+ * A pause of the printer ends the scan when a read brings nothing (see Blocking). Pieces of 8 bytes, which are no image,
+ * are put up with for two minutes; each piece of the image begins this time anew.
  * Returns 0; -1 a name is NULL or too long: nothing was sent; -3, -20 from the paper status; -21; -4 the printer
  * began no image; -40 the image was malformed or broke off; -31 the temporary file could not be made or
  * written, or no memory; -6. The front side's file stays when the back side fails.
@@ -335,6 +344,10 @@ PASSBOOK_API int YARDO_ScantoFileOKI(const char* frontFile, const char* backFile
  * direction            bit 0 is passed on to the printer; not 0 (low 8 bits): the files are bottom-up.
  * A side is held in memory. Files have no colour table, whatever their depth.
  * Each read of the port is taken for one message of the printer; see YARDO_ScantoFileOKI for what that means.
+ * A pause of the printer ends the scan when a read brings nothing (see Blocking). Messages of no use, which are those
+ * that fit nowhere and blocks beyond the image's size, are put up with for two minutes; each message of use begins this
+ * time anew. An image that is complete by then has its file, and the result is -40 since its end was not told. Without
+ * memory for an image the rest of it is read away, for at most two minutes.
  * Returns 0, also for a side that has no file because its data were not as many as announced, or because it
  * cannot be written (no such directory, a full disk): look whether the side's file is there; -1 a name is NULL or
  * too long: nothing was sent; 2 the printer was not ready, or did not answer, and was told to eject the document,
@@ -353,11 +366,12 @@ PASSBOOK_API int YARDO_ScantoFileOLI(const char* frontFile, const char* backFile
  * mode      1: y is in units of 0.165 mm; any other: y is in tenths of a millimetre.
  * timeout   seconds, 0 or more. It is the time-out of transfers over USB, when the call opens such a port; 0
  *           is without limit. Other ports have their own.
- * x         0 or more, tenths of a millimetre to the right of the left margin.
- * y         0 or more, in the unit that mode says, below the place where the document stands.
+ * x         0 or more, tenths of a millimetre to the right of the left margin. A distance beyond 65535 dots (9247 mm)
+ *           is brought down to that.
+ * y         0 or more, in the unit that mode says, below the place where the document stands. The paper is fed as far as
+ *           that says, in steps of at most 42 mm.
  * reserved  not read.
- * Positions are cut to whole millimetres: x = 105 and x = 100 are both 10 mm. Distances beyond 65535 dots are
- * brought down to that.
+ * Positions are cut to whole millimetres: x = 105 and x = 100 are both 10 mm.
  * The image functions lay temporary files, named ".tmp_" and a time, into the current directory, readable by
  * nobody but the user, and remove them before they return. Programs that print at the same time do so from
  * directories of their own.

@@ -1,9 +1,10 @@
 #include "device/device.h"
 
 #include <sys/time.h>
-#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <ctime>
 #include <limits>
 #include <memory>
 #include <new>
@@ -47,6 +48,24 @@ std::uint32_t milliseconds(const timeval& time) {
     return static_cast<std::uint32_t>(time.tv_sec) * 1000U + static_cast<std::uint32_t>(time.tv_usec / 1000);
 }
 
+constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
+
+timespec monotonicNow() {
+    timespec now{};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);  // fails for clocks only that the system does not have
+    return now;
+}
+
+void pauseNanoseconds(std::int64_t nanoseconds) {
+    timespec end = monotonicNow();
+    nanoseconds += end.tv_nsec;
+    end.tv_sec += static_cast<std::time_t>(nanoseconds / nanosecondsPerSecond);
+    end.tv_nsec = static_cast<long>(nanoseconds % nanosecondsPerSecond);
+    // Until a moment, not for a time: however many signals come, nothing of the pause is lost and nothing added.
+    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &end, nullptr) == EINTR) {
+    }
+}
+
 }  // namespace
 
 int PRSinit(const char* portName) {
@@ -87,13 +106,29 @@ int GetData(unsigned char* buffer, int length) {
     return protocol->ReadPipe(buffer) == 0 ? protocol->readLength : 0;
 }
 
-bool drainPort(int bytesPerRead) {
+bool Patience::ends() {
+    const std::int64_t now = monotonicMs();
+    if (!tried_)
+        sinceMs_ = now;
+    tried_ = true;
+    return now - sinceMs_ > std::int64_t{patienceSeconds} * 1000;
+}
+
+Drained drainPort(int bytesPerRead) {
     std::array<unsigned char, 256> scratch;
-    const Deadline patience(longestDrainSeconds);
-    bool any = false;
-    while (GetData(scratch.data(), bytesPerRead) > 0 && !patience.passed())
-        any = true;
-    return any;
+    Patience patience;
+    Drained result = Drained::nothing;
+    while (GetData(scratch.data(), bytesPerRead) > 0) {
+        result = Drained::untilSilence;
+        if (patience.ends())
+            return Drained::gaveUp;
+    }
+    return result;
+}
+
+std::int64_t monotonicMs() {
+    const timespec now = monotonicNow();
+    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
 }
 
 std::int32_t GetTickCount() {
@@ -116,14 +151,11 @@ bool Deadline::passed() const {
 }
 
 void pauseSeconds(unsigned seconds) {
-    while (seconds > 0)
-        seconds = sleep(seconds);
+    pauseNanoseconds(seconds * nanosecondsPerSecond);
 }
 
 void pauseMicroseconds(unsigned microseconds) {
-    // A signal ends usleep early without telling how much was left. The pauses of this length are courtesies
-    // to the line between two reads, so the rest is not worth a second clock.
-    (void)usleep(microseconds);
+    pauseNanoseconds(std::int64_t{microseconds} * 1000);
 }
 
 bool sendCommand(std::span<const unsigned char> command) {

@@ -58,13 +58,36 @@ extern int g_timeout;
 /// port.
 [[nodiscard]] int GetData(unsigned char* buffer, int length);
 
-/// Seconds after which a line that never falls silent is given up. What is left of the largest scan, A4 in colour at
-/// 600 dots per inch, has come by then over USB at full speed.
-inline constexpr int longestDrainSeconds = 120;
+/// How long we put up with bytes that are of no use before we give the line up. What is left of the largest scan, A4 in
+/// colour at 600 dots per inch, has come by then over USB at full speed.
+inline constexpr int patienceSeconds = 120;
 
-/// Reads and discards until a read brings nothing, `bytesPerRead` (at most 256) at a time; at least one read, and none
-/// any more after longestDrainSeconds. True when there was something to discard.
-bool drainPort(int bytesPerRead);
+/// Puts up with bytes of no use for patienceSeconds, on the monotonic clock: somebody who sets the wall clock must not
+/// end a scan. Silence is no matter of patience, each read has its own bound for that.
+class Patience {
+ public:
+    /// Something of use has come: the patience begins anew with the next that is of no use.
+    void renew() { tried_ = false; }
+    /// Something of no use has come. True when such has come for longer than the patience, and nothing else between.
+    [[nodiscard]] bool ends();
+
+ private:
+    bool tried_ = false;
+    std::int64_t sinceMs_ = 0;
+};
+
+/// What a drain came to.
+enum class Drained {
+    nothing,       ///< the first read brought nothing
+    untilSilence,  ///< bytes were discarded until a read brought nothing
+    gaveUp,        ///< bytes were discarded, and there was no end to them (see Patience)
+};
+
+/// Reads and discards until a read brings nothing, `bytesPerRead` (at most 256) at a time; at least one read.
+Drained drainPort(int bytesPerRead);
+
+/// Milliseconds of a clock that nobody sets.
+[[nodiscard]] std::int64_t monotonicMs();
 
 /// Wall-clock milliseconds in 32 bits; wraps. Use Deadline rather than comparing readings by hand.
 [[nodiscard]] std::int32_t GetTickCount();
@@ -83,10 +106,8 @@ class Deadline {
     std::int32_t limitMs_;
 };
 
-/// Sleeps whole seconds; a signal does not cut the pause short, for the printer needs all of it.
+/// Sleeps. A signal does not cut the pause short, for the printer needs all of it.
 void pauseSeconds(unsigned seconds);
-
-/// Sleeps less than a second; a signal may cut it short.
 void pauseMicroseconds(unsigned microseconds);
 
 /// Sends one command whole. True when the transport took all of it.

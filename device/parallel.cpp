@@ -40,7 +40,7 @@ int Parallel::OpenDevice() {
 }
 
 int Parallel::ReadPipe(unsigned char* buffer) {
-    return readOnce(fd, buffer, readLength);
+    return retryInterrupted([&] { return readOnce(fd, buffer, readLength); });
 }
 
 int Parallel::WritePipe(const unsigned char* data) {

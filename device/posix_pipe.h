@@ -31,10 +31,10 @@ auto retryInterrupted(Call call) {
 /// One read of at most `length` bytes; stores the count in `length`. 0, or -1 when nothing came; errno is EINTR when that
 /// is a signal's fault, and only then.
 [[nodiscard]] inline int readOnce(int fd, unsigned char* buffer, int& length) {
-    if (length < 0)
+    errno = 0;
+    if (length < 1)
         return -1;
-    const ssize_t count =
-        retryInterrupted([&] { return read(fd, buffer, static_cast<std::size_t>(length)); });
+    const ssize_t count = read(fd, buffer, static_cast<std::size_t>(length));
     if (count <= 0)
         return -1;
     length = static_cast<int>(count);

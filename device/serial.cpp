@@ -1,6 +1,7 @@
 #include "device/serial.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,6 +18,9 @@ struct Speed {
     int bitsPerSecond;
     speed_t code;
 };
+
+/// For the first byte of an answer.
+constexpr int readTimeoutMs = 1000;
 
 constexpr Speed speeds[] = {{300, B300},   {1200, B1200},   {2400, B2400},    {4800, B4800},
                             {9600, B9600}, {19200, B19200}, {115200, B115200}};
@@ -122,7 +126,7 @@ int Serial::SetOption(int speed, int flowControl, int dataBits, int stopBits, in
                 stopBits);  // behind the parity: space parity clears a bit that two stop bits set again
     change(options.c_oflag, OPOST, 0);
     change(options.c_lflag, ICANON | ECHO | ECHOE | ISIG, 0);
-    options.c_cc[VTIME] = 10;  // tenths of a second
+    options.c_cc[VTIME] = readTimeoutMs / 100;  // tenths of a second
     options.c_cc[VMIN] = 0;
 
     (void)tcflush(fd, TCIFLUSH);  // what an earlier program left unread is nobody's answer
@@ -131,7 +135,23 @@ int Serial::SetOption(int speed, int flowControl, int dataBits, int stopBits, in
 }
 
 int Serial::ReadPipe(unsigned char* buffer) {
-    return readOnce(fd, buffer, readLength);
+    if (readLength < 1)
+        return -1;
+    // The line's own time-out is no bound for a program that gets signals: after each of them the system waits its second
+    // anew.
+    const std::int64_t endMs = monotonicMs() + readTimeoutMs;
+    for (std::int64_t leftMs = readTimeoutMs; leftMs >= 0; leftMs = endMs - monotonicMs()) {
+        pollfd input{fd, POLLIN, 0};
+        const int ready = poll(&input, 1, static_cast<int>(leftMs));
+        if (ready == 0)
+            break;
+        // A line that cannot be watched can still be read, and what is wrong with one that hung up the read tells.
+        if (ready > 0 || errno != EINTR) {
+            if (const int result = readOnce(fd, buffer, readLength); result == 0 || errno != EINTR)
+                return result;
+        }
+    }
+    return -1;
 }
 
 int Serial::WritePipe(const unsigned char* data) {

@@ -81,7 +81,7 @@ class SideReceiver {
 
     scans& record_;
     char temporary_[tempNameBytes] = "";
-    std::unique_ptr<unsigned char[]> block_;
+    std::unique_ptr<unsigned char[]> memory_;  // a block, and behind it the file's buffer
 };
 
 bool SideReceiver::receive(std::uint8_t side) {
@@ -106,34 +106,34 @@ bool SideReceiver::receive(std::uint8_t side) {
 
 bool SideReceiver::receiveData(std::uint32_t size, const unsigned char* begun, std::size_t begunBytes) {
     FileHandle file(makeTempFile(temporary_) == 0 ? std::fopen(temporary_, "wb") : nullptr);
-    if (block_ == nullptr)
-        block_.reset(new (std::nothrow) unsigned char[blockBytes]);
-    if (file == nullptr || block_ == nullptr)
+    if (memory_ == nullptr)
+        memory_.reset(new (std::nothrow) unsigned char[blockBytes + fileBufferBytes]);
+    if (file == nullptr || memory_ == nullptr)
         return failDrained();
+    unsigned char* const block = memory_.get();
     // Ports hand over far less than a block at a time.
-    (void)std::setvbuf(file.get(), nullptr, _IOFBF, fileBufferBytes);
+    (void)std::setvbuf(file.get(), reinterpret_cast<char*>(block + blockBytes), _IOFBF, fileBufferBytes);
 
     // Unsigned and wider than the announced size: both can be beyond 31 bits.
     std::uint64_t total = begunBytes;
-    // A printer that sends nothing of use any more does not hold the caller for ever.
-    Deadline patience(longestDrainSeconds);
+    Patience patience;
     bool written = std::fwrite(begun, 1, begunBytes, file.get()) == begunBytes;
     while (total <= size && written) {
-        auto count = static_cast<std::size_t>(GetData(block_.get(), static_cast<int>(blockBytes)));
+        auto count = static_cast<std::size_t>(GetData(block, static_cast<int>(blockBytes)));
         if (count == 0)
             return fail(-40);
-        if (count == 1 && block_[0] == endMark) {
+        if (count == 1 && block[0] == endMark) {
             record_.result = 0;
             break;
         }
         if (count == headerBytes) {
             count = 0;  // printers put blocks of this length in between; they are no pixels
-            if (patience.passed())
+            if (patience.ends())
                 return fail(-40);
         } else {
-            patience = Deadline(longestDrainSeconds);
+            patience.renew();
         }
-        written = std::fwrite(block_.get(), 1, count, file.get()) == count;
+        written = std::fwrite(block, 1, count, file.get()) == count;
         total += count;
         record_.current().receivedBytes =
             static_cast<std::int32_t>(static_cast<std::uint32_t>(record_.current().receivedBytes) + count);

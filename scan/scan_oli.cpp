@@ -130,7 +130,7 @@ class SideReceiver {
     void run();
 
  private:
-    void takeHeader();
+    bool takeHeader();
     bool receiveImage();
     bool receiveData();
     void drainToEnd();
@@ -144,15 +144,14 @@ class SideReceiver {
     int bitsPerPixel_ = 0;
     std::unique_ptr<unsigned char[]> data_;
     std::int64_t position_ = 0;
-    /// Since something of use came last: a printer that sends none any more does not hold the caller for ever.
-    Deadline patience_{longestDrainSeconds};
+    Patience patience_;
 };
 
 void SideReceiver::run() {
     for (;;) {
         message_.read();
-        if (message_.isHeader())
-            takeHeader();
+        if (message_.isHeader() && takeHeader())
+            continue;
         if (message_.isImageStart() && !receiveImage())
             return;
         if (message_.isEnd()) {
@@ -160,23 +159,31 @@ void SideReceiver::run() {
                 record_.result = 2;
             return;
         }
-        if (message_.length == 0 || patience_.passed()) {
+        if (message_.length == 0 || patience_.ends()) {
             record_.result = -40;
             return;
         }
     }
 }
 
-/// A header speaks for both sides: the back side's may not come.
-void SideReceiver::takeHeader() {
+/// A header speaks for both sides: the back side's may not come. False when it says what is known already: a printer that
+/// says that for ever is of no use.
+bool SideReceiver::takeHeader() {
+    const auto width = static_cast<std::uint16_t>(message_.number(1));
+    const auto height = static_cast<std::uint16_t>(message_.number(7));
+    if (record_.current().width == width && record_.current().height == height)
+        return false;
     for (const std::size_t side : {std::size_t{0}, std::size_t{1}}) {
-        record_.entry(side).width = static_cast<std::uint16_t>(message_.number(1));
-        record_.entry(side).height = static_cast<std::uint16_t>(message_.number(7));
+        record_.entry(side).width = width;
+        record_.entry(side).height = height;
     }
+    patience_.renew();
+    return true;
 }
 
 /// From the image-start message to the end message, which is then in message_. False when the side has failed.
 bool SideReceiver::receiveImage() {
+    patience_.renew();
     scanEntry& entry = record_.current();
     bitsPerPixel_ = record_.colorMode == 4 || record_.colorMode == 5 ? 24 : record_.bitsPerPixel;
     const std::int64_t required = std::int64_t{entry.width} * entry.height * bitsPerPixel_ / 8;
@@ -228,25 +235,27 @@ bool SideReceiver::receiveData() {
         entry.receivedBytes = static_cast<std::int32_t>(static_cast<std::uint32_t>(entry.receivedBytes) +
                                                         static_cast<std::uint32_t>(count));
         if (position_ + count > entry.requiredBytes) {
-            if (patience_.passed()) {
-                record_.result = -40;
-                return false;
-            }
-            continue;  // too much: dropped whole
+            if (!patience_.ends())
+                continue;  // too much: dropped whole
+            record_.result = -40;
+            // An image that is complete gets its file, even when its end is never told.
+            message_.length = count;
+            message_.bytes[0] = 0;
+            return position_ == entry.requiredBytes;
         }
         if (block == scratch.data())
             std::copy_n(block, count, data_.get() + position_);
         position_ += count;
-        patience_ = Deadline(longestDrainSeconds);
+        patience_.renew();
     }
 }
 
-/// Without memory for the image the line is still to be cleared, up to the end message.
+/// Without memory for the image the line is still to be cleared, up to the end message, as far as patience goes.
 void SideReceiver::drainToEnd() {
     do {
         message_.read();
-    } while (message_.length != 0 && !message_.isEnd() && !patience_.passed());
-    record_.result = message_.isEnd() ? -31 : -40;
+    } while (message_.length != 0 && !message_.isEnd() && !patience_.ends());
+    record_.result = message_.length != 0 ? -31 : -40;
 }
 
 void SideReceiver::save() {

@@ -93,8 +93,19 @@ constexpr StatusQuery printerQuery{printerRequest, 3, 4, 2, printerValues, -22};
 
 constexpr std::size_t longestReply = 6;
 
+/// clearPrinterBuffer. False when there is no end to what comes: it would be taken for the answer to the next question.
+bool fallsSilent() {
+    if (data_len == 0)
+        return true;
+    const Drained drained = drainPort(256);
+    if (drained == Drained::untilSilence)
+        data_len = 0;
+    return drained != Drained::gaveUp;
+}
+
 int runQuery(const StatusQuery& query) {
-    clearPrinterBuffer();
+    if (!fallsSilent())
+        return query.notRecognised;
     if (!sendCommand(query.request))
         return -3;
     std::array<unsigned char, longestReply> reply{};
@@ -104,7 +115,8 @@ int runQuery(const StatusQuery& query) {
         if (row.byte != reply[query.tellingByte])
             continue;
         // The first drain may have come before the late bytes did; they are not for the next query either.
-        clearPrinterBuffer();
+        if (!fallsSilent())
+            return query.notRecognised;
         data_len = 0;
         return row.value;
     }
@@ -116,10 +128,7 @@ int runQuery(const StatusQuery& query) {
 }  // namespace
 
 void clearPrinterBuffer() {
-    if (data_len == 0)
-        return;
-    if (drainPort(256))
-        data_len = 0;
+    (void)fallsSilent();  // a line that does not is drained again before the next query
 }
 
 int GetPaperStatus_OLI() {

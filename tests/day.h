@@ -1,6 +1,8 @@
 // A day at the counter: jobs of both families one after another, on any port, with the results that each may have.
 #pragma once
 
+#include <glib.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <functional>
@@ -9,6 +11,7 @@
 #include <vector>
 
 #include "api/passbook.h"
+#include "image/convert.h"
 #include "sim/printer.h"
 #include "tests/support.h"
 
@@ -30,13 +33,20 @@ class Day : public ::testing::Test {
         Picture picture(40, 60);
         for (int y = 0; y < picture.height; ++y) picture.at(y % picture.width, y) = picture.at(0, y) = 0;
         writeFile("a.bmp", picture.bmp(24, true));
+        EXPECT_EQ(convertBMPtoJPG("a.bmp", "a.jpg", 90), 0);
+        writePng(picture, "a.png");
+        const std::string png = readFile("a.png");
+        gchar* const base64 = g_base64_encode(octets(png.data()), png.size());
+        base64_ = base64;
+        g_free(base64);
+        writeFile("a.txt", "第一行\nA\n");
     }
     void TearDown() override {
         std::filesystem::current_path("/");
         EXPECT_EQ(protocol, nullptr);
     }
 
-    static std::vector<Step> steps(sim::Family family, const std::string& portName) {
+    std::vector<Step> steps(sim::Family family, const std::string& portName) {
         static char stripe0[64], stripe1[64];
         static unsigned char identifier[13];
         const auto bound = [portName](auto function, auto... arguments) {
@@ -45,7 +55,10 @@ class Day : public ::testing::Test {
         if (family == sim::Family::kOki)
             return {
                 {"text", bound(PT_PrintTxtStream, 0, 1, 10, 10, "对账单\n100.00", -1), 0, {-3}},
+                {"text file", bound(PT_PrintTxtFile, 1, 1, 10, 10, "a.txt"), 0, {-3}},
                 {"picture", bound(PT_PrintImageFileRevolve, 0, 1, 20, 20, 0, "a.bmp", 1), 0, {-3}},
+                {"photo", bound(PT_PrintImageFile, 0, 1, 0, 0, 0, "a.jpg"), 0, {-3}},
+                {"drawing", bound(PT_PrintImageStreamRevolve, 0, 1, 20, 20, 0, octets(base64_.data()), int(base64_.size()), 3), 0, {-3}},
                 {"scan", call(YARDO_ScantoFileOKI, "f.bmp", "b.jpg", 2, 0, 0, 0, false, 2, 200, 1), 0, {-3, -20, -21, -4, -40, -31}},
                 {"eject", bound(PT_Eject, 0), 0, {-3}},
             };
@@ -77,6 +90,7 @@ class Day : public ::testing::Test {
     }
 
     /// Does the day. `open` opens the port in front of the first step and of any that finds it closed. True when every step went well.
+    /// Without memory, a step may also end with any code that the header has for that.
     static bool spend(const std::vector<Step>& steps, const std::function<void()>& open) {
         virtualClock = {};
         open();
@@ -84,9 +98,15 @@ class Day : public ::testing::Test {
         testing::internal::CaptureStdout();  // scans tell their progress
         for (const Step& step : steps) {
             if (protocol == nullptr) open();
-            const int result = step.call();
+            const bool memoryIsShort = AnyAllocation::untilFailure > 0;
+            const int result = [&] {
+                const Spared spared(!memoryIsShort);
+                return step.call();
+            }();
             good = good && result == step.good;
-            EXPECT_TRUE(result == step.good || step.failing.contains(result)) << step.name << " gave " << result;
+            static const std::set<int> withoutMemory = {-1, -3, -6, -11, -12, -13, -31, -60};
+            EXPECT_TRUE(result == step.good || step.failing.contains(result) || (memoryIsShort && withoutMemory.contains(result)))
+                << step.name << " gave " << result;
         }
         (void)testing::internal::GetCapturedStdout();
         EXPECT_LT(virtualClock.microseconds - VirtualClock{}.microseconds, 250'000'000);
@@ -103,6 +123,7 @@ class Day : public ::testing::Test {
 
  private:
     TemporaryDirectory directory_;
+    std::string base64_;
 };
 
 }  // namespace passbook::tests

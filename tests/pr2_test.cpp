@@ -140,11 +140,24 @@ TEST_F(Pr2Port, AGarbledAnswerIsReadAwayBeforeTheNextQuery) {
     EXPECT_EQ(YARDO_PR2_GetPaperStatus(), 4);
     EXPECT_TRUE(port->replies.empty());
 
-    // A line that never falls silent does not hold the host.
+    // A line that never falls silent does not hold the host, nor is what it babbles an answer; whether there was silence
+    // before or not, and however late it begins.
+    const std::pair<int (*)(), int> queries[] = {{YARDO_PR2_GetPrinterStatus, -22}, {YARDO_PR2_GetPaperStatus, -20}};
+    for (const char* late : {"P", "`119`P", "`130`P", "`w130`P"}) {
+        EXPECT_EQ(YARDO_PR2_GetPrinterStatus(), -22);
+        for (const auto& [query, code] : queries) {
+            port->replies.assign(20000, code == -22 ? "P" : "C");
+            port->replies.push_front(late);
+            EXPECT_EQ(query(), code);
+            EXPECT_FALSE(port->replies.empty());
+        }
+        port->replies = {"still", "", "\x1BrP"};
+        EXPECT_EQ(YARDO_PR2_GetPrinterStatus(), 1);
+    }
     EXPECT_EQ(YARDO_PR2_GetPrinterStatus(), -22);
-    port->replies.assign(20000, "U");
+    port->replies.assign(20000, "P");
+    port->replies.insert(port->replies.begin(), {"", "\x1BrP"});
     EXPECT_EQ(YARDO_PR2_GetPrinterStatus(), -22);
-    EXPECT_FALSE(port->replies.empty());
 }
 
 TEST(Waits, ForRemovalLookAtTheLastQuery) {
@@ -154,9 +167,17 @@ TEST(Waits, ForRemovalLookAtTheLastQuery) {
 }
 
 TEST(Waits, AreBoundedByTheClock) {
-    // 5 seconds and the poll that exceeds them.
-    EXPECT_EQ(run(call(YARDO_PR2_InitPrinter, 1, 5)).slept, 6);
-    EXPECT_EQ(run(call(YARDO_PR2_MSR, 0, answer, 64)).slept, 15);
+    const auto atSignals = [](int everyMs, const Call& job) {
+        return [=] {
+            virtualClock.signalEvery = everyMs * 1000;
+            return job();
+        };
+    };
+    for (const int everyMs : {0, 400, 1}) {
+        // 5 seconds and the poll that exceeds them.
+        EXPECT_EQ(run(atSignals(everyMs, call(YARDO_PR2_InitPrinter, 1, 5))).slept, 6);
+        EXPECT_EQ(run(atSignals(everyMs, call(YARDO_PR2_MSR, 0, answer, 64))).slept, 15);
+    }
     const auto wrapping = [] {
         virtualClock = {.microseconds = (std::int64_t{INT_MAX} - 1500) * 1000};
         return YARDO_PR2_InitPrinter(1, 5);

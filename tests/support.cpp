@@ -1,7 +1,9 @@
 #include "tests/support.h"
 
 #include <fcntl.h>
+#include <glib.h>
 #include <png.h>
+#include <poll.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -38,19 +40,22 @@ void failAllocation(int nth, std::size_t fromBytes) {
 }
 
 extern "C" {
-unsigned __wrap_sleep(unsigned seconds) {
-    virtualClock.microseconds += std::int64_t{seconds} * 1'000'000;
-    virtualClock.sleptSeconds += seconds;
-    return 0;
+int __wrap_clock_nanosleep(clockid_t, int, const timespec* end, timespec*) {
+    const std::int64_t all = end->tv_sec * 1'000'000 + end->tv_nsec / 1000 - virtualClock.microseconds, signal = virtualClock.signalEvery;
+    const std::int64_t slept = signal > 0 ? std::min(all, signal) : all;
+    virtualClock.microseconds += slept;
+    virtualClock.slept += slept;
+    return slept < all ? EINTR : 0;
 }
 
-int __wrap_usleep(useconds_t microseconds) {
-    virtualClock.microseconds += microseconds;
+int __wrap_clock_gettime(clockid_t, timespec* now) {
+    *now = {virtualClock.microseconds / 1'000'000, virtualClock.microseconds % 1'000'000 * 1000};
     return 0;
 }
 
 int __wrap_gettimeofday(timeval* now, void*) {
-    *now = {virtualClock.microseconds / 1'000'000, virtualClock.microseconds % 1'000'000};
+    const std::int64_t wall = virtualClock.microseconds + virtualClock.wallAhead;
+    *now = {wall / 1'000'000, wall % 1'000'000};
     return 0;
 }
 
@@ -60,8 +65,60 @@ int __wrap_open(const char* path, int flags, ...) {
     va_start(arguments, flags);
     const auto mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : mode_t{0};
     va_end(arguments);
-    return __real_open(redirected(path), flags, mode);
+    const int opened = __real_open(redirected(path), flags, mode);
+    if (DeviceFile::current != nullptr && redirected(path) == DeviceFile::current->file) DeviceFile::current->descriptor = opened;
+    return opened;
 }
+
+namespace {
+DeviceFile* deviceOf(int descriptor) {
+    DeviceFile* const device = DeviceFile::current;
+    return device != nullptr && device->descriptor == descriptor ? device : nullptr;
+}
+}  // namespace
+
+ssize_t __real_write(int descriptor, const void* data, std::size_t size);
+ssize_t __wrap_write(int descriptor, const void* data, std::size_t size) {
+    DeviceFile* const device = deviceOf(descriptor);
+    return device != nullptr ? device->write({static_cast<const char*>(data), size}) : __real_write(descriptor, data, size);
+}
+
+ssize_t __real_read(int descriptor, void* buffer, std::size_t size);
+ssize_t __wrap_read(int descriptor, void* buffer, std::size_t size) {
+    DeviceFile* const device = deviceOf(descriptor);
+    return device != nullptr ? device->read(static_cast<char*>(buffer), size) : __real_read(descriptor, buffer, size);
+}
+
+int __real_poll(pollfd* watched, nfds_t count, int timeoutMs);
+int __wrap_poll(pollfd* watched, nfds_t count, int timeoutMs) {
+    DeviceFile* const device = deviceOf(watched->fd);
+    return device != nullptr ? device->poll(timeoutMs) : __real_poll(watched, count, timeoutMs);
+}
+
+int __real_close(int descriptor);
+int __wrap_close(int descriptor) {
+    if (DeviceFile* const device = deviceOf(descriptor); device != nullptr) device->descriptor = -1;
+    return __real_close(descriptor);
+}
+
+decltype(g_convert) __real_g_convert;
+[[gnu::visibility("default")]] gchar* __wrap_g_convert(const gchar* text, gssize length, const gchar* to, const gchar* from, gsize* read,
+                                                       gsize* written, GError** error) {
+    const Spared spared;
+    return __real_g_convert(text, length, to, from, read, written, error);
+}
+
+#ifndef __SANITIZE_ADDRESS__
+namespace {
+bool findsNoMemory() { return !AnyAllocation::spared && --AnyAllocation::untilFailure == 0; }
+}  // namespace
+void* __libc_malloc(std::size_t size);
+void* malloc(std::size_t size) { return findsNoMemory() ? nullptr : __libc_malloc(size); }
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* calloc(std::size_t count, std::size_t size) { return findsNoMemory() ? nullptr : __libc_calloc(count, size); }
+void* __libc_realloc(void* old, std::size_t size);
+void* realloc(void* old, std::size_t size) { return findsNoMemory() ? nullptr : __libc_realloc(old, size); }
+#endif
 
 int __real_access(const char* path, int mode);
 int __wrap_access(const char* path, int mode) { return __real_access(redirected(path), mode); }
@@ -71,6 +128,18 @@ void* __wrap__ZnamRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag) {
     if (allocationsUntilFailure > 0 && size >= smallestFailingAllocation && --allocationsUntilFailure == 0) return nullptr;
     return __real__ZnamRKSt9nothrow_t(size, tag);
 }
+}
+
+DeviceFile::DeviceFile(const std::string& path) {
+    file = redirectedPaths[path] = (std::filesystem::temp_directory_path() / ("passbook-device-" + std::to_string(getpid()))).string();
+    writeFile(file, "");
+    current = this;
+}
+
+DeviceFile::~DeviceFile() {
+    current = nullptr;
+    redirectedPaths.clear();
+    std::filesystem::remove(file);
 }
 
 std::string bytes(const std::string& hexText) {
@@ -107,8 +176,13 @@ std::string spelled(const std::vector<std::string>& writes) {
 
 int ScriptedPort::ReadPipe(unsigned char* buffer) {
     if (replies.empty()) return -1;
-    const std::string piece = replies.front();
+    std::string piece = replies.front();
     replies.pop_front();
+    if (piece.starts_with('`')) {  // comes late, or while somebody sets the clock
+        const bool wall = piece[1] == 'w';
+        (wall ? virtualClock.wallAhead : virtualClock.microseconds) += std::atol(piece.c_str() + (wall ? 2 : 1)) * 1'000'000;
+        piece.erase(0, piece.rfind('`') + 1);
+    }
     if (piece.empty()) return -1;
     const auto count = std::min(piece.size(), static_cast<std::size_t>(readLength));
     std::memcpy(buffer, piece.data(), count);
@@ -169,7 +243,7 @@ Outcome run(const Call& job, const Replies& replies, int failWrite) {
     outcome.result = job();
     outcome.output = testing::internal::GetCapturedStdout();
     (void)testing::internal::GetCapturedStderr();
-    outcome.slept = virtualClock.sleptSeconds;
+    outcome.slept = virtualClock.sleptSeconds();
     outcome.closed = protocol == nullptr;
     outcome.writes = outcome.closed ? ScriptedPort::left : port->writes;
     outcome.unread = !outcome.closed && !port->replies.empty();

@@ -11,6 +11,7 @@
 #include <map>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "device/device.h"
@@ -24,7 +25,8 @@ Call call(Parts... functionAndArguments) {
     return std::bind_front(functionAndArguments...);
 }
 
-/// What a port answers: one a read; an empty one is a read that times out.
+/// What a port answers: one a read; an empty one is a read that times out. `130`AB is AB after 130 seconds, `w-130`AB while
+/// the wall clock is set back by as much.
 using Replies = std::vector<std::string>;
 
 /// "1B 6A" or "1B6A" to bytes.
@@ -37,10 +39,13 @@ std::string wire(const std::string& spelling);
 std::string spelled(const std::string& bytes);
 std::string spelled(const std::vector<std::string>& writes);
 
-/// The clock that the driver sees. Sleeping moves it and returns at once.
+/// The clocks that the driver sees. Sleeping moves them and returns at once, or at the next signal.
 struct VirtualClock {
     std::int64_t microseconds = 1'700'000'000'000'000;
-    std::int64_t sleptSeconds = 0;  // through whole-second sleeps only
+    std::int64_t wallAhead = 0;  // of the clock that nobody sets
+    std::int64_t slept = 0;
+    std::int64_t signalEvery = 0;  // 0: none comes
+    [[nodiscard]] std::int64_t sleptSeconds() const { return slept / 1'000'000; }
 };
 extern VirtualClock virtualClock;
 
@@ -50,6 +55,39 @@ extern std::map<std::string, std::string> redirectedPaths;
 /// The driver's n-th allocation from now on (1 is the next) of at least `fromBytes` finds no memory. 0
 /// switches off.
 void failAllocation(int nth, std::size_t fromBytes = 1);
+
+/// The same for whatever this thread allocates, through whichever library, but for GLib, which would end the process. Not
+/// under the sanitizers, which have allocators of their own.
+struct AnyAllocation {
+    static inline thread_local int untilFailure = 0;
+    static inline thread_local bool spared = true;
+};
+/// While it exists, whatever is allocated is a test's own matter, or the driver's.
+class Spared {
+ public:
+    explicit Spared(bool spared = true) : before_(std::exchange(AnyAllocation::spared, spared)) {}
+    ~Spared() { AnyAllocation::spared = before_; }
+    Spared(const Spared&) = delete;
+    Spared& operator=(const Spared&) = delete;
+
+ private:
+    bool before_;
+};
+
+/// A device file whose other end is a test. While it exists, what the driver does with the file that it opened under `path`
+/// comes here; results as of the system's calls of the same names.
+class DeviceFile {
+ public:
+    explicit DeviceFile(const std::string& path);
+    virtual ~DeviceFile();
+    virtual ssize_t write(const std::string& data) = 0;
+    virtual ssize_t read(char* buffer, std::size_t size) = 0;
+    virtual int poll(int timeoutMs) = 0;
+
+    static inline DeviceFile* current = nullptr;
+    std::string file;  // that stands for it
+    int descriptor = -1;
+};
 
 /// A port that records what is written and reads what it was told to.
 class ScriptedPort : public Protocol {

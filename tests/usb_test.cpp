@@ -2,8 +2,10 @@
 // answered in libusb's place.
 #include <gtest/gtest.h>
 #include <libusb.h>
+#include <sys/time.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -145,16 +147,56 @@ bool printsALine() {
     return std::count(std::begin(results), std::end(results), 0) == 3;
 }
 
-TEST_F(Usb, ADayIsThatOnASerialLine) {
+/// A host with a timer of a kilohertz, whose handler interrupts the system's calls or has them made again.
+class Signals {
+ public:
+    explicit Signals(bool wanted, int flags) {
+        struct sigaction action {};
+        action.sa_handler = [](int) {};
+        action.sa_flags = flags;
+        EXPECT_EQ(sigaction(SIGALRM, &action, nullptr), 0);
+        every(wanted ? 1000 : 0);
+    }
+    ~Signals() { every(0); }
+
+ private:
+    static void every(suseconds_t microseconds) {
+        const itimerval timer{{0, microseconds}, {0, microseconds}};
+        EXPECT_EQ(setitimer(ITIMER_REAL, &timer, nullptr), 0);
+    }
+};
+
+// The same happens on every port, whatever signals the host gets meanwhile, and takes as long.
+TEST_F(Usb, ADayIsTheSameOnEveryPort) {
     for (const auto family : {sim::Family::kOli, sim::Family::kOki}) {
-        sim::RunningPrinter serial(scenario(family));
-        EXPECT_TRUE(spend(steps(family, serial.name()), [&] { EXPECT_EQ(PRSinit(serial.name().c_str()), 0) << serial.error(); }));
-        serial.stop();
-        const auto overSerial = serial.takeEvents();
-        UsbPrinter printer({}, scenario(family));
-        EXPECT_TRUE(spend(steps(family, "USB"), [] { EXPECT_EQ(PRSinit("USB"), 0); }));
-        EXPECT_EQ(printer.takeEvents(), overSerial);
-        EXPECT_GT(overSerial.size(), 8U);
+        std::vector<nlohmann::json> first;
+        for (const bool usb : {false, true}) {
+            std::optional<std::int64_t> took;
+            for (const auto& [signals, flags, parallel] : {std::tuple(false, 0, false), {true, 0, false}, {true, SA_RESTART, true}}) {
+                SCOPED_TRACE(testing::Message() << "family " << static_cast<int>(family) << ", usb " << usb << ", flags " << flags);
+                std::optional<sim::RunningPrinter> line;
+                std::optional<UsbPrinter> device;
+                if (usb)
+                    device.emplace(sim::UsbDevice{}, scenario(family));
+                else
+                    line.emplace(scenario(family));
+                if (parallel && line) redirectedPaths["/dev/lp0"] = "/dev/" + line->name();
+                const std::string port = usb ? "USB" : parallel ? "lpt1" : line->name();
+                {
+                    const Signals timer(signals, flags);
+                    EXPECT_TRUE(spend(steps(family, port), [&] { EXPECT_EQ(PRSinit(port.c_str()), 0); }));
+                }
+                if (line) line->stop();
+                const auto events = usb ? device->takeEvents() : line->takeEvents();
+                if (first.empty()) first = events;
+                EXPECT_EQ(events, first);
+                const std::int64_t now = virtualClock.microseconds;
+                EXPECT_EQ(now, took.value_or(now));
+                took = now;
+                redirectedPaths.clear();
+            }
+        }
+        EXPECT_GT(first.size(), 8U);
     }
 }
 
@@ -217,7 +259,7 @@ TEST_F(Usb, AnInterfaceIsClaimedSixTimesAtMost) {
         {
             HidUsb device;
             EXPECT_EQ(device.OpenDevice(), row.result);
-            EXPECT_EQ(virtualClock.sleptSeconds, row.seconds);
+            EXPECT_EQ(virtualClock.sleptSeconds(), row.seconds);
             EXPECT_FALSE(printer->use().kernelDriver);
             EXPECT_EQ(device.CloseDevice(), row.result == 0 ? 0 : -1);
         }

@@ -174,67 +174,120 @@ TEST_F(Day, AnswersInPiecesAreReadWhole) {
     EXPECT_EQ(printer.takeMistakes(), std::vector<nlohmann::json>{});
 }
 
-/// The virtual printer without a line, of which the n-th transfer fails.
-struct FailingLine {
-    enum Fault { none, error, truncated, doubled, silence, garbage };
-    sim::Printer printer;
-    Fault fault = none;
-    int at = 0, transfers = 0;
-
-    /// One transfer: what becomes of its bytes. True when it is an error.
-    bool transfer(std::string& data) {
-        const auto met = ++transfers == at ? fault : none;
-        if (met == truncated) data.resize(data.size() / 2);
-        if (met == doubled) data += std::string(data);
-        if (met == silence) data.clear();
-        for (char& byte : data) byte = static_cast<char>(byte ^ (met == garbage ? 0x55 : 0));
-        return met == error;
-    }
-};
-
-/// The port of one call, for some close theirs.
-class LinePort : public ScriptedPort {
+/// The virtual printer at the other end of a device file, of which the n-th transfer goes wrong.
+class FailingLine : public DeviceFile {
  public:
-    explicit LinePort(FailingLine& line) : line_(line) {}
-    int WritePipe(const unsigned char* data) override {
-        std::string sent(data, data + writeLength);
-        if (line_.transfer(sent)) return -1;
-        line_.printer.receive({octets(sent.data()), sent.size()});
-        return 0;  // what was lost was taken by the system
+    enum Fault { none, error, interrupted, cutShort, truncated, doubled, silence, garbage, faults };
+
+    FailingLine(const std::string& path, const sim::Scenario& scenario, Fault fault = none, int at = 0)
+        : DeviceFile(path), printer_(scenario), fault_(fault), at_(at) {}
+    int transfers = 0;
+
+    ssize_t write(const std::string& data) override {
+        const Spared spared;
+        std::string sent = data;
+        const Fault met = meet(sent);
+        if (met == error || met == interrupted) return failing(met);
+        printer_.receive({octets(sent.data()), sent.size()});
+        // What was lost on the line was taken by the system.
+        return static_cast<ssize_t>(met == cutShort ? sent.size() : data.size());
     }
-    int ReadPipe(unsigned char* buffer) override {
-        line_.printer.advance(std::chrono::milliseconds(line_.transfers));
-        const auto answer = replies.empty() ? line_.printer.takeAnswer() : std::vector<std::uint8_t>();
-        if (!answer.empty()) replies.emplace_back(answer.begin(), answer.end());
-        std::string nothing;
-        const bool failed = line_.transfer(replies.empty() ? nothing : replies.front());
-        if (!failed && ScriptedPort::ReadPipe(buffer) == 0) return 0;
-        virtualClock.microseconds += 1'000'000;  // the line's own time-out
-        return -1;
+    int poll(int timeoutMs) override {
+        const Spared spared;
+        bring();
+        if (coming_.empty() && pending_ == none) virtualClock.microseconds += std::int64_t{timeoutMs} * 1000;
+        return pending_ == interrupted ? failing(std::exchange(pending_, none)) : coming_.empty() && pending_ == none ? 0 : 1;
+    }
+    ssize_t read(char* buffer, std::size_t size) override {
+        const Spared spared;
+        bring();
+        if (pending_ != none) return failing(std::exchange(pending_, none));
+        if (coming_.empty()) virtualClock.microseconds += 1'000'000;
+        const std::size_t count = coming_.copy(buffer, std::min(size, short_ > 0 ? short_ : size));
+        coming_.erase(0, count);
+        short_ = 0;
+        return static_cast<ssize_t>(count);
     }
 
  private:
-    FailingLine& line_;
+    static int failing(Fault met) {
+        errno = met == interrupted ? EINTR : EIO;
+        return -1;
+    }
+    /// One transfer: what becomes of its bytes.
+    Fault meet(std::string& data) {
+        const Fault met = ++transfers == at_ ? fault_ : none;
+        if (met == truncated || met == cutShort) data.resize((data.size() + (met == cutShort ? 1 : 0)) / 2);
+        if (met == doubled) data += std::string(data);
+        if (met == silence) data.clear();
+        for (char& byte : data) byte = static_cast<char>(byte ^ (met == garbage ? 0x55 : 0));
+        return met;
+    }
+    void bring() {
+        if (!coming_.empty() || pending_ != none) return;
+        printer_.advance(std::chrono::milliseconds((virtualClock.microseconds - VirtualClock{}.microseconds) / 1000));
+        const auto answer = printer_.takeAnswer();
+        std::string piece(answer.begin(), answer.end());
+        const std::string whole = piece;
+        const Fault met = meet(piece);
+        pending_ = met == error || met == interrupted ? met : none;
+        coming_ = met == cutShort || met == interrupted ? whole : met == error ? "" : piece;
+        short_ = met == cutShort ? piece.size() : 0;
+    }
+
+    sim::Printer printer_;
+    Fault fault_;
+    int at_;
+    std::string coming_;
+    Fault pending_ = none;   // of the next read
+    std::size_t short_ = 0;  // how much the next read brings, if not all
 };
 
-TEST_F(Day, AnyTransferMayFailInAnyWay) {
+/// Spends a day on a device file; every other one on a parallel port.
+class DayOnALine : public Day {
+ protected:
+    /// How many transfers it took, 0 when a step went wrong.
+    int day(sim::Family family, FailingLine::Fault fault = FailingLine::none, int at = 0) {
+        const bool serial = at % 2 == 0;
+        FailingLine line(serial ? "/dev/line" : "/dev/lp0", scenario(family), fault, at);
+        redirectedPaths["/dev/parallel/"] = redirectedPaths["/dev/printers"] = "";
+        const char* const port = serial ? "line" : "LPT1";
+        const bool good = spend(steps(family, port), [port] { EXPECT_EQ(PRSinit(port), 0); });
+        return good ? line.transfers : 0;
+    }
+};
+
+class AnyFault : public DayOnALine, public ::testing::WithParamInterface<std::pair<sim::Family, FailingLine::Fault>> {};
+
+TEST_P(AnyFault, OfAnyTransferIsToldAndTheNextJobWorks) {
+    const auto [family, fault] = GetParam();
+    const int all = day(family);
+    ASSERT_GT(all, 30);
+    for (int at = 1; at <= all && !HasFailure(); ++at) {
+        SCOPED_TRACE("transfer " + std::to_string(at));
+        (void)day(family, fault, at);
+        EXPECT_GT(day(family), 0);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Lines, AnyFault, testing::ValuesIn([] {
+                             std::vector<std::pair<sim::Family, FailingLine::Fault>> each;
+                             for (int fault = FailingLine::error; fault < FailingLine::faults; ++fault) {
+                                 for (const auto family : {sim::Family::kOli, sim::Family::kOki})
+                                     each.emplace_back(family, static_cast<FailingLine::Fault>(fault));
+                             }
+                             return each;
+                         }()));
+
+TEST_F(DayOnALine, AnyAllocationMayFail) {
     for (const auto family : {sim::Family::kOli, sim::Family::kOki}) {
-        const auto steps = Day::steps(family, "line");
-        int transfers = 0;
-        const auto spend = [&](FailingLine::Fault fault, int at) {
-            FailingLine line{sim::Printer(scenario(family)), fault, at};
-            const bool good = Day::spend(steps, [&line] { installPort(new LinePort(line)); });
-            transfers = line.transfers;
-            return good;
-        };
-        ASSERT_TRUE(spend(FailingLine::none, 0));
-        const int all = transfers;
-        for (int fault = FailingLine::error; fault <= FailingLine::garbage; ++fault) {
-            for (int at = 1; at <= all && !HasFailure(); ++at) {
-                SCOPED_TRACE("fault " + std::to_string(fault) + " at transfer " + std::to_string(at));
-                (void)spend(static_cast<FailingLine::Fault>(fault), at);
-                EXPECT_TRUE(spend(FailingLine::none, 0));
-            }
+        for (int nth = 1, left = 0; left == 0 && !HasFailure(); ++nth) {
+            SCOPED_TRACE("allocation " + std::to_string(nth));
+            AnyAllocation::untilFailure = nth;
+            (void)day(family);
+            left = std::exchange(AnyAllocation::untilFailure, 0);
+            EXPECT_GT(day(family), 0);
+            EXPECT_LT(nth, 5000);
         }
     }
 }
