@@ -1,27 +1,60 @@
 #!/usr/bin/env bash
-# Installs what building, testing and the demo need on Debian 12, as root or with sudo. Quick when all is there.
+# Looks for what building, testing and the demo need, as the build will look for it. What is missing is installed by apt,
+# as root or with sudo, from Debian 12's packages; without apt it is named. Quick when all is there.
+#     scripts/setup.sh [bench]      with bench: what the benchmarks need too
 set -euo pipefail
-packages=(
-  g++ cmake ninja-build pkg-config binutils git      # building
-  libglib2.0-dev libusb-1.0-0-dev                    # the library
-  libjpeg62-turbo-dev libpng-dev
-  libcairo2-dev libpango1.0-dev fonts-wqy-microhei   # the virtual printer's page
-  libgdk-pixbuf-2.0-dev                              # its scanner's documents
-  nlohmann-json3-dev libcli11-dev                    # its events and options
-  libumockdev-dev umockdev                           # its USB
-  libgtest-dev clang-format-14 libbenchmark-dev      # tests, benchmarks
+needs=(  # what to look for, and the package that has it
+  'command c++ : g++' 'command cc : gcc' 'command nm : binutils'
+  'command cmake : cmake' 'command ninja : ninja-build' 'command pkg-config : pkg-config'
+  # the library
+  'module glib-2.0 : libglib2.0-dev' 'module libusb-1.0 : libusb-1.0-0-dev'
+  'header jpeglib.h : libjpeg-dev' 'header png.h : libpng-dev'
+  # the virtual printer: its page, its scanner's documents, its events and options, its USB
+  'module pangocairo : libpango1.0-dev' 'font WenQuanYi Micro Hei Mono : fonts-wqy-microhei'
+  'module gdk-pixbuf-2.0 : libgdk-pixbuf-2.0-dev'
+  'header nlohmann/json.hpp : nlohmann-json3-dev' 'header CLI/CLI.hpp : libcli11-dev'
+  'module umockdev-1.0 : libumockdev-dev' 'command umockdev-wrapper : umockdev'
+  # the tests
+  'header gtest/gtest.h : libgtest-dev'
 )
-missing=()
-for package in "${packages[@]}"; do
-  dpkg-query -W -f='${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed || missing+=("$package")
-done
-[ ${#missing[@]} -eq 0 ] && exit 0
-root=()
-if [ "$(id -u)" -ne 0 ]; then
-  command -v sudo >/dev/null || { echo "setup: needs root or sudo to install: ${missing[*]}" >&2; exit 1; }
-  root=(sudo)
+[ "${1:-}" != bench ] || needs+=('header benchmark/benchmark.h : libbenchmark-dev')
+
+here() {  # KIND NAME
+  case $1 in
+    command) command -v "$2" ;;
+    module) pkg-config --exists "$2" ;;
+    header) c++ -E -x c++ - <<<"#if !__has_include(<$2>)"$'\n#error\n#endif' ;;
+    font) fc-list -q "$2" ;;
+  esac >/dev/null 2>&1
+}
+look() {
+  missing=()
+  for need in "${needs[@]}"; do
+    read -r kind name <<<"${need% : *}"
+    here "$kind" "$name" || missing+=("$need")
+  done
+}
+root=(env)
+[ "$(id -u)" -eq 0 ] || root=(sudo env)
+can_install() { command -v apt-get && command -v "${root[0]}"; } >/dev/null
+apt_get() { "${root[@]}" DEBIAN_FRONTEND=noninteractive apt-get -qq -o Dpkg::Use-Pty=0 "$@" </dev/null >/dev/null; }
+
+look
+if [ ${#missing[@]} -gt 0 ] && can_install; then
+  echo "setup: installing ${missing[*]##* }"
+  apt_get update
+  apt_get install -y --no-install-recommends "${missing[@]##* }"
+  look
 fi
-echo "setup: installing ${missing[*]}"
-apt_get() { "${root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq -o Dpkg::Use-Pty=0 "$@" </dev/null; }
-apt_get update
-apt_get install -y --no-install-recommends "${missing[@]}" >/dev/null
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "setup: missing here, and not installed by apt-get (in brackets Debian 12's package):" >&2
+  for need in "${missing[@]}"; do echo "  ${need% : *} (${need##* })" >&2; done
+  here command c++ && here command pkg-config || echo "Without c++ and pkg-config no library is found." >&2
+  exit 1
+fi
+
+# Not needed to build and test; and there are systems that have other versions only.
+if ! here command clang-format-14 && can_install && apt-cache show clang-format-14 >/dev/null 2>&1; then
+  echo "setup: installing clang-format-14"
+  apt_get install -y --no-install-recommends clang-format-14 || echo "setup: going on without clang-format-14" >&2
+fi

@@ -5,6 +5,6 @@ cd "$(dirname "$0")/.."
 preset=${1:-default}
 scripts/setup.sh
 scripts/format.sh --check
-cmake --preset "$preset" >/dev/null
+cmake --preset "$preset" -DPASSBOOK_TESTS=ON >/dev/null
 cmake --build --preset "$preset"
 ctest --preset "$preset" -j "$(nproc)"
