@@ -10,14 +10,16 @@ needs=(  # what to look for, and the package that has it
   'module glib-2.0 : libglib2.0-dev' 'module libusb-1.0 : libusb-1.0-0-dev'
   'header jpeglib.h : libjpeg-dev' 'header png.h : libpng-dev'
   # the virtual printer: its page, its scanner's documents, its events and options, its USB
-  'module pangocairo : libpango1.0-dev' 'font WenQuanYi Micro Hei Mono : fonts-wqy-microhei'
-  'module gdk-pixbuf-2.0 : libgdk-pixbuf-2.0-dev'
+  'module pangocairo : libpango1.0-dev' 'module gdk-pixbuf-2.0 : libgdk-pixbuf-2.0-dev'
   'header nlohmann/json.hpp : nlohmann-json3-dev' 'header CLI/CLI.hpp : libcli11-dev'
   'module umockdev-1.0 : libumockdev-dev' 'command umockdev-wrapper : umockdev'
   # the tests
   'header gtest/gtest.h : libgtest-dev'
 )
 [ "${1:-}" != bench ] || needs+=('header benchmark/benchmark.h : libbenchmark-dev')
+wanted=(  # building and testing go on without: the formatting is not checked then, pages show another font
+  'command clang-format-14 : clang-format-14' 'font WenQuanYi Micro Hei Mono : fonts-wqy-microhei'
+)
 
 here() {  # KIND NAME
   case $1 in
@@ -40,21 +42,26 @@ can_install() { command -v apt-get && command -v "${root[0]}"; } >/dev/null
 apt_get() { "${root[@]}" DEBIAN_FRONTEND=noninteractive apt-get -qq -o Dpkg::Use-Pty=0 "$@" </dev/null >/dev/null; }
 
 look
+why="there is no apt-get to install it"
+! here command apt-get || why="root or sudo is needed to install it"
 if [ ${#missing[@]} -gt 0 ] && can_install; then
   echo "setup: installing ${missing[*]##* }"
   apt_get update
   apt_get install -y --no-install-recommends "${missing[@]##* }"
   look
+  why="apt-get did not bring it"
 fi
 if [ ${#missing[@]} -gt 0 ]; then
-  echo "setup: missing here, and not installed by apt-get (in brackets Debian 12's package):" >&2
+  echo "setup: this is missing, and $why (in brackets Debian 12's package):" >&2
   for need in "${missing[@]}"; do echo "  ${need% : *} (${need##* })" >&2; done
   here command c++ && here command pkg-config || echo "Without c++ and pkg-config no library is found." >&2
   exit 1
 fi
 
-# Not needed to build and test; and there are systems that have other versions only.
-if ! here command clang-format-14 && can_install && apt-cache show clang-format-14 >/dev/null 2>&1; then
-  echo "setup: installing clang-format-14"
-  apt_get install -y --no-install-recommends clang-format-14 || echo "setup: going on without clang-format-14" >&2
-fi
+needs=("${wanted[@]}")
+look
+for need in "${missing[@]}"; do
+  package=${need##* }
+  { can_install && apt-cache show "$package" >/dev/null 2>&1 && echo "setup: installing $package" &&
+    apt_get install -y --no-install-recommends "$package"; } || echo "setup: going on without the ${need% : *}"
+done
