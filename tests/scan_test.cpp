@@ -2,6 +2,7 @@
 // spelled as in support.h; a reply is what one read brings.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <filesystem>
 
