@@ -106,26 +106,6 @@ int GetData(unsigned char* buffer, int length) {
     return protocol->ReadPipe(buffer) == 0 ? protocol->readLength : 0;
 }
 
-bool Patience::ends() {
-    const std::int64_t now = monotonicMs();
-    if (!tried_)
-        sinceMs_ = now;
-    tried_ = true;
-    return now - sinceMs_ > std::int64_t{patienceSeconds} * 1000;
-}
-
-Drained drainPort(int bytesPerRead) {
-    std::array<unsigned char, 256> scratch;
-    Patience patience;
-    Drained result = Drained::nothing;
-    while (GetData(scratch.data(), bytesPerRead) > 0) {
-        result = Drained::untilSilence;
-        if (patience.ends())
-            return Drained::gaveUp;
-    }
-    return result;
-}
-
 std::int64_t monotonicMs() {
     const timespec now = monotonicNow();
     return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
@@ -156,21 +136,6 @@ void pauseSeconds(unsigned seconds) {
 
 void pauseMicroseconds(unsigned microseconds) {
     pauseNanoseconds(std::int64_t{microseconds} * 1000);
-}
-
-bool sendCommand(std::span<const unsigned char> command) {
-    const int length = static_cast<int>(command.size());
-    return SendData(command.data(), length) == length;
-}
-
-std::size_t receiveReply(std::span<unsigned char> reply, int reads) {
-    std::size_t received = 0;
-    for (int i = 0; i < reads && received < reply.size(); ++i) {
-        const auto room = reply.subspan(received);
-        received += static_cast<std::size_t>(GetData(room.data(), static_cast<int>(room.size())));
-        pauseMicroseconds(100);
-    }
-    return received;
 }
 
 }  // namespace passbook

@@ -4,10 +4,7 @@
 // One port per process and one call at a time: nothing here is locked.
 #pragma once
 
-#include <array>
-#include <cstddef>
 #include <cstdint>
-#include <span>
 
 namespace passbook {
 
@@ -58,34 +55,6 @@ extern int g_timeout;
 /// port.
 [[nodiscard]] int GetData(unsigned char* buffer, int length);
 
-/// How long we put up with bytes that are of no use before we give the line up. What is left of the largest scan, A4 in
-/// colour at 600 dots per inch, has come by then over USB at full speed.
-inline constexpr int patienceSeconds = 120;
-
-/// Puts up with bytes of no use for patienceSeconds, on the monotonic clock: somebody who sets the wall clock must not
-/// end a scan. Silence is no matter of patience, each read has its own bound for that.
-class Patience {
- public:
-    /// Something of use has come: the patience begins anew with the next that is of no use.
-    void renew() { tried_ = false; }
-    /// Something of no use has come. True when such has come for longer than the patience, and nothing else between.
-    [[nodiscard]] bool ends();
-
- private:
-    bool tried_ = false;
-    std::int64_t sinceMs_ = 0;
-};
-
-/// What a drain came to.
-enum class Drained {
-    nothing,       ///< the first read brought nothing
-    untilSilence,  ///< bytes were discarded until a read brought nothing
-    gaveUp,        ///< bytes were discarded, and there was no end to them (see Patience)
-};
-
-/// Reads and discards until a read brings nothing, `bytesPerRead` (at most 256) at a time; at least one read.
-Drained drainPort(int bytesPerRead);
-
 /// Milliseconds of a clock that nobody sets.
 [[nodiscard]] std::int64_t monotonicMs();
 
@@ -109,22 +78,5 @@ class Deadline {
 /// Sleeps. A signal does not cut the pause short, for the printer needs all of it.
 void pauseSeconds(unsigned seconds);
 void pauseMicroseconds(unsigned microseconds);
-
-/// Sends one command whole. True when the transport took all of it.
-[[nodiscard]] bool sendCommand(std::span<const unsigned char> command);
-
-/// Makes a command of a text literal, so that a table shows the ASCII spelling of what the bytes say.
-template <std::size_t N>
-[[nodiscard]] consteval std::array<unsigned char, N - 1> ascii(const char (&text)[N]) {
-    std::array<unsigned char, N - 1> bytes{};
-    for (std::size_t i = 0; i + 1 < N; ++i)
-        bytes[i] = static_cast<unsigned char>(text[i]);
-    return bytes;
-}
-
-/// Reads a reply piece by piece into `reply`: at most `reads` reads, each for what is still missing and each
-/// followed by a pause of 100 microseconds, until the reply is full. Returns the number of bytes received;
-/// the rest of `reply` stays as it was.
-[[nodiscard]] std::size_t receiveReply(std::span<unsigned char> reply, int reads);
 
 }  // namespace passbook

@@ -92,7 +92,7 @@ int writeFile(const char* path, const Header& header, const unsigned char* rows,
 }
 
 int readHeader(std::FILE* file, Header& header) {
-    return std::fread(header.data(), 1, header.size(), file) == header.size() ? 0 : -12;
+    return std::fread(header.data(), 1, header.size(), file) == header.size() ? success : shortFile;
 }
 
 /// Spreads packed indices of `Bits` bits each.
@@ -144,10 +144,10 @@ std::FILE* createTempBmp(const char* path, int width, int height, int bitsPerPix
 int getBitmapInfo(const char* path, int* width, int* height, int* dataOffset, int* bitsPerPixel) {
     const FileHandle file = openForReading(path);
     if (file == nullptr)
-        return -11;
+        return noFile;
     Header header;
     if (readHeader(file.get(), header) != 0)
-        return -12;
+        return shortFile;
     *width = static_cast<int>(get32(header, atWidth));
     *height = static_cast<int>(get32(header, atHeight));
     *dataOffset = static_cast<int>(get32(header, atDataOffset));
@@ -160,33 +160,33 @@ int getBitmapData(const char* path, unsigned char** buffer, int width, int heigh
     *buffer = nullptr;
     const FileHandle file = openForReading(path);
     if (file == nullptr)
-        return -11;
+        return noFile;
     if (width < 1 || height == std::numeric_limits<int>::min() || dataOffset < 0)
-        return -13;
+        return missingRows;
     // Also what keeps the loop below from running over billions of rows of no bytes.
     if (bitsPerPixel < 8 && bitsPerPixel != 1 && bitsPerPixel != 4)
-        return -12;
+        return shortFile;
     const int rows = height < 0 ? -height : height;
     const std::int64_t size = imageBytes(width, rows, bitsPerPixel);
     if (size < 0)
-        return -13;
+        return missingRows;
     if (std::fseek(file.get(), 0, SEEK_END) != 0)
-        return -13;  // a pipe or a terminal: nothing that holds rows at an offset
+        return missingRows;  // a pipe or a terminal: nothing that holds rows at an offset
     const long length = std::ftell(file.get());
     if (length < dataOffset || length - dataOffset < size)
-        return -13;
+        return missingRows;
     if (std::fseek(file.get(), dataOffset, SEEK_SET) != 0)
-        return -13;
+        return missingRows;
 
     std::unique_ptr<unsigned char[]> data(new (std::nothrow) unsigned char[static_cast<std::size_t>(size)]);
     if (data == nullptr)
-        return -31;
+        return noMemory;
     const auto stride = static_cast<std::size_t>(bmpStrideBytes(width, bitsPerPixel));
     for (int row = 0; row < rows; ++row) {
         const int target = height < 0 ? row : rows - 1 - row;
         if (std::fread(data.get() + static_cast<std::size_t>(target) * stride, 1, stride, file.get()) !=
             stride)
-            return -12;
+            return shortFile;
     }
     *buffer = data.release();
     return 0;
@@ -198,17 +198,17 @@ void freeBitmapData(unsigned char* buffer) {
 
 int GreyLevels::load(const char* path, int dataOffset, int bitsPerPixel) {
     if (bitsPerPixel != 1 && bitsPerPixel != 4)
-        return -12;
+        return shortFile;
     bits_ = bitsPerPixel;
     std::array<tagRGBQUAD, 16> table{};
     const int indices = 1 << bits_;
 
     const FileHandle file = openForReading(path);
     if (file == nullptr)
-        return -11;
+        return noFile;
     Header header;
     if (readHeader(file.get(), header) != 0)
-        return -12;
+        return shortFile;
     // The table lies between the information header, however long its version is, and the rows.
     const std::int64_t tableOffset = std::int64_t{14} + get32(header, atInfoSize);
     std::int64_t entries = get32(header, atColorsUsed) != 0 ? get32(header, atColorsUsed) : indices;
@@ -220,7 +220,7 @@ int GreyLevels::load(const char* path, int dataOffset, int bitsPerPixel) {
         const auto count = static_cast<std::size_t>(entries);
         if (std::fseek(file.get(), static_cast<long>(tableOffset), SEEK_SET) != 0 ||
             std::fread(table.data(), sizeof(tagRGBQUAD), count, file.get()) != count)
-            return -12;
+            return shortFile;
     }
     std::transform(table.begin(), table.end(), levels_, [](const tagRGBQUAD& entry) {
         return static_cast<unsigned char>((entry.rgbBlue + entry.rgbGreen + entry.rgbRed) / 3);
@@ -245,10 +245,10 @@ int expandToGrey(const char* path, unsigned char** buffer, int width, int rows, 
 
     const std::int64_t size = imageBytes(width, rows, 8);
     if (size < 0)
-        return -13;
+        return missingRows;
     std::unique_ptr<unsigned char[]> grey(new (std::nothrow) unsigned char[static_cast<std::size_t>(size)]());
     if (grey == nullptr)
-        return -31;
+        return noMemory;
     const auto packedStride = static_cast<std::size_t>(bmpStrideBytes(width, *bitsPerPixel));
     const auto greyStride = static_cast<std::size_t>(bmpStrideBytes(width, 8));
     for (std::size_t row = 0; row < static_cast<std::size_t>(rows); ++row)
@@ -258,6 +258,24 @@ int expandToGrey(const char* path, unsigned char** buffer, int width, int rows, 
     *buffer = grey.release();
     *bitsPerPixel = 8;
     return 0;
+}
+
+int Bitmap::load(const char* path) {
+    const int result = readInfo(path);
+    return result != 0 ? result : readRows(path);
+}
+
+int Bitmap::readInfo(const char* path) {
+    return getBitmapInfo(path, &width, &storedHeight, &dataOffset, &bitsPerPixel);
+}
+
+int Bitmap::readRows(const char* path) {
+    unsigned char* loaded = nullptr;
+    int result = getBitmapData(path, &loaded, width, storedHeight, bitsPerPixel, dataOffset);
+    if (result == 0)
+        result = expandToGrey(path, &loaded, width, rows(), &bitsPerPixel, dataOffset);
+    data.reset(loaded);
+    return result;
 }
 
 void FormatColorPalette(tagRGBQUAD* table, int count, char /*unused*/) {

@@ -8,6 +8,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
+
+#include "base/results.h"
 
 namespace passbook {
 
@@ -61,6 +64,10 @@ struct tagRGBQUAD {
 /// Releases what getBitmapData or expandToGrey handed out. Null is ignored.
 void freeBitmapData(unsigned char* buffer);
 
+struct FreeBitmapData {
+    void operator()(unsigned char* data) const { freeBitmapData(data); }
+};
+
 /// The grey levels that the pixels of a BMP of 1 or 4 bits stand for: the mean of blue, green and red in the
 /// file's colour table or, without one, the even ramp from 0 to 255. Indices behind a short table's end are
 /// black.
@@ -85,6 +92,26 @@ class GreyLevels {
 /// caller's.
 [[nodiscard]] int expandToGrey(const char* path, unsigned char** buffer, int width, int rows,
                                int* bitsPerPixel, int dataOffset);
+
+/// A BMP file's picture in memory, of 8, 16, 24 or 32 bits a pixel.
+class Bitmap {
+ public:
+    int width = 0;         // pixels
+    int storedHeight = 0;  // rows; negative when the file holds them from the top
+    int dataOffset = 0;
+    int bitsPerPixel = 0;
+    std::unique_ptr<unsigned char, FreeBitmapData> data;  // rows of bmpStrideBytes(width, bitsPerPixel), top row first
+
+    /// Both of the following.
+    [[nodiscard]] int load(const char* path);
+    /// The geometry as it stands in the file. 0, or a code of getBitmapInfo.
+    [[nodiscard]] int readInfo(const char* path);
+    /// The rows, those of 1 and 4 bits a pixel as 8-bit grey. 0, or a code of getBitmapData or expandToGrey.
+    [[nodiscard]] int readRows(const char* path);
+
+    /// Rows; of a height that readRows has accepted.
+    [[nodiscard]] int rows() const { return storedHeight < 0 ? -storedHeight : storedHeight; }
+};
 
 /// Fills a grey colour table: the first two entries are cleared whole, then entry i gets i x (255 / (count -
 /// 1)).

@@ -40,10 +40,6 @@ void turn(const unsigned char* source, std::size_t sourceStride, unsigned char* 
     }
 }
 
-struct FreeBitmap {
-    void operator()(unsigned char* data) const { freeBitmapData(data); }
-};
-
 }  // namespace
 
 void calcRorateRange(int width, int height, int angle, int matrix[4], int* newWidth, int* newHeight,
@@ -66,35 +62,24 @@ void calcRorateRange(int width, int height, int angle, int matrix[4], int* newWi
 
 int rorateImage(const char* source, const char* destination, int angle) {
     if (angle != 90 && angle != 180 && angle != 270)
-        return -1;
-    int width = 0;
-    int storedHeight = 0;
-    int dataOffset = 0;
-    int bitsPerPixel = 0;
-    if (const int result = getBitmapInfo(source, &width, &storedHeight, &dataOffset, &bitsPerPixel);
-        result != 0)
+        return badArgument;
+    Bitmap bitmap;
+    if (const int result = bitmap.readInfo(source); result != 0)
         return result;
-    if (bitsPerPixel > 8 && bitsPerPixel != 24 && bitsPerPixel != 32)
-        return -12;
-    unsigned char* loaded = nullptr;
-    if (const int result = getBitmapData(source, &loaded, width, storedHeight, bitsPerPixel, dataOffset);
-        result != 0)
+    if (bitmap.bitsPerPixel > 8 && bitmap.bitsPerPixel != 24 && bitmap.bitsPerPixel != 32)
+        return shortFile;
+    if (const int result = bitmap.readRows(source); result != 0)
         return result;
-    const int height = std::abs(storedHeight);
-    const int expanded = expandToGrey(source, &loaded, width, height, &bitsPerPixel, dataOffset);
-    const std::unique_ptr<unsigned char, FreeBitmap> pixels(loaded);
-    if (expanded != 0)
-        return expanded;
 
     int matrix[4] = {};
     int newWidth = 0;
     int newHeight = 0;
     int xOffset = 0;
     int yOffset = 0;
-    calcRorateRange(width, height, angle, matrix, &newWidth, &newHeight, &xOffset, &yOffset);
-    const int pixelBytes = bitsPerPixel / 8;
-    const auto sourceStride = static_cast<std::size_t>(bmpStrideBytes(width, bitsPerPixel));
-    const auto stride = static_cast<std::ptrdiff_t>(bmpStrideBytes(newWidth, bitsPerPixel));
+    calcRorateRange(bitmap.width, bitmap.rows(), angle, matrix, &newWidth, &newHeight, &xOffset, &yOffset);
+    const int pixelBytes = bitmap.bitsPerPixel / 8;
+    const auto sourceStride = static_cast<std::size_t>(bmpStrideBytes(bitmap.width, bitmap.bitsPerPixel));
+    const auto stride = static_cast<std::ptrdiff_t>(bmpStrideBytes(newWidth, bitmap.bitsPerPixel));
     // A tall, narrow picture grows by its fill bytes when it is turned, at most fourfold: no overflow in 64 bits, but
     // maybe more than a file can say.
     const auto size = static_cast<std::size_t>(stride) * static_cast<std::size_t>(newHeight);
@@ -102,16 +87,16 @@ int rorateImage(const char* source, const char* destination, int angle) {
         return -3;
     const std::unique_ptr<unsigned char[]> turned(new (std::nothrow) unsigned char[size]);
     if (turned == nullptr)
-        return -31;
+        return noMemory;
     std::memset(turned.get(), 0xFF, size);  // white, also between the rows
     const Path path{xOffset * pixelBytes + yOffset * stride, matrix[0] * pixelBytes + matrix[1] * stride,
                     matrix[2] * pixelBytes + matrix[3] * stride};
     const auto copy = pixelBytes == 1 ? turn<1> : pixelBytes == 3 ? turn<3> : turn<4>;
-    copy(pixels.get(), sourceStride, turned.get(), path, width, height);
+    copy(bitmap.data.get(), sourceStride, turned.get(), path, bitmap.width, bitmap.rows());
 
     if (makeTempFile(destination) != 0)
         return -3;
-    return saveImageASBMP(newWidth, newHeight, bitsPerPixel, 0, 0, turned.get(), destination);
+    return saveImageASBMP(newWidth, newHeight, bitmap.bitsPerPixel, 0, 0, turned.get(), destination);
 }
 
 }  // namespace passbook

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "base/results.h"
 #include "device/device.h"
 #include "print/print_oki.h"
 #include "print/raster.h"
@@ -36,12 +37,12 @@ struct OkiStrips {
     int sendRun(bool first, const unsigned char* columns, int count) const {
         // More columns than the head can announce would be taken for commands.
         if (count > maxRunColumns)
-            return -1;
+            return badArgument;
         if (first && xDots != 0)
             (void)SetXPosition_OKI(xDots);
         (void)SetBMPHead_OKI(count);
         const int bytes = count * columnBytes;
-        return SendData(columns, bytes) == bytes ? 0 : -3;
+        return SendData(columns, bytes) == bytes ? success : notSent;
     }
 
     /// Before the first run, the way to the picture's left edge is gone together with the gap.
@@ -60,14 +61,7 @@ int SendBMPData_OKI(int width, int height, const unsigned char* image, int x, in
 }
 
 int PrintBmp_OKI(const char* path, bool eject, bool /*unused*/, int x, int y) {
-    OneBitPicture picture;
-    if (const int result = picture.load(path); result != 0)
-        return result;
-    const int result = SendBMPData_OKI(picture.width, picture.height, picture.data, x, y);
-    if (eject)
-        (void)EjectPaper_OKI();  // the document has to come out, and the picture's result is the one that
-                                 // counts
-    return result;
+    return printBitmapFile(path, eject, x, y, SendBMPData_OKI, EjectPaper_OKI);
 }
 
 }  // namespace passbook

@@ -1,6 +1,9 @@
 #include <cstdint>
 #include <span>
 
+#include "base/results.h"
+#include "command/command.h"
+#include "command/oli.h"
 #include "device/device.h"
 #include "print/print_oli.h"
 #include "print/raster.h"
@@ -10,21 +13,13 @@ namespace passbook {
 
 namespace {
 
-constexpr auto graphicsMode = ascii("\x1B!G1");  // 1B 21 47 31, once for each picture
-constexpr auto runHead = ascii(
-    "\x1B"
-    "1A000");  // 1B 31 41 30 30 30
-constexpr auto runEnd = ascii(
-    "\x1B"
-    "2");  // 1B 32
-
 /// Absolute positions, runs framed by a head and an end, and time for the head after each strip.
 struct OliStrips {
     int xDots;
     int topDots;  // a multiple of 3, as is every strip's first row
 
     static int begin() {
-        (void)sendCommand(graphicsMode);  // a broken line shows at the first run's data
+        (void)sendCommand(oli::graphicsMode);  // a broken line shows at the first run's data
         return 0;
     }
 
@@ -40,7 +35,7 @@ struct OliStrips {
         SetBMPHead_OLI();
         const std::int64_t bytes = std::int64_t{count} * columnBytes;
         if (bytes > INT32_MAX || SendData(columns, static_cast<int>(bytes)) != bytes)
-            return -3;
+            return notSent;
         SetBMPEnd_OLI();
         return 0;
     }
@@ -50,8 +45,8 @@ struct OliStrips {
         // out: what follows would be printed where the head happens to be.
         const std::int64_t x = std::int64_t{xDots} + column;
         if (x > INT32_MAX)
-            return -1;
-        return SetXPosition_OLI(static_cast<int>(x)) == -1 ? -1 : 0;
+            return badArgument;
+        return SetXPosition_OLI(static_cast<int>(x)) == badArgument ? badArgument : success;
     }
 
     static void endStrip() { pauseSeconds(1); }
@@ -60,33 +55,26 @@ struct OliStrips {
 }  // namespace
 
 int SetBMPHead_OLI() {
-    (void)sendCommand(runHead);
+    (void)sendCommand(oli::runHead);
     return 0;
 }
 
 int SetBMPEnd_OLI() {
-    (void)sendCommand(runEnd);
+    (void)sendCommand(oli::runEnd);
     return 0;
 }
 
 int SendBMPData_OLI(int width, int height, const unsigned char* image, int x, int y) {
     if (!fitsPage_OLI(x, y))
-        return -1;
+        return badArgument;
     const int topDots = y / 3 * 3;
     if (height > 0 && (height > INT32_MAX - topDots || !fitsPage_OLI(x, topDots + height - 1)))
-        return -1;
+        return badArgument;
     return walkStrips(width, height, image, OliStrips{x, topDots});
 }
 
 int PrintBmp_OLI(const char* path, bool eject, int x, int y) {
-    OneBitPicture picture;
-    if (const int result = picture.load(path); result != 0)
-        return result;
-    const int result = SendBMPData_OLI(picture.width, picture.height, picture.data, x, y);
-    if (eject)
-        (void)EjectPaper_OLI();  // the document has to come out, and the picture's result is the one that
-                                 // counts
-    return result;
+    return printBitmapFile(path, eject, x, y, SendBMPData_OLI, EjectPaper_OLI);
 }
 
 }  // namespace passbook

@@ -1,38 +1,32 @@
 #include "print/print_oki.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 
+#include "base/results.h"
+#include "command/command.h"
+#include "command/fields.h"
+#include "command/oki.h"
 #include "device/device.h"
 #include "image/file.h"
-#include "print/fields.h"
 
 namespace passbook {
 
 namespace {
 
-constexpr auto carriageReturn = ascii("\r");                 // 0D
-constexpr auto lineFeed = ascii("\n");                       // 0A
-constexpr auto ejectPaper = ascii("\x1B%5\x10\r\x0C");       // 1B 25 35 10 0D 0C: feed, CR, form feed
-constexpr auto initialSetting = ascii("\x1B}Sl\x08");        // 1B 7D 53 6C 08
-constexpr auto secondInitialSetting = ascii("\x1B}SF\x10");  // 1B 7D 53 46 10
-constexpr auto finalSetting = ascii("\x1B}SF\x20");          // 1B 7D 53 46 20
-constexpr auto secondFinalSetting = ascii("\x1B}Sl\xFF");    // 1B 7D 53 6C FF
-
 constexpr int maxDistance = 0xFFFF;
 
-/// Sends a command of three bytes and a count, high byte first.
-int sendCounted(std::array<unsigned char, 5> command, int count) {
+/// Sends a command that ends with a count, high byte first.
+int sendCounted(Bytes<5> command, int count) {
     putHighFirst(std::span(command).last<2>(), std::clamp(count, 0, maxDistance));
-    return sendCommand(command) ? 0 : -3;
+    return send(command);
 }
 
 /// A line's bytes and CR. The text is on paper once its bytes are sent: what becomes of CR must not make a
 /// host print the line again.
 int sendLine(const unsigned char* text, int length) {
     if (SendData(text, length) != length)
-        return -3;
+        return notSent;
     (void)sendCommand(carriageReturn);
     return 0;
 }
@@ -45,24 +39,25 @@ int SetYPosition_OKI(int distance) {
     constexpr int mostAtOnce = 0xFF;
     while (units > 0) {
         const int feed = std::min(units, mostAtOnce);
-        std::array<unsigned char, 4> command{0x1B, '%', '5', static_cast<unsigned char>(feed)};  // 1B 25 35 n
-        if (!sendCommand(command))
-            return -3;
+        auto command = oki::paperFeed;
+        command.back() = static_cast<unsigned char>(feed);
+        if (const int result = send(command); result != 0)
+            return result;
         units -= feed;
     }
     return 0;
 }
 
 int SetXPosition_OKI(int distance) {
-    return sendCounted({0x1B, '%', '3'}, distance);
-}  // 1B 25 33 nH nL
+    return sendCounted(oki::headMove, distance);
+}
 
 int SetBMPHead_OKI(int columns) {
-    return sendCounted({0x1B, '%', '1'}, columns);
-}  // 1B 25 31 nH nL
+    return sendCounted(oki::runHead, columns);
+}
 
 int EjectPaper_OKI() {
-    return sendCommand(ejectPaper) ? 0 : -3;
+    return send(oki::eject);
 }
 
 int InsertPaper_OKI(int distance) {
@@ -70,16 +65,16 @@ int InsertPaper_OKI(int distance) {
 }
 
 int InitPrint_OKI(bool second) {
-    (void)sendCommand(initialSetting);  // a broken line shows at the job's own commands
+    (void)sendCommand(oki::initialSetting);  // a broken line shows at the job's own commands
     if (second)
-        (void)sendCommand(secondInitialSetting);
+        (void)sendCommand(oki::secondInitialSetting);
     (void)sendCommand(carriageReturn);
     return 0;
 }
 
 int ResetPrint_OKI() {
-    (void)sendCommand(finalSetting);
-    (void)sendCommand(secondFinalSetting);
+    (void)sendCommand(oki::finalSetting);
+    (void)sendCommand(oki::secondFinalSetting);
     return 0;
 }
 

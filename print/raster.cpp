@@ -2,10 +2,8 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
-
-#include "image/bmp.h"
+#include <utility>
 
 namespace passbook {
 
@@ -92,24 +90,14 @@ void BinaryImage(int width, int height, int bitsPerPixel, unsigned char* data, i
         row(data + y * stride, data + y * bitStride, width, rowLimit);
 }
 
-OneBitPicture::~OneBitPicture() {
-    freeBitmapData(data);
-}
-
 int OneBitPicture::load(const char* path) {
-    int storedHeight = 0;
-    int dataOffset = 0;
-    int bitsPerPixel = 0;
-    if (const int result = getBitmapInfo(path, &width, &storedHeight, &dataOffset, &bitsPerPixel);
-        result != 0)
+    Bitmap bitmap;
+    if (const int result = bitmap.load(path); result != 0)
         return result;
-    if (const int result = getBitmapData(path, &data, width, storedHeight, bitsPerPixel, dataOffset);
-        result != 0)
-        return result;
-    height = std::abs(storedHeight);  // the one height without a positive value has not passed the loading
-    if (const int result = expandToGrey(path, &data, width, height, &bitsPerPixel, dataOffset); result != 0)
-        return result;
-    BinaryImage(width, height, bitsPerPixel, data, inkThreshold);
+    width = bitmap.width;
+    height = bitmap.rows();
+    data = std::move(bitmap.data);
+    BinaryImage(width, height, bitmap.bitsPerPixel, data.get(), inkThreshold);
     return 0;
 }
 

@@ -4,6 +4,9 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
+
+#include "image/bmp.h"
 
 namespace passbook {
 
@@ -27,15 +30,10 @@ void BinaryImage(int width, int height, int bitsPerPixel, unsigned char* data, i
 /// A BMP file's picture, ready for the walk: loaded, brought to a depth that BinaryImage takes, thresholded.
 struct OneBitPicture {
     int width = 0;
-    int height = 0;                 // rows, whatever their order in the file
-    unsigned char* data = nullptr;  // rows of oneBitStrideBytes(width) bytes; owned
+    int height = 0;                                       // rows, whatever their order in the file
+    std::unique_ptr<unsigned char, FreeBitmapData> data;  // rows of oneBitStrideBytes(width) bytes
 
-    OneBitPicture() = default;
-    OneBitPicture(const OneBitPicture&) = delete;
-    OneBitPicture& operator=(const OneBitPicture&) = delete;
-    ~OneBitPicture();
-
-    /// 0, or a code of getBitmapInfo, getBitmapData or expandToGrey.
+    /// 0, or a code of Bitmap::load.
     [[nodiscard]] int load(const char* path);
 };
 

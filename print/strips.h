@@ -6,6 +6,7 @@
 #include <memory>
 #include <new>
 
+#include "base/results.h"
 #include "print/raster.h"
 
 namespace passbook {
@@ -49,7 +50,7 @@ template <typename Family>
     const auto stripBytes = height > 0 ? static_cast<std::size_t>(width) * columnBytes : 0;
     const std::unique_ptr<unsigned char[]> strip(new (std::nothrow) unsigned char[stripBytes]);
     if (strip == nullptr)
-        return -31;
+        return noMemory;
     const std::size_t stride = oneBitStrideBytes(width);
     const auto rowAt = [&](int row) { return image + static_cast<std::size_t>(row) * stride; };
 
@@ -90,6 +91,18 @@ template <typename Family>
         row += stripRows;
     }
     return 0;
+}
+
+/// Prints a BMP file with the family's ways to send a one-bit picture and to eject.
+[[nodiscard]] inline int printBitmapFile(const char* path, bool eject, int x, int y,
+                                         int (*sendPicture)(int, int, const unsigned char*, int, int), int (*ejectPaper)()) {
+    OneBitPicture picture;
+    if (const int result = picture.load(path); result != 0)
+        return result;
+    const int result = sendPicture(picture.width, picture.height, picture.data.get(), x, y);
+    if (eject)
+        (void)ejectPaper();  // the document has to come out, and the picture's result is the one that counts
+    return result;
 }
 
 }  // namespace passbook

@@ -5,6 +5,7 @@
 #include <span>
 #include <string_view>
 
+#include "command/command.h"
 #include "device/device.h"
 
 namespace passbook {

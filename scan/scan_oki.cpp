@@ -4,22 +4,20 @@
 #include <memory>
 #include <new>
 
+#include "base/results.h"
+#include "command/command.h"
+#include "command/oki.h"
 #include "device/device.h"
 #include "image/convert.h"
 #include "image/file.h"
 #include "image/handles.h"
-#include "scan/command.h"
+#include "scan/exchange.h"
 #include "scan/scan.h"
 #include "status/status.h"
 
 namespace passbook {
 
 namespace {
-
-constexpr auto noOperation = ascii("\0");     // 00
-constexpr auto scanMode = ascii("\x1B}SM");   // 1B 7D 53 4D, mode byte, colour byte
-constexpr auto scanSides = ascii("\x1B}SD");  // 1B 7D 53 44, side block
-constexpr auto startScan = ascii("\x1B}D");   // 1B 7D 44
 
 constexpr std::size_t headerBytes = 8;
 constexpr unsigned char headerMark = 0x05;
@@ -41,17 +39,17 @@ void dealSpecialPaper(int width, int length, scans* record) {
 // What comes of these commands shows in the image stream that does or does not follow.
 
 void sendnop() {
-    (void)exchange(noReply, noOperation);
+    (void)exchange(noReply, oki::noOperation);
 }
 
 void sendScanMode(scans* record) {
     const std::array<unsigned char, 2> settings{scanModeByte(*record), scanColorByte(*record)};
-    (void)exchange(noReply, joined(scanMode, settings));
-    (void)exchange(noReply, joined(scanSides, scanSideBlock(*record)));
+    (void)exchange(noReply, joined(oki::scanMode, settings));
+    (void)exchange(noReply, joined(oki::scanSides, scanSideBlock(*record)));
 }
 
 void sendScanCMD() {
-    (void)exchange(noReply, startScan);
+    (void)exchange(noReply, oki::scanStart);
 }
 
 /// Receives the sides of one job.
@@ -66,13 +64,13 @@ class SideReceiver {
     bool receive(std::uint8_t side);
 
  private:
-    bool fail(std::int8_t result) {
-        record_.result = result;
+    bool fail(Result result) {
+        record_.result = static_cast<std::int8_t>(result);
         return false;
     }
     bool failDrained() {
-        (void)drainPort(256);  // the result is the same whether there was something
-        return fail(-31);
+        (void)drainPort();  // the result is the same whether there was something
+        return fail(noMemory);
     }
     bool receiveData(std::uint32_t size, const unsigned char* begun, std::size_t begunBytes);
 
@@ -91,9 +89,9 @@ bool SideReceiver::receive(std::uint8_t side) {
     std::array<unsigned char, 2048> first{};
     const auto count = static_cast<std::size_t>(GetData(first.data(), static_cast<int>(first.size())));
     if (count == 0)
-        return fail(-4);
+        return fail(noAnswer);
     if (count < headerBytes || first[0] != headerMark || first[1] > first[2])
-        return fail(-40);
+        return fail(imageBrokenOff);
     const std::uint32_t size = first[4] | static_cast<std::uint32_t>(first[5]) << 8 |
                                static_cast<std::uint32_t>(first[6]) << 16 |
                                static_cast<std::uint32_t>(first[7]) << 24;
@@ -121,7 +119,7 @@ bool SideReceiver::receiveData(std::uint32_t size, const unsigned char* begun, s
     while (total <= size && written) {
         auto count = static_cast<std::size_t>(GetData(block, static_cast<int>(blockBytes)));
         if (count == 0)
-            return fail(-40);
+            return fail(imageBrokenOff);
         if (count == 1 && block[0] == endMark) {
             record_.result = 0;
             break;
@@ -129,7 +127,7 @@ bool SideReceiver::receiveData(std::uint32_t size, const unsigned char* begun, s
         if (count == headerBytes) {
             count = 0;  // printers put blocks of this length in between; they are no pixels
             if (patience.ends())
-                return fail(-40);
+                return fail(imageBrokenOff);
         } else {
             patience.renew();
         }
@@ -165,7 +163,7 @@ int ScanToFileOKI(scans* record) {
     const int width = GetPaperWidth();
     const int length = GetPaperLength();
     if (width == 0 || length == 0)
-        return -21;
+        return noPaperSize;
     dealSpecialPaper(width, length, record);
     sendnop();
     sendScanMode(record);

@@ -8,9 +8,12 @@
 #include <memory>
 #include <new>
 
+#include "base/results.h"
+#include "command/command.h"
+#include "command/oli.h"
 #include "device/device.h"
 #include "image/bmp.h"
-#include "scan/command.h"
+#include "scan/exchange.h"
 #include "scan/scan.h"
 #include "status/status.h"
 
@@ -18,59 +21,44 @@ namespace passbook {
 
 namespace {
 
-constexpr auto announcement = ascii("\x1B}SE\0");   // 1B 7D 53 45 00
-constexpr auto firstPreparation = ascii("\x1B}-");  // 1B 7D 2D
-constexpr auto secondPreparation = ascii("\x1B-");  // 1B 2D
-constexpr auto scanMode = ascii("\x1BYP");          // 1B 59 50, mode byte, colour byte
-constexpr auto scanSides = ascii("\x1B}P");         // 1B 7D 50, side block, then:
-constexpr auto scanSidesEnd = ascii("\x1BZ");       // 1B 5A
-constexpr auto statusRequest = ascii("\x1Bj");      // 1B 6A
-constexpr auto clearError = ascii("\x1Bl");         // 1B 6C
-constexpr auto eject = ascii("\x1BO");              // 1B 4F
-constexpr auto clearAll = ascii(
-    "\x1B"
-    "0");                             // 1B 30
-constexpr auto bell = ascii("\x07");  // 07
-
 /// A document that lies outside makes the printer call for it; one that is at the entry is drawn in.
 int WaitInsertPaper_OLI() {
-    constexpr int inPlace = 4, atEntry = 3;
     const Deadline deadline(60);
     for (;;) {
         const int status = GetPaperStatus_OLI();
-        if (status == inPlace)
+        if (status == paperInPlace)
             return 0;
-        if (status == atEntry) {
+        if (status == paperNotPositioned) {
             InitPaperPosition_OLI();
         } else if (status >= 0) {
             if (!sendCommand(bell))
-                return -3;
+                return notSent;
             pauseSeconds(1);
         }
         pauseSeconds(1);
         if (deadline.passed())
-            return -30;
+            return notReady;
     }
 }
 
 bool isReady() {
-    return exchange(readyReply, statusRequest) == 0;
+    return exchange(readyReply, oli::printerStatus) == 0;
 }
 
 /// Waits until the printer is ready, as far as 22 questions go. What follows shows if it is not.
 void GStatues() {
     constexpr int repeats = 21;
     for (int i = 0; !isReady() && i < repeats; ++i)
-        (void)exchange(noReply, clearError);
+        (void)exchange(noReply, oli::clearError);
 }
 
 /// 0 when the printer is ready; else 1, and the document is ejected.
 int GStatuesEject() {
     if (isReady())
         return 0;
-    (void)exchange(noReply, clearError);
-    (void)exchange(noReply, eject);
-    (void)exchange(noReply, clearAll);
+    (void)exchange(noReply, oli::clearError);
+    (void)exchange(noReply, oli::eject);
+    (void)exchange(noReply, oli::clearAll);
     std::array<unsigned char, 255> scratch;
     (void)GetData(scratch.data(), static_cast<int>(scratch.size()));  // whatever it has to say about that
     return 1;
@@ -156,11 +144,11 @@ void SideReceiver::run() {
             return;
         if (message_.isEnd()) {
             if (message_.number(1) != record_.current().height)
-                record_.result = 2;
+                record_.result = scanNotReady;
             return;
         }
         if (message_.length == 0 || patience_.ends()) {
-            record_.result = -40;
+            record_.result = imageBrokenOff;
             return;
         }
     }
@@ -223,7 +211,7 @@ bool SideReceiver::receiveData() {
         unsigned char* block = room >= blockBytes ? data_.get() + position_ : scratch.data();
         const int count = GetData(block, blockBytes);
         if (count == 0) {
-            record_.result = -40;
+            record_.result = imageBrokenOff;
             return false;
         }
         if (Message::isEnd(block, count)) {
@@ -237,7 +225,7 @@ bool SideReceiver::receiveData() {
         if (position_ + count > entry.requiredBytes) {
             if (!patience_.ends())
                 continue;  // too much: dropped whole
-            record_.result = -40;
+            record_.result = imageBrokenOff;
             // An image that is complete gets its file, even when its end is never told.
             message_.length = count;
             message_.bytes[0] = 0;
@@ -255,7 +243,7 @@ void SideReceiver::drainToEnd() {
     do {
         message_.read();
     } while (message_.length != 0 && !message_.isEnd() && !patience_.ends());
-    record_.result = message_.length != 0 ? -31 : -40;
+    record_.result = message_.length != 0 ? noMemory : imageBrokenOff;
 }
 
 void SideReceiver::save() {
@@ -280,16 +268,16 @@ void pb2_scan(scans* record) {
     InitPrinter_OLI();
     // Whether a document came, and what the preparations gave, shows at the check behind them.
     (void)WaitInsertPaper_OLI();
-    (void)exchange(firstPreparationReply, firstPreparation);
-    (void)exchange(secondPreparationReply, secondPreparation);
+    (void)exchange(firstPreparationReply, oli::scanFirstPreparation);
+    (void)exchange(secondPreparationReply, oli::scanSecondPreparation);
     if (GStatuesEject() == 1) {
-        record->result = 2;
+        record->result = scanNotReady;
         return;
     }
     (void)exchange(noReply,
-                   joined(scanMode, settings));  // a broken line shows as an image that does not come
+                   joined(oli::scanMode, settings));  // a broken line shows as an image that does not come
     GStatues();
-    (void)exchange(noReply, joined(scanSides, scanSideBlock(*record), scanSidesEnd));
+    (void)exchange(noReply, joined(oli::scanSides, scanSideBlock(*record), oli::scanSidesEnd));
     for (const std::uint8_t side : {std::uint8_t{0}, std::uint8_t{1}}) {
         if (record->entry(side).enabled == 0)
             continue;
@@ -303,7 +291,7 @@ void pb2_scan(scans* record) {
 }  // namespace
 
 int ScanToFileOLI(scans* record) {
-    (void)exchange(noReply, announcement);
+    (void)exchange(noReply, oli::scanAnnouncement);
     pb2_scan(record);
     return record->result;
 }

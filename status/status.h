@@ -3,13 +3,19 @@
 
 namespace passbook {
 
+/// Where the document is on an OLI printer.
+enum PaperStatus : int { paperAbsent = 1, paperNotTaken = 2, paperNotPositioned = 3, paperInPlace = 4 };
+
+/// The one printer status of the OLI family whose meaning is known.
+inline constexpr int printerReady = 1;
+
 /// Reads and discards until nothing comes, when an earlier query could not decode its answer: late bytes
 /// would be taken for the next answer. Does nothing otherwise. Costs at least one read time-out of the port.
 /// A line that never falls silent is given up (see drainPort): it is drained again before the next query, and a query
 /// that finds it so ends as one that was not answered.
 void clearPrinterBuffer();
 
-/// 1 no document, 2 and 3 a document that is not in place, 4 in place; -3 the request was not sent whole; -20
+/// A PaperStatus; -3 the request was not sent whole; -20
 /// no or another answer. At most three reads.
 [[nodiscard]] int GetPaperStatus_OLI();
 

@@ -4,18 +4,15 @@
 #include <cstdlib>
 #include <span>
 
+#include "base/results.h"
+#include "command/command.h"
+#include "command/oki.h"
 #include "device/device.h"
 #include "status/status.h"
 
 namespace passbook {
 
 namespace {
-
-constexpr auto paperRequest = ascii("\x1B}SS");       // 1B 7D 53 53
-constexpr auto widthRequest = ascii("\x1B}S-");       // 1B 7D 53 2D
-constexpr auto lengthRequest = ascii("\x1B}SL");      // 1B 7D 53 4C
-constexpr auto configRequest = ascii("\x1B} a\x07");  // 1B 7D 20 61 07
-constexpr auto configPrefix = ascii("\x1B} =");       // 1B 7D 20 3D
 
 /// Four digits behind two bytes of header; 0 for a reply of any other length.
 int measure(std::span<const unsigned char> request) {
@@ -31,26 +28,26 @@ int measure(std::span<const unsigned char> request) {
 }  // namespace
 
 int GetPaperStatus() {
-    if (!sendCommand(paperRequest))
-        return -3;
+    if (!sendCommand(oki::paperStatus))
+        return notSent;
     std::array<unsigned char, 4> reply{};
     constexpr int tellingByte = 2;
     const int received = GetData(reply.data(), static_cast<int>(reply.size()));
     if (received <= tellingByte || reply[tellingByte] > 1)
-        return -20;
+        return paperUnknown;
     return reply[tellingByte] + 1;
 }
 
 int GetPaperWidth() {
-    return measure(widthRequest);
+    return measure(oki::paperWidth);
 }
 
 int GetPaperLength() {
-    return measure(lengthRequest);
+    return measure(oki::paperLength);
 }
 
 int GetPrinterConfig(unsigned char* buffer, int size) {
-    (void)sendCommand(configRequest);  // a printer that did not hear it does not answer
+    (void)sendCommand(oki::configurationRead);  // a printer that did not hear it does not answer
     constexpr int mostEmptyReads = 6;
     int total = 0;
     for (int emptyReads = 0; total < size && emptyReads < mostEmptyReads;) {
@@ -59,14 +56,14 @@ int GetPrinterConfig(unsigned char* buffer, int size) {
         total += count;
         if (count == 0)
             ++emptyReads;
-        if (total >= 2 && buffer[total - 2] == 0x1B && buffer[total - 1] == 'Z')
+        if (total >= 2 && std::equal(oki::configurationEnd.begin(), oki::configurationEnd.end(), buffer + total - 2))
             break;
     }
     return total;
 }
 
 int SetPrinterConfig(const unsigned char* data, int count) {
-    (void)sendCommand(configPrefix);  // the answer tells
+    (void)sendCommand(oki::configurationWrite);  // the answer tells
     (void)SendData(data, count);
     pauseSeconds(1);
     std::array<unsigned char, 4> reply{};

@@ -116,7 +116,7 @@ TEST_F(Conversion, JpegsComeAndGo) {
         ASSERT_EQ(convertBMPtoJPG(bmp.c_str(), jpg.c_str(), 95), 0);
         ASSERT_EQ(convertJPGtoBMP(jpg.c_str(), bmp.c_str()), 0);
         const LoadedBmp loaded(bmp);
-        ASSERT_EQ(std::tuple(loaded.width, loaded.height, loaded.bits), std::tuple(9, -16, std::min(row.bits, 24)));
+        ASSERT_EQ(std::tuple(loaded.bitmap.width, loaded.bitmap.storedHeight, loaded.bitmap.bitsPerPixel), std::tuple(9, -16, std::min(row.bits, 24)));
         const std::string bottom = loaded.rows.substr(loaded.rows.size() * 15 / 16);
         for (std::size_t i = 0; i < row.first.size() && i < 3; ++i) {
             EXPECT_LT(std::abs(static_cast<signed char>(loaded.rows[i] - row.first[i])), 12);

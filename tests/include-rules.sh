@@ -7,13 +7,16 @@ while read -r folder may; do
   grep -rnE '^[[:space:]]*#[[:space:]]*include[[:space:]]*"[^"]*/' "$folder" |
     grep -vE "\"(${folder}${may:+|}${may// /|})/" && bad=1
 done <<'END'
-image
-device
-print device image
-status device
-stripe device
-scan print status stripe device image
-api scan print status stripe device image
+base
+image base
+device base
+command base device
+print base command device image
+status base command device
+stripe base command device
+scan base command print status stripe device image
+api base scan print status stripe device image
+tools api sim wire
 wire
 sim wire
 END

@@ -309,15 +309,9 @@ std::string BmpHeader::text() const {
     return header;
 }
 
-LoadedBmp::LoadedBmp(const std::string& path) {
-    int offset = 0;
-    unsigned char* data = nullptr;
-    code = getBitmapInfo(path.c_str(), &width, &height, &offset, &bits);
-    if (code == 0) code = getBitmapData(path.c_str(), &data, width, height, bits, offset);
-    EXPECT_EQ(data == nullptr, code != 0);
-    if (code == 0) code = expandToGrey(path.c_str(), &data, width, std::abs(height), &bits, offset);
-    if (code == 0) rows.assign(reinterpret_cast<char*>(data), static_cast<std::size_t>(bmpStrideBytes(width, bits) * std::abs(height)));
-    freeBitmapData(data);
+LoadedBmp::LoadedBmp(const std::string& path) : code(bitmap.load(path.c_str())) {
+    const auto size = bmpStrideBytes(bitmap.width, bitmap.bitsPerPixel) * bitmap.rows();
+    if (code == 0) rows.assign(reinterpret_cast<char*>(bitmap.data.get()), static_cast<std::size_t>(size));
 }
 
 std::string Picture::bmp(int bitsPerPixel, bool topDown) {

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "device/device.h"
+#include "image/bmp.h"
 
 namespace passbook::tests {
 
@@ -169,7 +170,8 @@ struct BmpHeader {
 
 /// A BMP as the print engine gets it, few bits as grey: its rows from the top, or none and the code.
 struct LoadedBmp {
-    int code = 0, width = 0, height = 0, bits = 0;
+    Bitmap bitmap;
+    int code;
     std::string rows;
     explicit LoadedBmp(const std::string& path);
 };
