@@ -36,6 +36,10 @@ char* convertCodeset(const char* text, int length, const char* target, const cha
     return converted;
 }
 
+ConvertedText toPrinter(const char* text, int length, int* convertedLength) {
+    return ConvertedText(convertCodeset(text, length, gb2312Code, utf8Code, convertedLength));
+}
+
 void convertFree(char* text) {
     g_free(text);
 }

@@ -31,4 +31,7 @@ struct FreeConverted {
 /// Owns what convertCodeset returned.
 using ConvertedText = std::unique_ptr<char, FreeConverted>;
 
+/// The host's text for a printer: convertCodeset between the two code sets.
+[[nodiscard]] ConvertedText toPrinter(const char* text, int length, int* convertedLength);
+
 }  // namespace passbook

@@ -6,6 +6,7 @@
 #include "api/codeset.h"
 #include "api/passbook.h"
 #include "api/units.h"
+#include "base/results.h"
 #include "device/device.h"
 #include "print/print_oli.h"
 #include "scan/scan.h"
@@ -22,10 +23,16 @@ namespace {
 /// below.
 bool g_portOpen = false;
 
-constexpr int badArgument = -1;
-constexpr int portAlreadyOpen = -5;
-constexpr int portNotOpen = -6;
-constexpr int notConvertible = -60;
+// What the modules hand up is what the header names.
+static_assert(int{success} == PASSBOOK_OK && int{scanNotReady} == PASSBOOK_SCAN_NOT_READY);
+static_assert(int{badArgument} == PASSBOOK_BAD_ARGUMENT && int{notSent} == PASSBOOK_NOT_SENT);
+static_assert(int{noAnswer} == PASSBOOK_NO_ANSWER && int{notAnImage} == PASSBOOK_PT_NO_IMAGE);
+static_assert(int{noFile} == PASSBOOK_NO_FILE && int{shortFile} == PASSBOOK_SHORT_FILE);
+static_assert(int{missingRows} == PASSBOOK_MISSING_ROWS && int{paperUnknown} == PASSBOOK_PAPER_UNKNOWN);
+static_assert(int{noPaperSize} == PASSBOOK_NO_PAPER_SIZE && int{printerUnknown} == PASSBOOK_PRINTER_UNKNOWN);
+static_assert(int{notReady} == PASSBOOK_NOT_READY && int{noMemory} == PASSBOOK_NO_MEMORY);
+static_assert(int{imageBrokenOff} == PASSBOOK_IMAGE_BROKEN_OFF);
+static_assert(int{paperInPlace} == PASSBOOK_PAPER_IN_PLACE && printerReady == PASSBOOK_PRINTER_READY);
 
 /// A path that fits the scan record. Both sides' are looked at, for both are kept whichever side is scanned.
 bool isScanName(const char* path) {
@@ -36,18 +43,18 @@ bool isScanName(const char* path) {
 
 int YARDO_PR2_OpenPort(const char* portName) {
     if (g_portOpen)
-        return portAlreadyOpen;
+        return PASSBOOK_ALREADY_OPEN;
     if (portName == nullptr)
-        return badArgument;
+        return PASSBOOK_BAD_ARGUMENT;
     if (PRSinit(portName) != 0)
-        return -1;
+        return PASSBOOK_NOT_OPENED;
     g_portOpen = true;
     return 0;
 }
 
 int YARDO_PR2_ClosePort(void) {
     if (!g_portOpen)
-        return portNotOpen;
+        return PASSBOOK_NOT_OPEN;
     (void)PRSexit();  // a transport that will not close is taken over by the next open
     g_portOpen = false;
     return 0;
@@ -55,36 +62,36 @@ int YARDO_PR2_ClosePort(void) {
 
 int YARDO_PR2_Command(const unsigned char* data, int length) {
     if (!g_portOpen)
-        return portNotOpen;
+        return PASSBOOK_NOT_OPEN;
     if (length < 0 || (data == nullptr && length > 0))
-        return badArgument;
+        return PASSBOOK_BAD_ARGUMENT;
     return Command_OLI(data, length);
 }
 
 int YARDO_PR2_InitPrinter(int mode, int timeoutSeconds) {
-    return g_portOpen ? InitPrinter_OLI(mode, timeoutSeconds) : portNotOpen;
+    return g_portOpen ? InitPrinter_OLI(mode, timeoutSeconds) : PASSBOOK_NOT_OPEN;
 }
 
 int YARDO_PR2_PrintData(int unit, int x, int y, const char* text, int length) {
     if (!g_portOpen)
-        return portNotOpen;
+        return PASSBOOK_NOT_OPEN;
     if (text == nullptr)
-        return badArgument;
-    const bool inches = unit != 0;
+        return PASSBOOK_BAD_ARGUMENT;
+    const bool inches = unit != PASSBOOK_MILLIMETRES;
     // Text in millimetres goes one millimetre lower; text in inches, and pictures, do not.
     const int xDots = inches ? dotsFromInches(x) : dotsFromMillimetres(x);
     const int yDots = inches ? dotsFromInches(y) : dotsFromMillimetres(std::int64_t{y} + 1);
     int convertedLength = 0;
-    const ConvertedText converted(convertCodeset(text, length, gb2312Code, utf8Code, &convertedLength));
+    const ConvertedText converted = toPrinter(text, length, &convertedLength);
     if (converted == nullptr)
-        return notConvertible;
+        return PASSBOOK_NO_TEXT;
     return PrintData_OLI(reinterpret_cast<const unsigned char*>(converted.get()), convertedLength, xDots,
                          yDots);
 }
 
 int YARDO_PR2_SetFormat(double pitch, int bold, int width, int height) {
     if (!g_portOpen)
-        return portNotOpen;
+        return PASSBOOK_NOT_OPEN;
     if (const int result = SetFontSpace_OLI(pitch); result != 0)
         return result;
     if (const int result = SetFontBold_OLI(bold); result != 0)
@@ -95,75 +102,75 @@ int YARDO_PR2_SetFormat(double pitch, int bold, int width, int height) {
 }
 
 int YARDO_PR2_SetLineSpace(int /*unit*/, double space) {
-    return g_portOpen ? SetLineSpace_OLI(space) : portNotOpen;
+    return g_portOpen ? SetLineSpace_OLI(space) : PASSBOOK_NOT_OPEN;
 }
 
 int YARDO_PR2_SetUnderLine(int mode) {
-    return g_portOpen ? SetUnderLine_OLI(mode) : portNotOpen;
+    return g_portOpen ? SetUnderLine_OLI(mode) : PASSBOOK_NOT_OPEN;
 }
 
 int YARDO_PR2_LR(void) {
-    return g_portOpen ? SendLineBreak_OLI() : portNotOpen;
+    return g_portOpen ? SendLineBreak_OLI() : PASSBOOK_NOT_OPEN;
 }
 
 int YARDO_PR2_InsertPaper(void) {
-    return g_portOpen ? InsertPaper_OLI() : portNotOpen;
+    return g_portOpen ? InsertPaper_OLI() : PASSBOOK_NOT_OPEN;
 }
 
 int YARDO_PR2_EjectPaper(void) {
-    return g_portOpen ? EjectPaper_OLI() : portNotOpen;
+    return g_portOpen ? EjectPaper_OLI() : PASSBOOK_NOT_OPEN;
 }
 
 int YARDO_PR2_ClearError(void) {
-    return g_portOpen ? ClearError_OLI() : portNotOpen;
+    return g_portOpen ? ClearError_OLI() : PASSBOOK_NOT_OPEN;
 }
 
 int YARDO_PR2_CLearAll(void) {
-    return g_portOpen ? ClearAll_OLI() : portNotOpen;
+    return g_portOpen ? ClearAll_OLI() : PASSBOOK_NOT_OPEN;
 }
 
 int YARDO_PR2_GetFWID(unsigned char* out) {
     if (!g_portOpen)
-        return portNotOpen;
-    return out != nullptr ? GetFWID_OLI(out) : badArgument;
+        return PASSBOOK_NOT_OPEN;
+    return out != nullptr ? GetFWID_OLI(out) : PASSBOOK_BAD_ARGUMENT;
 }
 
 int YARDO_PR2_GetPrinterStatus(void) {
-    return g_portOpen ? GetPrinterStatus_OLI() : portNotOpen;
+    return g_portOpen ? GetPrinterStatus_OLI() : PASSBOOK_NOT_OPEN;
 }
 
 int YARDO_PR2_GetPaperStatus(void) {
-    return g_portOpen ? GetPaperStatus_OLI() : portNotOpen;
+    return g_portOpen ? GetPaperStatus_OLI() : PASSBOOK_NOT_OPEN;
 }
 
 int YARDO_PR2_MSR(int track, char* buffer, int length) {
-    return g_portOpen ? ReadStripe(track, buffer, length) : portNotOpen;
+    return g_portOpen ? ReadStripe(track, buffer, length) : PASSBOOK_NOT_OPEN;
 }
 
 int YARDO_PR2_MSW(int track, const char* data, int length) {
-    return g_portOpen ? WriteStripe(track, data, length) : portNotOpen;
+    return g_portOpen ? WriteStripe(track, data, length) : PASSBOOK_NOT_OPEN;
 }
 
 int YARDO_PR2_MSRALL(char* buffer0, int length0, char* buffer1, int length1) {
     if (!g_portOpen)
-        return portNotOpen;
+        return PASSBOOK_NOT_OPEN;
     // Tested for both before the first read, whose own result is not returned: a bad buffer must not look
     // like a stripe that was read.
     if (buffer0 == nullptr || length0 < 2 || buffer1 == nullptr || length1 < 2)
-        return badArgument;
+        return PASSBOOK_BAD_ARGUMENT;
     (void)ReadStripe(0, buffer0, length0);
     return ReadStripe(1, buffer1, length1);
 }
 
 int YARDO_PR2_SPB(int seconds) {
-    return g_portOpen ? DealCradOvertime_OLI(seconds) : portNotOpen;
+    return g_portOpen ? DealCradOvertime_OLI(seconds) : PASSBOOK_NOT_OPEN;
 }
 
 int YARDO_PrintBmpOLI(const char* path, bool eject, int x, int y) {
     if (!g_portOpen)
-        return portNotOpen;
+        return PASSBOOK_NOT_OPEN;
     if (path == nullptr)
-        return badArgument;
+        return PASSBOOK_BAD_ARGUMENT;
     const int result = PrintBmp_OLI(path, eject, dotsFromMillimetres(x), dotsFromMillimetres(y));
     // Settles the line after the picture; whatever the printer says, the picture's result stands.
     for (int queries = 0; queries < 5; ++queries) {
@@ -176,9 +183,9 @@ int YARDO_PrintBmpOLI(const char* path, bool eject, int x, int y) {
 int YARDO_ScantoFileOKI(const char* frontFile, const char* backFile, int imageType, int frontParam1,
                         int backParam1, int param2, bool optionFlag, int sides, int dpi, int direction) {
     if (!g_portOpen)
-        return portNotOpen;
+        return PASSBOOK_NOT_OPEN;
     if (!isScanName(frontFile) || !isScanName(backFile))
-        return badArgument;
+        return PASSBOOK_BAD_ARGUMENT;
     scans record;
     FormatScanParam(&record, frontFile, backFile, imageType, frontParam1, backParam1, param2, optionFlag,
                     sides, dpi, direction);
@@ -188,9 +195,9 @@ int YARDO_ScantoFileOKI(const char* frontFile, const char* backFile, int imageTy
 int YARDO_ScantoFileOLI(const char* frontFile, const char* backFile, int imageType, int param1, int param2,
                         bool optionFlag, int sides, int dpi, int direction) {
     if (!g_portOpen)
-        return portNotOpen;
+        return PASSBOOK_NOT_OPEN;
     if (!isScanName(frontFile) || !isScanName(backFile))
-        return badArgument;
+        return PASSBOOK_BAD_ARGUMENT;
     scans record;
     FormatScanParam(&record, frontFile, backFile, imageType, param1, param1, param2, optionFlag, sides, dpi,
                     direction);

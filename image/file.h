@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <limits>
+#include <memory>
 
 #include "image/handles.h"
 
@@ -54,6 +55,12 @@ class OutputFile {
 
 /// Releases what getFileData handed out. Null is ignored.
 void freeFileData(unsigned char* buffer);
+
+struct FreeFileData {
+    void operator()(unsigned char* data) const { freeFileData(data); }
+};
+/// Owns what getFileData handed out.
+using FileContents = std::unique_ptr<unsigned char, FreeFileData>;
 
 /// Writes a file that only the user can read, of `length` bytes; what was there is replaced. A failed write
 /// is not reported. 0; -3 null, or a negative length; -2 the file cannot be created.
