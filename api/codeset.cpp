@@ -21,16 +21,13 @@ bool isMemoryFor(std::size_t textBytes) {
 
 }  // namespace
 
-char* convertCodeset(const char* text, int length, const char* target, const char* source,
-                     int* convertedLength) {
-    const std::size_t size =
-        length < 0 ? strnlen(text, longestTextBytes + 1) : static_cast<std::size_t>(length);
+char* convertCodeset(const char* text, int length, const char* target, const char* source, int* convertedLength) {
+    const std::size_t size = length < 0 ? strnlen(text, longestTextBytes + 1) : static_cast<std::size_t>(length);
     if (size > longestTextBytes || !isMemoryFor(size))
         return nullptr;
     gsize bytesRead = 0;  // asking for it is what makes g_convert forgive a sequence cut off at the end
     gsize bytesWritten = 0;
-    char* converted =
-        g_convert(text, static_cast<gssize>(size), target, source, &bytesRead, &bytesWritten, nullptr);
+    char* converted = g_convert(text, static_cast<gssize>(size), target, source, &bytesRead, &bytesWritten, nullptr);
     if (converted != nullptr)
         *convertedLength = static_cast<int>(bytesWritten);
     return converted;

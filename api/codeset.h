@@ -15,9 +15,9 @@ inline constexpr int longestTextBytes = 16 * 1024 * 1024;
 
 /// Converts `length` bytes of text (up to the terminating zero when `length` is negative) from code set
 /// `source` to `target`. Returns a text with a zero behind it, to be released with convertFree, and its
-/// length without that zero in `*convertedLength`; null when the text is not valid, longer than longestTextBytes, or there is no room,
-/// with `*convertedLength` untouched. A sequence that is cut off at the very end of the text is left out; any
-/// other invalid one fails.
+/// length without that zero in `*convertedLength`; null when the text is not valid, longer than longestTextBytes, or
+/// there is no room, with `*convertedLength` untouched. A sequence that is cut off at the very end of the text is left
+/// out; any other invalid one fails.
 [[nodiscard]] char* convertCodeset(const char* text, int length, const char* target, const char* source,
                                    int* convertedLength);
 

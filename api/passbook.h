@@ -143,25 +143,25 @@ extern "C" {
 /* Results of the YARDO_ functions. The table above says what each means for the paper. Functions return int. */
 enum passbook_result {
     PASSBOOK_OK = 0,
-    PASSBOOK_SCAN_NOT_READY = 2,      /* OLI scan: the printer was not ready and was told to eject; or the image has
+    PASSBOOK_SCAN_NOT_READY = 2,     /* OLI scan: the printer was not ready and was told to eject; or the image has
                                          another number of rows than announced, and the file is there all the same */
-    PASSBOOK_BAD_ARGUMENT = -1,       /* nothing was sent; for pictures see YARDO_PrintBmpOLI */
-    PASSBOOK_NOT_OPENED = -1,         /* YARDO_PR2_OpenPort: the port could not be opened */
-    PASSBOOK_NOT_SENT = -3,           /* a command or its data was not sent whole */
-    PASSBOOK_NO_ANSWER = -4,          /* an answer did not come, or was malformed */
-    PASSBOOK_ALREADY_OPEN = -5,       /* a port is open, and stays open */
-    PASSBOOK_NOT_OPEN = -6,           /* no port is open; this is tested before everything else */
-    PASSBOOK_NO_FILE = -11,           /* the picture's file cannot be opened */
-    PASSBOOK_SHORT_FILE = -12,        /* the file is short, or no BMP has its depth */
-    PASSBOOK_MISSING_ROWS = -13,      /* the file has fewer rows than it promises, or promises what no BMP can hold */
-    PASSBOOK_PAPER_UNKNOWN = -20,     /* the paper status was not answered, or not in a known way, or the line never
+    PASSBOOK_BAD_ARGUMENT = -1,      /* nothing was sent; for pictures see YARDO_PrintBmpOLI */
+    PASSBOOK_NOT_OPENED = -1,        /* YARDO_PR2_OpenPort: the port could not be opened */
+    PASSBOOK_NOT_SENT = -3,          /* a command or its data was not sent whole */
+    PASSBOOK_NO_ANSWER = -4,         /* an answer did not come, or was malformed */
+    PASSBOOK_ALREADY_OPEN = -5,      /* a port is open, and stays open */
+    PASSBOOK_NOT_OPEN = -6,          /* no port is open; this is tested before everything else */
+    PASSBOOK_NO_FILE = -11,          /* the picture's file cannot be opened */
+    PASSBOOK_SHORT_FILE = -12,       /* the file is short, or no BMP has its depth */
+    PASSBOOK_MISSING_ROWS = -13,     /* the file has fewer rows than it promises, or promises what no BMP can hold */
+    PASSBOOK_PAPER_UNKNOWN = -20,    /* the paper status was not answered, or not in a known way, or the line never
                                          falls silent */
-    PASSBOOK_NO_PAPER_SIZE = -21,     /* scan: the printer did not tell the size of the document */
-    PASSBOOK_PRINTER_UNKNOWN = -22,   /* the same as -20, of the printer status */
-    PASSBOOK_NOT_READY = -30,         /* the printer was not ready in time */
-    PASSBOOK_NO_MEMORY = -31,         /* no memory; of a scan also: no temporary file */
-    PASSBOOK_IMAGE_BROKEN_OFF = -40,  /* scan: the image did not come whole */
-    PASSBOOK_NO_TEXT = -60            /* the text is not valid UTF-8, or too long */
+    PASSBOOK_NO_PAPER_SIZE = -21,    /* scan: the printer did not tell the size of the document */
+    PASSBOOK_PRINTER_UNKNOWN = -22,  /* the same as -20, of the printer status */
+    PASSBOOK_NOT_READY = -30,        /* the printer was not ready in time */
+    PASSBOOK_NO_MEMORY = -31,        /* no memory; of a scan also: no temporary file */
+    PASSBOOK_IMAGE_BROKEN_OFF = -40, /* scan: the image did not come whole */
+    PASSBOOK_NO_TEXT = -60           /* the text is not valid UTF-8, or too long */
 };
 
 /* Results of the PT_ functions, where they are other ones. The rest is as above. */

@@ -59,7 +59,8 @@ int printText(const char* portName, int mode, int timeout, int x, int y, const c
         const ConvertedText converted = text(&length);
         if (converted == nullptr)
             return int{PASSBOOK_PT_NO_TEXT};
-        return PrintLineData_OKI(reinterpret_cast<unsigned char*>(converted.get()), length, place.xDots(), place.yDots());
+        return PrintLineData_OKI(reinterpret_cast<unsigned char*>(converted.get()), length, place.xDots(),
+                                 place.yDots());
     });
 }
 
@@ -69,22 +70,25 @@ int PT_PrintImageFile(const char* portName, int mode, int timeout, int x, int y,
     return PT_PrintImageFileRevolve(portName, mode, timeout, x, y, reserved, path, PASSBOOK_UPRIGHT);
 }
 
-int PT_PrintImageFileRevolve(const char* portName, int mode, int timeout, int x, int y, int /*reserved*/, const char* path,
-                             int turns) {
-    return printImage(portName, mode, timeout, x, y, path, turns,
-                      [&](const ImagePlace& place) { return printImageFile_OKI(path, place); });
+int PT_PrintImageFileRevolve(const char* portName, int mode, int timeout, int x, int y, int /*reserved*/,
+                             const char* path, int turns) {
+    return printImage(
+        portName, mode, timeout, x, y, path, turns,
+        [&](const ImagePlace& place) { return printImageFile_OKI(path, place); });
 }
 
 int PT_PrintImageStream(const char* portName, int mode, int timeout, int x, int y, int /*reserved*/,
                         const unsigned char* data, int length) {
-    return printImage(portName, mode, timeout, x, y, data, PASSBOOK_UPRIGHT,
-                      [&](const ImagePlace& place) { return printImageStream_OKI(data, length, place, false); });
+    return printImage(
+        portName, mode, timeout, x, y, data, PASSBOOK_UPRIGHT,
+        [&](const ImagePlace& place) { return printImageStream_OKI(data, length, place, false); });
 }
 
 int PT_PrintImageStreamRevolve(const char* portName, int mode, int timeout, int x, int y, int /*reserved*/,
                                const unsigned char* data, int length, int turns) {
-    return printImage(portName, mode, timeout, x, y, data, turns,
-                      [&](const ImagePlace& place) { return printImageStream_OKI(data, length, place, true); });
+    return printImage(
+        portName, mode, timeout, x, y, data, turns,
+        [&](const ImagePlace& place) { return printImageStream_OKI(data, length, place, true); });
 }
 
 int PT_Eject(const char* portName, int /*reserved*/) {
@@ -92,17 +96,20 @@ int PT_Eject(const char* portName, int /*reserved*/) {
 }
 
 int PT_PrintTxtFile(const char* portName, int mode, int timeout, int x, int y, const char* path) {
-    return printText(portName, mode, timeout, x, y, path, [&](int* length) {
-        unsigned char* content = nullptr;
-        int contentLength = 0;
-        if (getFileData(path, &content, &contentLength, longestTextBytes) != 0)
-            return ConvertedText();
-        const FileContents owner(content);
-        return toPrinter(reinterpret_cast<const char*>(content), contentLength, length);
-    });
+    return printText(
+        portName, mode, timeout, x, y, path,
+        [&](int* length) {
+            unsigned char* content = nullptr;
+            int contentLength = 0;
+            if (getFileData(path, &content, &contentLength, longestTextBytes) != 0)
+                return ConvertedText();
+            const FileContents owner(content);
+            return toPrinter(reinterpret_cast<const char*>(content), contentLength, length);
+        });
 }
 
 int PT_PrintTxtStream(const char* portName, int mode, int timeout, int x, int y, const char* text, int length) {
-    return printText(portName, mode, timeout, x, y, text,
-                     [&](int* convertedLength) { return toPrinter(text, length, convertedLength); });
+    return printText(
+        portName, mode, timeout, x, y, text,
+        [&](int* convertedLength) { return toPrinter(text, length, convertedLength); });
 }

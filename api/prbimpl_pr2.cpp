@@ -85,8 +85,7 @@ int YARDO_PR2_PrintData(int unit, int x, int y, const char* text, int length) {
     const ConvertedText converted = toPrinter(text, length, &convertedLength);
     if (converted == nullptr)
         return PASSBOOK_NO_TEXT;
-    return PrintData_OLI(reinterpret_cast<const unsigned char*>(converted.get()), convertedLength, xDots,
-                         yDots);
+    return PrintData_OLI(reinterpret_cast<const unsigned char*>(converted.get()), convertedLength, xDots, yDots);
 }
 
 int YARDO_PR2_SetFormat(double pitch, int bold, int width, int height) {
@@ -173,22 +172,21 @@ int YARDO_PrintBmpOLI(const char* path, bool eject, int x, int y) {
         return PASSBOOK_BAD_ARGUMENT;
     const int result = PrintBmp_OLI(path, eject, dotsFromMillimetres(x), dotsFromMillimetres(y));
     // Settles the line after the picture; whatever the printer says, the picture's result stands.
-    for (int queries = 0; queries < 5; ++queries) {
+    for (int queries = 0; queries < 5; ++queries)
         if (GetPrinterStatus_OLI() >= 0)
             break;
-    }
     return result;
 }
 
-int YARDO_ScantoFileOKI(const char* frontFile, const char* backFile, int imageType, int frontParam1,
-                        int backParam1, int param2, bool optionFlag, int sides, int dpi, int direction) {
+int YARDO_ScantoFileOKI(const char* frontFile, const char* backFile, int imageType, int frontParam1, int backParam1,
+                        int param2, bool optionFlag, int sides, int dpi, int direction) {
     if (!g_portOpen)
         return PASSBOOK_NOT_OPEN;
     if (!isScanName(frontFile) || !isScanName(backFile))
         return PASSBOOK_BAD_ARGUMENT;
     scans record;
-    FormatScanParam(&record, frontFile, backFile, imageType, frontParam1, backParam1, param2, optionFlag,
-                    sides, dpi, direction);
+    FormatScanParam(&record, frontFile, backFile, imageType, frontParam1, backParam1, param2, optionFlag, sides, dpi,
+                    direction);
     return ScanToFileOKI(&record);
 }
 
@@ -199,7 +197,6 @@ int YARDO_ScantoFileOLI(const char* frontFile, const char* backFile, int imageTy
     if (!isScanName(frontFile) || !isScanName(backFile))
         return PASSBOOK_BAD_ARGUMENT;
     scans record;
-    FormatScanParam(&record, frontFile, backFile, imageType, param1, param1, param2, optionFlag, sides, dpi,
-                    direction);
+    FormatScanParam(&record, frontFile, backFile, imageType, param1, param1, param2, optionFlag, sides, dpi, direction);
     return ScanToFileOLI(&record);
 }

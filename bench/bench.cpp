@@ -21,8 +21,8 @@ class RatioReporter : public benchmark::BenchmarkReporter {
             if (run.aggregate_name != "median")
                 continue;
             medians_[run.run_name.function_name] = run.GetAdjustedCPUTime();
-            std::printf("median     %-48s %8.1f %s\n", run.run_name.function_name.c_str(),
-                        run.GetAdjustedCPUTime(), benchmark::GetTimeUnitString(run.time_unit));
+            std::printf("median     %-48s %8.1f %s\n", run.run_name.function_name.c_str(), run.GetAdjustedCPUTime(),
+                        benchmark::GetTimeUnitString(run.time_unit));
         }
     }
     void printRatios() const {
@@ -50,9 +50,8 @@ int main(int argc, char** argv) {
     }
     // In turn rather than one behind the other, for the machine's speed drifts; five times, for the medians.
     std::vector<std::string> arguments(argv, argv + argc);
-    arguments.insert(arguments.begin() + 1,
-                     {"--benchmark_repetitions=5", "--benchmark_enable_random_interleaving=true",
-                      "--benchmark_report_aggregates_only=true"});
+    arguments.insert(arguments.begin() + 1, {"--benchmark_repetitions=5", "--benchmark_enable_random_interleaving=true",
+                                             "--benchmark_report_aggregates_only=true"});
     std::vector<char*> pointers;
     for (std::string& argument : arguments)
         pointers.push_back(argument.data());

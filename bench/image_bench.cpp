@@ -30,8 +30,8 @@ std::vector<unsigned char> scannedRow(int y, std::mt19937& random) {
     std::vector<unsigned char> row(std::size_t{pageWidth} * 3);
     const bool line = y % 120 < 60;
     for (std::size_t x = 0; x < pageWidth; ++x) {
-        const bool ink = line && x > 400 && x < 4500 &&
-                         (x / 9 * 2654435761U + static_cast<unsigned>(y / 9) * 40503U) % 7 < 3;
+        const bool ink =
+            line && x > 400 && x < 4500 && (x / 9 * 2654435761U + static_cast<unsigned>(y / 9) * 40503U) % 7 < 3;
         const auto noise = static_cast<unsigned char>(random() % 8);
         for (std::size_t i = 0; i < 3; ++i)
             row[3 * x + i] = static_cast<unsigned char>((ink ? 20 : 240) + noise);
@@ -138,11 +138,9 @@ void pack(benchmark::State& state, bool byPixel) {
             }
             std::fill(columns.begin(), columns.end(), static_cast<unsigned char>(0));
             for (std::size_t x = 0; x < pageWidth; ++x) {
-                for (std::size_t k = 0; k < stripRows && row + static_cast<int>(k) < pageHeight; ++k) {
+                for (std::size_t k = 0; k < stripRows && row + static_cast<int>(k) < pageHeight; ++k)
                     if ((strip[k * stride + x / 8] >> (7 - x % 8) & 1) != 0)
-                        columns[3 * x + k / 8] =
-                            static_cast<unsigned char>(columns[3 * x + k / 8] | 0x80 >> (k % 8));
-                }
+                        columns[3 * x + k / 8] = static_cast<unsigned char>(columns[3 * x + k / 8] | 0x80 >> (k % 8));
             }
         }
         benchmark::ClobberMemory();
@@ -151,11 +149,12 @@ void pack(benchmark::State& state, bool byPixel) {
 
 template <typename Function>
 void add(const char* name, Function function) {
-    benchmark::RegisterBenchmark(name,
-                                 [function](benchmark::State& state) {
-                                     for (auto _ : state)
-                                         function();
-                                 })
+    benchmark::RegisterBenchmark(
+        name,
+        [function](benchmark::State& state) {
+            for (auto _ : state)
+                function();
+        })
         ->Unit(benchmark::kMillisecond)
         ->Iterations(1);
 }
@@ -163,25 +162,27 @@ void add(const char* name, Function function) {
 }  // namespace
 
 void registerImageBenchmarks(const std::string& directory) {
-    const std::string png = directory + "/page.png", jpeg = directory + "/page.jpg",
-                      bmp = directory + "/page.bmp", turned = directory + "/turned.bmp",
-                      source = directory + "/source.bmp";
+    const std::string png = directory + "/page.png", jpeg = directory + "/page.jpg", bmp = directory + "/page.bmp",
+                      turned = directory + "/turned.bmp", source = directory + "/source.bmp";
     writePng(png);
     (void)convertPNGtoBMP(png.c_str(), source.c_str());
     if (convertBMPtoJPG(source.c_str(), jpeg.c_str(), 85) != 0)
         std::perror(directory.c_str());
 
-    add("PNG to BMP, against decoding it/of", [=] { (void)convertPNGtoBMP(png.c_str(), bmp.c_str()); });
-    add("PNG to BMP, against decoding it/against", [=] { decodePng(png); });
-    add("JPEG to BMP, against decoding it/of", [=] { (void)convertJPGtoBMP(jpeg.c_str(), bmp.c_str()); });
-    add("JPEG to BMP, against decoding it/against", [=] { decodeJpeg(jpeg); });
-    add("turn by 90, against by 180/of", [=] { (void)rorateImage(source.c_str(), turned.c_str(), 90); });
-    add("turn by 90, against by 180/against",
-        [=] { (void)rorateImage(source.c_str(), turned.c_str(), 180); });
+    add(
+        "PNG to BMP, against decoding it/of", [=] { (void)convertPNGtoBMP(png.c_str(), bmp.c_str()); });
+    add(
+        "PNG to BMP, against decoding it/against", [=] { decodePng(png); });
+    add(
+        "JPEG to BMP, against decoding it/of", [=] { (void)convertJPGtoBMP(jpeg.c_str(), bmp.c_str()); });
+    add(
+        "JPEG to BMP, against decoding it/against", [=] { decodeJpeg(jpeg); });
+    add(
+        "turn by 90, against by 180/of", [=] { (void)rorateImage(source.c_str(), turned.c_str(), 90); });
+    add("turn by 90, against by 180/against", [=] { (void)rorateImage(source.c_str(), turned.c_str(), 180); });
     const auto addPair = [](const std::string& name, void (*function)(benchmark::State&, bool)) {
         benchmark::RegisterBenchmark((name + "/of").c_str(), function, false)->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark((name + "/against").c_str(), function, true)
-            ->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark((name + "/against").c_str(), function, true)->Unit(benchmark::kMillisecond);
     };
     addPair("binarise, against pixel by pixel", binarise);
     addPair("pack strips, against pixel by pixel", pack);

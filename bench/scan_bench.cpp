@@ -131,8 +131,7 @@ Finished cat(int height, const std::string& directory) {
 
 template <typename Value>
 Value median(std::vector<Value> values) {
-    std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2),
-                     values.end());
+    std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2), values.end());
     return values[values.size() / 2];
 }
 
@@ -150,8 +149,7 @@ int main() {
     for (int run = 0; run < 5; ++run) {  // in turn, for the machine's speed drifts
         const Finished large = scan(largeHeight, directory), other = cat(largeHeight, directory),
                        small = scan(smallHeight, directory);
-        for (const auto& [what, one] :
-             {std::pair{"scan of 200 MB", large}, {"cat", other}, {"scan of 1 MB", small}}) {
+        for (const auto& [what, one] : {std::pair{"scan of 200 MB", large}, {"cat", other}, {"scan of 1 MB", small}}) {
             if (!one.good)
                 std::fprintf(stderr, "passbook_scan_bench: a %s failed\n", what);
             good = good && one.good;
@@ -163,8 +161,7 @@ int main() {
         smallPeaks.push_back(small.peakKilobytes);
     }
     std::filesystem::remove_all(directory);
-    std::printf("median     scan of 200 MB                                   %8.1f MB/s\n",
-                median(scanRates));
+    std::printf("median     scan of 200 MB                                   %8.1f MB/s\n", median(scanRates));
     std::printf("median     cat of 200 MB                                    %8.1f MB/s\n", median(catRates));
     std::printf("ratio      scan, against cat                                %8.2f\n",
                 median(scanRates) / median(catRates));

@@ -29,8 +29,8 @@ template <std::size_t... N>
     return whole;
 }
 
-/// A control character and printable text behind it. Anything else in the text does not compile: a hexadecimal escape there
-/// takes in the letters that follow it.
+/// A control character and printable text behind it. Anything else in the text does not compile: a hexadecimal escape
+/// there takes in the letters that follow it.
 template <std::size_t N>
 [[nodiscard]] consteval Bytes<N> introduced(unsigned char by, const char (&text)[N]) {
     static_assert(N > 1, "a command has a letter at least");

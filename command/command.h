@@ -22,8 +22,8 @@ namespace passbook {
 /// colour at 600 dots per inch, has come by then over USB at full speed.
 inline constexpr int patienceSeconds = 120;
 
-/// Puts up with bytes of no use for patienceSeconds, on the monotonic clock: somebody who sets the wall clock must not end
-/// a scan. Silence is no matter of patience, each read has its own bound for that.
+/// Puts up with bytes of no use for patienceSeconds, on the monotonic clock: somebody who sets the wall clock must not
+/// end a scan. Silence is no matter of patience, each read has its own bound for that.
 class Patience {
  public:
     /// Something of use has come: the patience begins anew with the next that is of no use.

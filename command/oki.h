@@ -1,5 +1,5 @@
-// The commands of the OKI family, each once. Beside each stands what goes over the wire. Zero bytes at the end are fields,
-// which whoever sends the command fills in.
+// The commands of the OKI family, each once. Beside each stands what goes over the wire. Zero bytes at the end are
+// fields, which whoever sends the command fills in.
 #pragma once
 
 #include "command/bytes.h"

@@ -120,13 +120,13 @@ std::int32_t GetTickCount() {
 
 Deadline::Deadline(int seconds)
     : start_(GetTickCount()),
-      limitMs_(static_cast<std::int32_t>(
-          std::clamp<std::int64_t>(std::int64_t{seconds} * 1000, std::numeric_limits<std::int32_t>::min(),
-                                   std::numeric_limits<std::int32_t>::max()))) {}
+      limitMs_(static_cast<std::int32_t>(std::clamp<std::int64_t>(std::int64_t{seconds} * 1000,
+                                                                  std::numeric_limits<std::int32_t>::min(),
+                                                                  std::numeric_limits<std::int32_t>::max()))) {}
 
 bool Deadline::passed() const {
-    const auto elapsed = static_cast<std::int32_t>(static_cast<std::uint32_t>(GetTickCount()) -
-                                                   static_cast<std::uint32_t>(start_));
+    const auto elapsed =
+        static_cast<std::int32_t>(static_cast<std::uint32_t>(GetTickCount()) - static_cast<std::uint32_t>(start_));
     return limitMs_ < elapsed;
 }
 

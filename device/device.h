@@ -12,7 +12,7 @@ namespace passbook {
 /// differ from one transport to the next and are for a debugger.
 class Protocol {
  public:
-    int readLength = 0;  ///< before ReadPipe: the buffer's capacity in bytes; after a success: bytes received
+    int readLength = 0;   ///< before ReadPipe: the buffer's capacity in bytes; after a success: bytes received
     int writeLength = 0;  ///< before WritePipe: bytes to send
 
     Protocol() = default;

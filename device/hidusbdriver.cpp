@@ -17,8 +17,7 @@ struct UsbId {
 };
 
 // In the order tried. packaging/70-passbook-printers.rules gives users the right to open the same ones.
-constexpr UsbId printers[] = {
-    {0x2086, 0x0011}, {0x2086, 0x0003}, {0x0B3C, 0x0001}, {0x067B, 0x2305}, {0x0FE6, 0x811E}};
+constexpr UsbId printers[] = {{0x2086, 0x0011}, {0x2086, 0x0003}, {0x0B3C, 0x0001}, {0x067B, 0x2305}, {0x0FE6, 0x811E}};
 
 constexpr int interfaceNumber = 0;
 constexpr int mostClaims = 6;
@@ -98,8 +97,8 @@ int HidUsb::findEndpoints() {
 
 int HidUsb::transfer(int endpoint, unsigned char* data, int length, int& transferred) {
     const auto address = static_cast<unsigned char>(endpoint);
-    const int result = libusb_bulk_transfer(handle.get(), address, data, length, &transferred,
-                                            static_cast<unsigned>(timeoutMs));
+    const int result =
+        libusb_bulk_transfer(handle.get(), address, data, length, &transferred, static_cast<unsigned>(timeoutMs));
     // A stalled endpoint stays so, even for the next program that opens the printer, until it is told
     // otherwise.
     if (result == LIBUSB_ERROR_PIPE)
@@ -151,8 +150,8 @@ int HidUsb::CloseDevice() {
 int OpenUSBDevice(HidUsb* device) {
     if (device == nullptr)
         return -1;
-    device->timeoutMs = static_cast<int>(
-        std::clamp<std::int64_t>(std::int64_t{g_timeout} * 1000, 0, std::numeric_limits<int>::max()));
+    device->timeoutMs =
+        static_cast<int>(std::clamp<std::int64_t>(std::int64_t{g_timeout} * 1000, 0, std::numeric_limits<int>::max()));
     for (const UsbId& each : printers) {
         device->SetDeviceInfo(static_cast<short>(each.vendor), static_cast<short>(each.product));
         if (device->OpenDevice() == 0) {

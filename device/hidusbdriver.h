@@ -51,8 +51,7 @@ class HidUsb : public Protocol {
     [[nodiscard]] bool growScratch(std::size_t size);
 
     std::unique_ptr<libusb_context, ContextEnd> context;
-    std::unique_ptr<libusb_device_handle, HandleClose>
-        handle;  // behind the context, to be closed before it ends
+    std::unique_ptr<libusb_device_handle, HandleClose> handle;  // behind the context, to be closed before it ends
     int inEndpoint = 0;
     int outEndpoint = 0;
     std::uint16_t vendorId = 0x0B3C;

@@ -28,8 +28,8 @@ auto retryInterrupted(Call call) {
     return retryInterrupted([&] { return flock(fd, LOCK_EX | LOCK_NB); }) == 0 || errno != EWOULDBLOCK;
 }
 
-/// One read of at most `length` bytes; stores the count in `length`. 0, or -1 when nothing came; errno is EINTR when that
-/// is a signal's fault, and only then.
+/// One read of at most `length` bytes; stores the count in `length`. 0, or -1 when nothing came; errno is EINTR when
+/// that is a signal's fault, and only then.
 [[nodiscard]] inline int readOnce(int fd, unsigned char* buffer, int& length) {
     errno = 0;
     if (length < 1)
@@ -41,8 +41,8 @@ auto retryInterrupted(Call call) {
     return 0;
 }
 
-/// One write of `length` bytes. 0 when at least one byte was taken, else -1. What a signal cut off is not sent after it: a
-/// caller that is told of a failure would send the whole again, and print twice.
+/// One write of `length` bytes. 0 when at least one byte was taken, else -1. What a signal cut off is not sent after
+/// it: a caller that is told of a failure would send the whole again, and print twice.
 [[nodiscard]] inline int writeOnce(int fd, const unsigned char* data, int length) {
     if (length < 0)
         return -1;

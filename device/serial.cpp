@@ -138,8 +138,8 @@ int Serial::SetOption(int speed, int flowControl, int dataBits, int stopBits, in
 int Serial::ReadPipe(unsigned char* buffer) {
     if (readLength < 1)
         return -1;
-    // The line's own time-out is no bound for a program that gets signals: after each of them the system waits its second
-    // anew.
+    // The line's own time-out is no bound for a program that gets signals: after each of them the system waits its
+    // second anew.
     const std::int64_t endMs = monotonicMs() + readTimeoutMs;
     for (std::int64_t leftMs = readTimeoutMs; leftMs >= 0; leftMs = endMs - monotonicMs()) {
         pollfd input{fd, POLLIN, 0};

@@ -23,8 +23,7 @@ namespace {
 class Canvas {
  public:
     Canvas(int width, int height)
-        : surface_(cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height)),
-          cairo_(cairo_create(surface_)) {
+        : surface_(cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height)), cairo_(cairo_create(surface_)) {
         cairo_set_source_rgb(cairo_, 1, 1, 1);
         cairo_paint(cairo_);
         cairo_set_source_rgb(cairo_, 0, 0, 0);
@@ -100,10 +99,9 @@ std::vector<unsigned char> greyBmp(const Canvas& canvas) {
     put(34, static_cast<std::uint32_t>(stride * height));
     for (std::uint32_t i = 0; i < 256; ++i)
         put(54 + 4 * i, i * 0x010101);
-    for (int y = 0; y < height; ++y) {
+    for (int y = 0; y < height; ++y)
         for (int x = 0; x < width; ++x)
             file[static_cast<std::size_t>(offset + (height - 1 - y) * stride + x)] = canvas.row(y)[4 * x];
-    }
     return file;
 }
 
@@ -139,8 +137,7 @@ bool writePng(const Canvas& canvas, const std::string& path) {
         for (int x = 0; x < canvas.width(); ++x) {
             const unsigned char* pixel = canvas.row(y) + 4 * x;
             const int darkest = std::min({pixel[0], pixel[1], pixel[2]});
-            pixels.insert(pixels.end(),
-                          {pixel[2], pixel[1], pixel[0], static_cast<unsigned char>(255 - darkest)});
+            pixels.insert(pixels.end(), {pixel[2], pixel[1], pixel[0], static_cast<unsigned char>(255 - darkest)});
         }
     }
     png_image image{};

@@ -108,8 +108,8 @@ void spread(const unsigned char* packed, unsigned char* grey, int width, const u
 
 }  // namespace
 
-int saveImageASBMP(int width, int height, int bitsPerPixel, int bottomUp, char colorMode,
-                   const unsigned char* data, const char* path) {
+int saveImageASBMP(int width, int height, int bitsPerPixel, int bottomUp, char colorMode, const unsigned char* data,
+                   const char* path) {
     if (path == nullptr)
         return -2;
     const std::int64_t size = writableBytes(width, height, bitsPerPixel);
@@ -117,9 +117,9 @@ int saveImageASBMP(int width, int height, int bitsPerPixel, int bottomUp, char c
         return -3;
     const int mode = static_cast<unsigned char>(colorMode) % 8;
     const int bitCount = mode >= 4 && mode <= 6 ? 24 : bitsPerPixel;
-    return writeFile(
-        path, makeHeader(width, bottomUp != 0 ? height : -height, bitCount, static_cast<std::uint32_t>(size)),
-        data, static_cast<std::size_t>(size));
+    return writeFile(path,
+                     makeHeader(width, bottomUp != 0 ? height : -height, bitCount, static_cast<std::uint32_t>(size)),
+                     data, static_cast<std::size_t>(size));
 }
 
 int setBMPHeader(const char* path, int width, int height, int bitsPerPixel) {
@@ -128,8 +128,7 @@ int setBMPHeader(const char* path, int width, int height, int bitsPerPixel) {
     const std::int64_t size = writableBytes(width, height, bitsPerPixel);
     if (size < 0)
         return -3;
-    return writeFile(path, makeHeader(width, -height, bitsPerPixel, static_cast<std::uint32_t>(size)),
-                     nullptr, 0);
+    return writeFile(path, makeHeader(width, -height, bitsPerPixel, static_cast<std::uint32_t>(size)), nullptr, 0);
 }
 
 std::FILE* createTempBmp(const char* path, int width, int height, int bitsPerPixel) {
@@ -155,8 +154,7 @@ int getBitmapInfo(const char* path, int* width, int* height, int* dataOffset, in
     return 0;
 }
 
-int getBitmapData(const char* path, unsigned char** buffer, int width, int height, int bitsPerPixel,
-                  int dataOffset) {
+int getBitmapData(const char* path, unsigned char** buffer, int width, int height, int bitsPerPixel, int dataOffset) {
     *buffer = nullptr;
     const FileHandle file = openForReading(path);
     if (file == nullptr)
@@ -184,8 +182,7 @@ int getBitmapData(const char* path, unsigned char** buffer, int width, int heigh
     const auto stride = static_cast<std::size_t>(bmpStrideBytes(width, bitsPerPixel));
     for (int row = 0; row < rows; ++row) {
         const int target = height < 0 ? row : rows - 1 - row;
-        if (std::fread(data.get() + static_cast<std::size_t>(target) * stride, 1, stride, file.get()) !=
-            stride)
+        if (std::fread(data.get() + static_cast<std::size_t>(target) * stride, 1, stride, file.get()) != stride)
             return shortFile;
     }
     *buffer = data.release();
@@ -235,8 +232,7 @@ void GreyLevels::expandRow(const unsigned char* packed, unsigned char* grey, int
         spread<4>(packed, grey, width, levels_);
 }
 
-int expandToGrey(const char* path, unsigned char** buffer, int width, int rows, int* bitsPerPixel,
-                 int dataOffset) {
+int expandToGrey(const char* path, unsigned char** buffer, int width, int rows, int* bitsPerPixel, int dataOffset) {
     if (*bitsPerPixel >= 8)
         return 0;
     GreyLevels levels;

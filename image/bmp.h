@@ -50,16 +50,15 @@ struct tagRGBQUAD {
 
 /// Reads a BMP file's geometry, without judging it. `height` keeps its sign: negative is top-down.
 /// 0; -11 the file cannot be opened; -12 it is shorter than its headers.
-[[nodiscard]] int getBitmapInfo(const char* path, int* width, int* height, int* dataOffset,
-                                int* bitsPerPixel);
+[[nodiscard]] int getBitmapInfo(const char* path, int* width, int* height, int* dataOffset, int* bitsPerPixel);
 
 /// Reads the rows into a new buffer of stride x |height| bytes, top row first whatever the file's order;
 /// release it with freeBitmapData. The geometry is what getBitmapInfo returned. 0; -11 the file cannot be
 /// opened; -12 a row cannot be read whole, or the depth is none that a BMP has (0, 2, 3, 5 to 7); -13 the
 /// file holds fewer rows than it promises, or its geometry cannot be held at all (a width below 1, sizes
 /// beyond 31 bits, rows that begin behind the end); -31 no memory. `*buffer` is null after every failure.
-[[nodiscard]] int getBitmapData(const char* path, unsigned char** buffer, int width, int height,
-                                int bitsPerPixel, int dataOffset);
+[[nodiscard]] int getBitmapData(const char* path, unsigned char** buffer, int width, int height, int bitsPerPixel,
+                                int dataOffset);
 
 /// Releases what getBitmapData or expandToGrey handed out. Null is ignored.
 void freeBitmapData(unsigned char* buffer);
@@ -90,8 +89,8 @@ class GreyLevels {
 /// 0; -11, -12 the file's colour table cannot be read; -12 a depth that no BMP has (0, 2, 3, 5 to 7); -13 the
 /// grey picture would be beyond 31 bits; -31 no memory. After a failure `*buffer` is as it was, and still the
 /// caller's.
-[[nodiscard]] int expandToGrey(const char* path, unsigned char** buffer, int width, int rows,
-                               int* bitsPerPixel, int dataOffset);
+[[nodiscard]] int expandToGrey(const char* path, unsigned char** buffer, int width, int rows, int* bitsPerPixel,
+                               int dataOffset);
 
 /// A BMP file's picture in memory, of 8, 16, 24 or 32 bits a pixel.
 class Bitmap {

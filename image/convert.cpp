@@ -23,10 +23,9 @@ void publish(const char* path) {
     unsigned mask = 0077;
     const FileHandle status(std::fopen("/proc/self/status", "r"));
     char line[256];
-    while (status != nullptr && std::fgets(line, sizeof line, status.get()) != nullptr) {
+    while (status != nullptr && std::fgets(line, sizeof line, status.get()) != nullptr)
         if (std::sscanf(line, "Umask: %o", &mask) == 1)
             break;
-    }
     (void)chmod(path, 0666 & ~mask);
 }
 

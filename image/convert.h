@@ -40,8 +40,8 @@ int writePNGrow(std::FILE* file, unsigned char* row, int width, int pixelBytes);
 
 /// Converts a BMP of 1, 4, 8 (grey), 24 or 32 bits (colour) to a baseline JPEG of `quality` 1 to 100, the
 /// rows in the order in which the BMP stores them. 0; -2 a file cannot be opened (told on standard error),
-/// the BMP is short, or its depth is another one, and then nothing is created. A JPEG that cannot be finished is removed
-/// (see OutputFile); without a source to open an empty one stays behind.
+/// the BMP is short, or its depth is another one, and then nothing is created. A JPEG that cannot be finished is
+/// removed (see OutputFile); without a source to open an empty one stays behind.
 [[nodiscard]] int convertBMPtoJPG(const char* source, const char* destination, int quality);
 
 /// The same, but without a source to open nothing stays behind either.
@@ -60,7 +60,7 @@ int saveBitmapData(const char* bmp, const char* destination);
 /// Where a turn takes the pixel at (x, y) of a picture of `width` x `height`: to column m0 x + m2 y +
 /// *xOffset, row m1 x + m3 y + *yOffset of one of *newWidth x *newHeight. For other angles than 90, 180, 270
 /// nothing is written.
-void calcRorateRange(int width, int height, int angle, int matrix[4], int* newWidth, int* newHeight,
-                     int* xOffset, int* yOffset);
+void calcRorateRange(int width, int height, int angle, int matrix[4], int* newWidth, int* newHeight, int* xOffset,
+                     int* yOffset);
 
 }  // namespace passbook

@@ -60,8 +60,7 @@ FileHandle openForReading(const char* path) {
 bool OutputFile::create(const char* path) {
     constexpr mode_t everybody = 0666;  // less what the user's mask takes away
     // Without O_NONBLOCK a pipe would hold the caller until somebody reads it.
-    const int descriptor =
-        open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, everybody);
+    const int descriptor = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, everybody);
     struct stat status {};
     if (descriptor < 0 || fstat(descriptor, &status) != 0)
         return false;
@@ -118,8 +117,7 @@ int getFileData(const char* path, unsigned char** buffer, int* length, int most)
     constexpr std::size_t pieceBytes = 8192;
     std::size_t total = 0;
     while (total < size) {
-        const std::size_t count =
-            std::fread(data.get() + total, 1, std::min(pieceBytes, size - total), file.get());
+        const std::size_t count = std::fread(data.get() + total, 1, std::min(pieceBytes, size - total), file.get());
         if (count == 0)
             return -3;
         total += count;
@@ -185,11 +183,10 @@ void GetTempFileName(char* name, const char* place) {
     const std::time_t now = std::time(nullptr);
     std::tm local{};
     (void)localtime_r(&now, &local);  // fails only for years that no clock shows
-    const int written =
-        std::snprintf(name, tempNameBytes, "%.*s.tmp_%04d%02d%02d%02d%02d%02d%d",
-                      static_cast<int>(std::min<std::size_t>(directory.size(), tempNameBytes)),
-                      directory.data(), local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
-                      local.tm_min, local.tm_sec, index);
+    const int written = std::snprintf(name, tempNameBytes, "%.*s.tmp_%04d%02d%02d%02d%02d%02d%d",
+                                      static_cast<int>(std::min<std::size_t>(directory.size(), tempNameBytes)),
+                                      directory.data(), local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
+                                      local.tm_hour, local.tm_min, local.tm_sec, index);
     if (written < 0 || written >= tempNameBytes)
         name[0] = '\0';  // a name cut short could be another file's
     index = index == std::numeric_limits<std::int32_t>::max() ? 0 : index + 1;

@@ -20,19 +20,19 @@ inline constexpr int tempNameBytes = 256;
 /// hold the caller until somebody writes into it.
 [[nodiscard]] FileHandle openForReading(const char* path);
 
-/// A file of the host's that is being written, in place of what was there. It is whole in the end or gone: the host looks
-/// whether its file is there.
+/// A file of the host's that is being written, in place of what was there. It is whole in the end or gone: the host
+/// looks whether its file is there.
 class OutputFile {
  public:
     OutputFile() = default;
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
-    /// Removes what has been created, unless commit() had it whole. Behind a symbolic link that is the file it leads to. A
-    /// device stays what it is.
+    /// Removes what has been created, unless commit() had it whole. Behind a symbolic link that is the file it leads
+    /// to. A device stays what it is.
     ~OutputFile() { discard(); }
 
-    /// False when it cannot be created; so it is with a pipe that nobody reads, which would hold the caller. `path` must
-    /// outlive this object.
+    /// False when it cannot be created; so it is with a pipe that nobody reads, which would hold the caller. `path`
+    /// must outlive this object.
     [[nodiscard]] bool create(const char* path);
     [[nodiscard]] std::FILE* get() const { return file_.get(); }
     /// Closes the file. False, and it is gone, when not all of it could be written.
@@ -47,9 +47,9 @@ class OutputFile {
     ino_t inode_ = 0;
 };
 
-/// Reads a whole file of at most `most` bytes into a new buffer of its length, without a zero behind it; release it with
-/// freeFileData. 0; -2 the file cannot be opened, is longer, or there is no memory; -3 what was read is not as long as the
-/// file. `*buffer` is null after every failure.
+/// Reads a whole file of at most `most` bytes into a new buffer of its length, without a zero behind it; release it
+/// with freeFileData. 0; -2 the file cannot be opened, is longer, or there is no memory; -3 what was read is not as
+/// long as the file. `*buffer` is null after every failure.
 [[nodiscard]] int getFileData(const char* path, unsigned char** buffer, int* length,
                               int most = std::numeric_limits<int>::max());
 

@@ -9,8 +9,8 @@
 #include <memory>
 #include <new>
 
-// libjpeg's headers want stdio.h before them. The numbers of its messages depend on how it was built, which only the first
-// of the two tells.
+// libjpeg's headers want stdio.h before them. The numbers of its messages depend on how it was built, which only the
+// first of the two tells.
 #include <jpeglib.h>
 
 #include <jerror.h>
@@ -133,9 +133,7 @@ int JpegEncoding::run(int width, int height, int bitsPerPixel, int quality) {
     codec.image_width = static_cast<JDIMENSION>(width);
     codec.image_height = static_cast<JDIMENSION>(height);
     codec.input_components = bitsPerPixel == 24 ? 3 : bitsPerPixel == 32 ? 4 : 1;
-    codec.in_color_space = bitsPerPixel == 24   ? JCS_EXT_BGR
-                           : bitsPerPixel == 32 ? JCS_EXT_BGRX
-                                                : JCS_GRAYSCALE;
+    codec.in_color_space = bitsPerPixel == 24 ? JCS_EXT_BGR : bitsPerPixel == 32 ? JCS_EXT_BGRX : JCS_GRAYSCALE;
     jpeg_stdio_dest(&codec, destination.get());
     jpeg_set_defaults(&codec);
     jpeg_set_quality(&codec, quality, TRUE);
@@ -183,8 +181,7 @@ int encode(const char* source, const char* destination, int quality, bool keepEm
         return -2;
     if (bits < 8 && encoding.levels.load(source, dataOffset, bits) != 0)
         return -2;
-    encoding.stored.reset(
-        new (std::nothrow) unsigned char[static_cast<std::size_t>(bmpStrideBytes(width, bits))]);
+    encoding.stored.reset(new (std::nothrow) unsigned char[static_cast<std::size_t>(bmpStrideBytes(width, bits))]);
     encoding.grey.reset(new (std::nothrow) unsigned char[static_cast<std::size_t>(width)]);
     if (encoding.stored == nullptr || encoding.grey == nullptr ||
         std::fseek(encoding.source.get(), dataOffset, SEEK_SET) != 0)

@@ -22,16 +22,16 @@ struct Path {
 /// Copies in tiles: a quarter turn writes down the columns, and a column of the whole picture does not stay
 /// in the cache until its neighbour is written.
 template <int PixelBytes>
-void turn(const unsigned char* source, std::size_t sourceStride, unsigned char* destination, Path path,
-          int width, int height) {
+void turn(const unsigned char* source, std::size_t sourceStride, unsigned char* destination, Path path, int width,
+          int height) {
     constexpr int tile = 64;
     for (int top = 0; top < height; top += tile) {
         const int bottom = std::min(top + tile, height);
         for (int left = 0; left < width; left += tile) {
             const int right = std::min(left + tile, width);
             for (int y = top; y < bottom; ++y) {
-                const unsigned char* from = source + static_cast<std::size_t>(y) * sourceStride +
-                                            static_cast<std::size_t>(left) * PixelBytes;
+                const unsigned char* from =
+                    source + static_cast<std::size_t>(y) * sourceStride + static_cast<std::size_t>(left) * PixelBytes;
                 unsigned char* to = destination + path.start + path.perRow * y + path.perColumn * left;
                 for (int x = left; x < right; ++x, from += PixelBytes, to += path.perColumn)
                     std::memcpy(to, from, PixelBytes);
@@ -42,8 +42,8 @@ void turn(const unsigned char* source, std::size_t sourceStride, unsigned char* 
 
 }  // namespace
 
-void calcRorateRange(int width, int height, int angle, int matrix[4], int* newWidth, int* newHeight,
-                     int* xOffset, int* yOffset) {
+void calcRorateRange(int width, int height, int angle, int matrix[4], int* newWidth, int* newHeight, int* xOffset,
+                     int* yOffset) {
     const auto set = [&](int m0, int m1, int m2, int m3, int x, int y) {
         const int values[] = {m0, m1, m2, m3};
         std::copy(std::begin(values), std::end(values), matrix);

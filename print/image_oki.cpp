@@ -33,7 +33,8 @@ struct TemporaryFile {
     void takeName() { takeTempFileName(name, TMP_PATH); }
 };
 
-/// What both jobs have in common once the image is a file of a known format: convert it if it is no BMP, turn it, print it.
+/// What both jobs have in common once the image is a file of a known format: convert it if it is no BMP, turn it, print
+/// it.
 struct ImageJob {
     TemporaryFile turned, bmp, raw;  // removed from the last to the first
 

@@ -61,8 +61,7 @@ int PrintData_OLI(const unsigned char* data, int length, int x, int y) {
         return result;
     if (SendData(data, length) != length)
         return notSent;
-    (void)sendCommand(
-        carriageReturn);  // the text has been printed; a failure now must not make the host repeat it
+    (void)sendCommand(carriageReturn);  // the text has been printed; a failure now must not make the host repeat it
     return 0;
 }
 
@@ -98,8 +97,7 @@ int SetLineSpace_OLI(double millimetres) {
     auto command = oli::lineSpace;
     const double steps = millimetres * 240.0 / 25.4;
     // Written so that a value that is not a number is refused, too, before it is made an integer.
-    if (!(steps >= 0.0 && steps < 100.0) ||
-        !putDecimal(std::span(command).last<2>(), static_cast<int>(steps)))
+    if (!(steps >= 0.0 && steps < 100.0) || !putDecimal(std::span(command).last<2>(), static_cast<int>(steps)))
         return badArgument;
     return send(command);
 }
@@ -177,7 +175,7 @@ int GetFWID_OLI(unsigned char* out) {
     constexpr std::size_t identifierBytes = 13;
     std::array<unsigned char, headerBytes + identifierBytes + 2> reply{};
     (void)sendCommand(oli::firmware);  // a printer that did not hear it will not answer
-    (void)receiveReply(reply, 6);        // what is missing stays zero
+    (void)receiveReply(reply, 6);      // what is missing stays zero
     if (reply[0] != escapeByte || reply[1] != 'b')
         return noAnswer;
     for (std::size_t i = 0; i < identifierBytes; ++i)

@@ -58,8 +58,8 @@ void packStrip(int width, int rowsLeft, const unsigned char* strip, unsigned cha
             std::uint64_t block = 0;
             for (int row = 0; row < rows; ++row) {
                 const int target = order == UpperRow::inLowestBit ? row : 7 - row;
-                const std::uint64_t byte = strip[static_cast<std::size_t>(firstRow + row) * stride +
-                                                 static_cast<std::size_t>(x / 8)];
+                const std::uint64_t byte =
+                    strip[static_cast<std::size_t>(firstRow + row) * stride + static_cast<std::size_t>(x / 8)];
                 block |= byte << (8 * target);
             }
             block = transpose8x8(block);

@@ -72,18 +72,17 @@ template <typename Family>
         for (int column = 0; column < width;) {
             const bool first = column == 0;
             Segment segment;
-            findStripPixel(strip.get() + static_cast<std::size_t>(column) * columnBytes, width - column,
-                           &segment.gap, &segment.run);
+            findStripPixel(strip.get() + static_cast<std::size_t>(column) * columnBytes, width - column, &segment.gap,
+                           &segment.run);
             if (segment.run > 0) {
-                const int result = family.sendRun(
-                    first, strip.get() + static_cast<std::size_t>(column) * columnBytes, segment.run);
+                const int result =
+                    family.sendRun(first, strip.get() + static_cast<std::size_t>(column) * columnBytes, segment.run);
                 if (result != 0)
                     return result;
             }
             column += segment.run + segment.gap;
             if (column < width) {
-                if (const int result = family.passGap(first && segment.run == 0, column, segment.gap);
-                    result != 0)
+                if (const int result = family.passGap(first && segment.run == 0, column, segment.gap); result != 0)
                     return result;
             }
         }
@@ -95,7 +94,8 @@ template <typename Family>
 
 /// Prints a BMP file with the family's ways to send a one-bit picture and to eject.
 [[nodiscard]] inline int printBitmapFile(const char* path, bool eject, int x, int y,
-                                         int (*sendPicture)(int, int, const unsigned char*, int, int), int (*ejectPaper)()) {
+                                         int (*sendPicture)(int, int, const unsigned char*, int, int),
+                                         int (*ejectPaper)()) {
     OneBitPicture picture;
     if (const int result = picture.load(path); result != 0)
         return result;

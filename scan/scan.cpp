@@ -45,16 +45,14 @@ void copyName(scanEntry& entry, const char* name) {
 
 }  // namespace
 
-void FormatScanParam(scans* record, const char* frontName, const char* backName, int imageType,
-                     int frontParam1, int backParam1, int param2, bool optionFlag, int sides, int dpi,
-                     int direction) {
+void FormatScanParam(scans* record, const char* frontName, const char* backName, int imageType, int frontParam1,
+                     int backParam1, int param2, bool optionFlag, int sides, int dpi, int direction) {
     *record = {};
     record->resolution = dpi <= 240 ? 3 : dpi <= 400 ? 2 : 0;
     record->direction = static_cast<std::uint8_t>(direction);
     record->bitsPerPixel = imageType == 0 ? 1 : imageType == 1 ? 4 : imageType == 2 ? 8 : 24;
     record->optionFlag = optionFlag ? 1 : 0;
-    record->colorMode =
-        imageType <= 2 ? 2 : 4;  // a negative type is colour by its depth, yet not by its mode
+    record->colorMode = imageType <= 2 ? 2 : 4;  // a negative type is colour by its depth, yet not by its mode
     scanEntry& front = record->entry(0);
     scanEntry& back = record->entry(1);
     front.enabled = sides == 0 || sides == 2 ? 1 : 0;
@@ -68,8 +66,8 @@ void FormatScanParam(scans* record, const char* frontName, const char* backName,
 
 std::uint8_t scanModeByte(const scans& record) {
     const unsigned direction = record.direction & 1U;  // fills two bits
-    return static_cast<std::uint8_t>(0x40U | ((record.resolution << 3U) & 0x18U) |
-                                     ((record.optionFlag << 2U) & 0x04U) | direction << 1U | direction);
+    return static_cast<std::uint8_t>(0x40U | ((record.resolution << 3U) & 0x18U) | ((record.optionFlag << 2U) & 0x04U) |
+                                     direction << 1U | direction);
 }
 
 std::uint8_t scanColorByte(const scans& record) {
@@ -78,9 +76,7 @@ std::uint8_t scanColorByte(const scans& record) {
 
 std::array<unsigned char, 6> scanSideBlock(const scans& record) {
     const bool grey = record.colorMode <= 3;
-    const unsigned char letter = grey && record.bitsPerPixel == 1   ? 'A'
-                                 : grey && record.bitsPerPixel == 4 ? 'Q'
-                                                                    : 'a';
+    const unsigned char letter = grey && record.bitsPerPixel == 1 ? 'A' : grey && record.bitsPerPixel == 4 ? 'Q' : 'a';
     constexpr unsigned char notScanned = 'q';
     const scanEntry& front = record.entries[0][record.entryIndex];
     const scanEntry& back = record.entries[1][record.entryIndex];

@@ -43,9 +43,8 @@ struct scans {
 /// Clears the record and fills it from a host's arguments. `imageType` 0 black and white, 1 and 2 grey with 4 and 8
 /// bits, any other colour. `sides` 0 front, 1 back, 2 both, any other none. Of the parameters and `direction` the low
 /// 8 bits count. Names of scanNameBytes and more are cut: the caller refuses them.
-void FormatScanParam(scans* record, const char* frontName, const char* backName, int imageType,
-                     int frontParam1, int backParam1, int param2, bool optionFlag, int sides, int dpi,
-                     int direction);
+void FormatScanParam(scans* record, const char* frontName, const char* backName, int imageType, int frontParam1,
+                     int backParam1, int param2, bool optionFlag, int sides, int dpi, int direction);
 
 /// The settings as both families' commands carry them.
 [[nodiscard]] std::uint8_t scanModeByte(const scans& record);
@@ -58,8 +57,7 @@ void FormatScanParam(scans* record, const char* frontName, const char* backName,
 int pb2Prt(const unsigned char* command, int length);
 
 // The indices of the replies that commands expect.
-inline constexpr unsigned char noReply = 0, readyReply = 1, firstPreparationReply = 6,
-                               secondPreparationReply = 7;
+inline constexpr unsigned char noReply = 0, readyReply = 1, firstPreparationReply = 6, secondPreparationReply = 7;
 
 /// Scans on an OLI printer into BMP files. Waits up to a minute for a document; goes on without one. Sides that are not
 /// enabled are not received; a front side that fails does not stop the back side. Prints two lines of progress for

@@ -93,8 +93,7 @@ bool SideReceiver::receive(std::uint8_t side) {
     if (count < headerBytes || first[0] != headerMark || first[1] > first[2])
         return fail(imageBrokenOff);
     const std::uint32_t size = first[4] | static_cast<std::uint32_t>(first[5]) << 8 |
-                               static_cast<std::uint32_t>(first[6]) << 16 |
-                               static_cast<std::uint32_t>(first[7]) << 24;
+                               static_cast<std::uint32_t>(first[6]) << 16 | static_cast<std::uint32_t>(first[7]) << 24;
     if (size != 0 && !receiveData(size, first.data() + headerBytes, count - headerBytes))
         return false;
     (void)saveBitmapData(temporary_,
@@ -148,10 +147,9 @@ bool SideReceiver::receiveData(std::uint32_t size, const unsigned char* begun, s
 
 int getBMP(scans* record) {
     SideReceiver receiver(*record);
-    for (const std::uint8_t side : {std::uint8_t{0}, std::uint8_t{1}}) {
+    for (const std::uint8_t side : {std::uint8_t{0}, std::uint8_t{1}})
         if (!receiver.receive(side))
             break;
-    }
     return record->result;
 }
 

@@ -76,19 +76,16 @@ struct Message {
     [[nodiscard]] bool isHeader() const { return length == 12 && bytes[0] == 0x01; }
     [[nodiscard]] bool isImageStart() const { return length == 2 && bytes[0] == 0x02; }
     [[nodiscard]] bool isEnd() const { return isEnd(bytes.data(), length); }
-    [[nodiscard]] static bool isEnd(const unsigned char* data, int count) {
-        return count == 6 && data[0] == 0x03;
-    }
+    [[nodiscard]] static bool isEnd(const unsigned char* data, int count) { return count == 6 && data[0] == 0x03; }
     /// The decimal number that begins at a byte.
     [[nodiscard]] long number(std::size_t at) const {
         return std::strtol(reinterpret_cast<const char*>(bytes.data() + at), nullptr, 10);
     }
 };
 
-/// Brings rows of `rowBits` bits, one behind the other in `packedBytes` bytes, to the BMP's stride with zeros, in place.
-/// The last row's last bits may be missing. `rowBits` is no multiple of the stride's bits.
-void padRows(unsigned char* data, std::size_t packedBytes, std::size_t rowBits, std::size_t stride,
-             std::size_t rows) {
+/// Brings rows of `rowBits` bits, one behind the other in `packedBytes` bytes, to the BMP's stride with zeros, in
+/// place. The last row's last bits may be missing. `rowBits` is no multiple of the stride's bits.
+void padRows(unsigned char* data, std::size_t packedBytes, std::size_t rowBits, std::size_t stride, std::size_t rows) {
     const std::size_t rowBytes = (rowBits + 7) / 8;
     const auto at = [&](std::size_t i) { return i < packedBytes ? static_cast<unsigned>(data[i]) : 0U; };
     // From the end, for every row moves up, and ends above all that is still to be read.
@@ -101,8 +98,7 @@ void padRows(unsigned char* data, std::size_t packedBytes, std::size_t rowBits, 
             target[i] = static_cast<unsigned char>(two >> (8 - shift));
         }
         if (rowBits % 8 != 0)  // what follows in the last byte is the next row's
-            target[rowBytes - 1] =
-                static_cast<unsigned char>(target[rowBytes - 1] & (0xFF00U >> (rowBits % 8)));
+            target[rowBytes - 1] = static_cast<unsigned char>(target[rowBytes - 1] & (0xFF00U >> (rowBits % 8)));
         std::fill(target + rowBytes, target + stride, static_cast<unsigned char>(0));
     }
 }
@@ -154,8 +150,8 @@ void SideReceiver::run() {
     }
 }
 
-/// A header speaks for both sides: the back side's may not come. False when it says what is known already: a printer that
-/// says that for ever is of no use.
+/// A header speaks for both sides: the back side's may not come. False when it says what is known already: a printer
+/// that says that for ever is of no use.
 bool SideReceiver::takeHeader() {
     const auto width = static_cast<std::uint16_t>(message_.number(1));
     const auto height = static_cast<std::uint16_t>(message_.number(7));
@@ -176,8 +172,7 @@ bool SideReceiver::receiveImage() {
     bitsPerPixel_ = record_.colorMode == 4 || record_.colorMode == 5 ? 24 : record_.bitsPerPixel;
     const std::int64_t required = std::int64_t{entry.width} * entry.height * bitsPerPixel_ / 8;
     const bool fits = required <= std::numeric_limits<std::int32_t>::max() - spareBytes;
-    entry.requiredBytes =
-        fits ? static_cast<std::int32_t>(required) : std::numeric_limits<std::int32_t>::max();
+    entry.requiredBytes = fits ? static_cast<std::int32_t>(required) : std::numeric_limits<std::int32_t>::max();
     entry.receivedBytes = 0;
     position_ = 0;
     // Room for the file's fill bytes as well, so that nothing can fail any more once the image is there.
@@ -274,16 +269,14 @@ void pb2_scan(scans* record) {
         record->result = scanNotReady;
         return;
     }
-    (void)exchange(noReply,
-                   joined(oli::scanMode, settings));  // a broken line shows as an image that does not come
+    (void)exchange(noReply, joined(oli::scanMode, settings));  // a broken line shows as an image that does not come
     GStatues();
     (void)exchange(noReply, joined(oli::scanSides, scanSideBlock(*record), oli::scanSidesEnd));
     for (const std::uint8_t side : {std::uint8_t{0}, std::uint8_t{1}}) {
         if (record->entry(side).enabled == 0)
             continue;
         record->side = side;
-        (void)getimgn(
-            record);  // a front side that fails does not stop the back side; the record keeps the code
+        (void)getimgn(record);  // a front side that fails does not stop the back side; the record keeps the code
     }
     (void)GStatuesEject();
 }

@@ -31,10 +31,21 @@ constexpr StatusByte paperValues[] = {
     {0x40, paperAbsent}, {0x41, paperNotTaken}, {0x42, paperNotPositioned}, {0x43, paperInPlace}};
 
 constexpr StatusByte printerValues[] = {
-    {0x50, printerReady},  {0x51, 2},  {0x54, 3},  {0x58, 4},   // 5x
-    {0x61, 5},  {0x62, 6},  {0x64, 7},  {0x68, 8},   // 6x
-    {0x31, 9},  {0x32, 10}, {0x34, 11}, {0x38, 12},  // 3x
-    {0x71, 13}, {0x72, 14}, {0x70, 15},              // 7x
+    {0x50, printerReady},
+    {0x51, 2},
+    {0x54, 3},
+    {0x58, 4},  // 5x
+    {0x61, 5},
+    {0x62, 6},
+    {0x64, 7},
+    {0x68, 8},  // 6x
+    {0x31, 9},
+    {0x32, 10},
+    {0x34, 11},
+    {0x38, 12},  // 3x
+    {0x71, 13},
+    {0x72, 14},
+    {0x70, 15},  // 7x
 };
 
 struct StatusQuery {

@@ -19,18 +19,23 @@ TEST(Bmp, FilesGiveTheirRowsTopFirstOrTheirCode) {
     } cases[] = {
         {"bottom-up", BmpHeader{.width = 3, .height = 2}.text() + bottom + top, 0, top + bottom},
         // Behind a colour table that nobody asks for, and with more in the file than the rows.
-        {"top-down", BmpHeader{.width = 3, .height = -2, .dataOffset = 1078}.text() + table + top + bottom + "rest", 0, top + bottom},
-        {"1 bit, white first", BmpHeader{3, 1, 1, 62}.text() + bytes("FFFFFF00 00000000 40000000"), 0, bytes("FF00FF00")},
+        {"top-down", BmpHeader{.width = 3, .height = -2, .dataOffset = 1078}.text() + table + top + bottom + "rest", 0,
+         top + bottom},
+        {"1 bit, white first", BmpHeader{3, 1, 1, 62}.text() + bytes("FFFFFF00 00000000 40000000"), 0,
+         bytes("FF00FF00")},
         {"1 bit, no table", BmpHeader{3, 1, 1, 54}.text() + bytes("40000000"), 0, bytes("00FF0000")},
         {"1 bit, colours", BmpHeader{2, 1, 1, 62}.text() + bytes("0000FF00 FF00FF00 40000000"), 0, bytes("55AA0000")},
-        {"1 bit, a longer header", BmpHeader{2, 1, 1, 70, 0, 48}.text() + bytes("FFFFFFFF FFFFFFFF 09090900 05050500 40000000"), 0,
+        {"1 bit, a longer header",
+         BmpHeader{2, 1, 1, 70, 0, 48}.text() + bytes("FFFFFFFF FFFFFFFF 09090900 05050500 40000000"), 0,
          bytes("09050000")},
         {"4 bits, no table", BmpHeader{3, 1, 4, 54}.text() + bytes("F1200000"), 0, bytes("FF112200")},
-        {"4 bits, three colours", BmpHeader{4, 1, 4, 70, 3}.text() + bytes("01010100 02020200 03030300 09090900 01230000"), 0,
+        {"4 bits, three colours",
+         BmpHeader{4, 1, 4, 70, 3}.text() + bytes("01010100 02020200 03030300 09090900 01230000"), 0,
          bytes("01020300")},
         {"depth 16", BmpHeader{.bitsPerPixel = 16}.text() + rows, 0, "xxxxxxxxxxxxxxxx"},
         {"a colour table behind the end", BmpHeader{.bitsPerPixel = 1, .infoSize = 0xFFFFFFF0}.text() + rows, 0},
-        {"more colours than there can be", BmpHeader{.bitsPerPixel = 4, .dataOffset = 1078, .colorsUsed = ~0U}.text() + table + rows, 0},
+        {"more colours than there can be",
+         BmpHeader{.bitsPerPixel = 4, .dataOffset = 1078, .colorsUsed = ~0U}.text() + table + rows, 0},
         {"no rows at all", BmpHeader{.height = 0}.text(), 0},
         {"one byte short of a header", BmpHeader{}.text().substr(0, 53), -12},
         {"one byte short of its rows", BmpHeader{.width = 4, .height = -5}.text() + rows.substr(0, 59), -13},
@@ -50,7 +55,8 @@ TEST(Bmp, FilesGiveTheirRowsTopFirstOrTheirCode) {
     for (const auto& each : cases) {
         writeFile(path, each.file);
         const LoadedBmp loaded(path);
-        EXPECT_EQ(std::pair(loaded.code, loaded.rows.substr(0, each.rows.size())), std::pair(each.result, each.rows)) << each.name;
+        EXPECT_EQ(std::pair(loaded.code, loaded.rows.substr(0, each.rows.size())), std::pair(each.result, each.rows))
+            << each.name;
     }
     EXPECT_EQ(LoadedBmp(directory.file("none.bmp")).code, -11);
     EXPECT_EQ(LoadedBmp(directory.file("")).code, -12);  // a directory
@@ -65,7 +71,9 @@ TEST(Bmp, FilesAreWrittenAsTheFormatSays) {
     const TemporaryDirectory directory;
     const std::string path = directory.file("a.bmp"), pixels(24, 'p');
     const auto* data = octets(pixels.data());
-    const auto header = [](int height, std::uint32_t size) { return BmpHeader{.width = 3, .height = height, .imageSize = size}.text(); };
+    const auto header = [](int height, std::uint32_t size) {
+        return BmpHeader{.width = 3, .height = height, .imageSize = size}.text();
+    };
     EXPECT_EQ(saveImageASBMP(3, 2, 24, 1, 0, data, path.c_str()), 0);
     EXPECT_EQ(readFile(path), header(2, 24) + pixels);
     // The colour mode changes the depth that the header tells, and no size.
@@ -75,10 +83,13 @@ TEST(Bmp, FilesAreWrittenAsTheFormatSays) {
     EXPECT_EQ(readFile(path), header(-2, 24));
 
     const std::string nowhere = directory.file("no/a.bmp");
-    EXPECT_EQ(std::pair(saveImageASBMP(3, 2, 24, 1, 0, data, nullptr), setBMPHeader(nullptr, 3, 2, 24)), std::pair(-2, -2));
-    for (const char* bad : {nowhere.c_str(), "/dev/full"}) EXPECT_EQ(saveImageASBMP(3, 2, 24, 1, 0, data, bad), -3);
+    EXPECT_EQ(std::pair(saveImageASBMP(3, 2, 24, 1, 0, data, nullptr), setBMPHeader(nullptr, 3, 2, 24)),
+              std::pair(-2, -2));
+    for (const char* bad : {nowhere.c_str(), "/dev/full"})
+        EXPECT_EQ(saveImageASBMP(3, 2, 24, 1, 0, data, bad), -3);
     // 31 bits hold its rows, but not the file.
-    EXPECT_EQ(std::pair(setBMPHeader(path.c_str(), 1, 0x1FFFFFFF, 32), setBMPHeader(path.c_str(), 8, -1, 24)), std::pair(-3, -3));
+    EXPECT_EQ(std::pair(setBMPHeader(path.c_str(), 1, 0x1FFFFFFF, 32), setBMPHeader(path.c_str(), 8, -1, 24)),
+              std::pair(-3, -3));
 }
 
 TEST(Bmp, ColourTables) {

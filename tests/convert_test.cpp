@@ -50,15 +50,18 @@ void writePng(const std::string& path, int colorType, int depth, bool transparen
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
     png_infop info = png_create_info_struct(png);
     png_init_io(png, file.get());
-    png_set_IHDR(png, info, 3, 2, depth, colorType, interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
-                 PNG_FILTER_TYPE_DEFAULT);
+    png_set_IHDR(png, info, 3, 2, depth, colorType, interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
+                 PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
     const png_color palette[] = {{1, 2, 3}, {11, 12, 13}, {21, 22, 23}, {31, 32, 33}};
-    if (colorType == PNG_COLOR_TYPE_PALETTE) png_set_PLTE(png, info, palette, 4);
+    if (colorType == PNG_COLOR_TYPE_PALETTE)
+        png_set_PLTE(png, info, palette, 4);
     const png_byte alpha[] = {0, 100};
     const png_color_16 key = {0, 1, 1, 1, 1};
-    if (transparent) png_set_tRNS(png, info, colorType == PNG_COLOR_TYPE_PALETTE ? alpha : nullptr, 2, &key);
+    if (transparent)
+        png_set_tRNS(png, info, colorType == PNG_COLOR_TYPE_PALETTE ? alpha : nullptr, 2, &key);
     png_write_info(png, info);
-    png_bytep rows[] = {reinterpret_cast<png_bytep>(raw.data()), reinterpret_cast<png_bytep>(raw.data()) + raw.size() / 2};
+    png_bytep rows[] = {reinterpret_cast<png_bytep>(raw.data()),
+                        reinterpret_cast<png_bytep>(raw.data()) + raw.size() / 2};
     png_write_image(png, rows);
     png_write_end(png, info);
     png_destroy_write_struct(&png, &info);
@@ -74,13 +77,16 @@ TEST_F(Conversion, EveryKindOfPngGivesItsPixels) {
         {PNG_COLOR_TYPE_GRAY, 2, false, "18 C4", "000000555555AAAAAA000000 FFFFFF000000555555000000"},
         {PNG_COLOR_TYPE_GRAY, 4, false, "0F70 80F0", "000000FFFFFF777777000000 888888000000FFFFFF000000"},
         {PNG_COLOR_TYPE_GRAY, 8, true, "0180FE 007FFF", "010101808080FEFEFE000000 0000007F7F7FFFFFFF000000"},
-        {PNG_COLOR_TYPE_GRAY, 16, true, "010280FFFEFF 00FF7F7EFF00", "010101808080FEFEFE000000 0000007F7F7FFFFFFF000000"},
+        {PNG_COLOR_TYPE_GRAY, 16, true, "010280FFFEFF 00FF7F7EFF00",
+         "010101808080FEFEFE000000 0000007F7F7FFFFFFF000000"},
         {PNG_COLOR_TYPE_PALETTE, 2, true, "18 C4", "0302010D0C0B171615000000 21201F0302010D0C0B000000"},
         {PNG_COLOR_TYPE_PALETTE, 8, false, "000102 030001", "0302010D0C0B171615000000 21201F0302010D0C0B000000"},
-        {PNG_COLOR_TYPE_RGB, 8, true, "010101040506070809 0A0B0C0D0E0F101112", "010101060504090807000000 0C0B0A0F0E0D121110000000"},
+        {PNG_COLOR_TYPE_RGB, 8, true, "010101040506070809 0A0B0C0D0E0F101112",
+         "010101060504090807000000 0C0B0A0F0E0D121110000000"},
         {PNG_COLOR_TYPE_RGB, 16, false, "01F002F003F004F005F006F007F008F009F0 000000000000FFFFFFFFFFFF112233445566",
          "030201060504090807000000 000000FFFFFF553311000000"},
-        {PNG_COLOR_TYPE_GRAY_ALPHA, 8, false, "01AA8000FE55 00107FFFFF00", "010101808080FEFEFE000000 0000007F7F7FFFFFFF000000"},
+        {PNG_COLOR_TYPE_GRAY_ALPHA, 8, false, "01AA8000FE55 00107FFFFF00",
+         "010101808080FEFEFE000000 0000007F7F7FFFFFFF000000"},
         {PNG_COLOR_TYPE_RGB_ALPHA, 8, false, "01020300040506FF07080980 0A0B0C010D0E0F0210111203",
          "030201060504090807000000 0C0B0A0F0E0D121110000000"},
     };
@@ -105,18 +111,21 @@ TEST_F(Conversion, JpegsComeAndGo) {
     const struct {
         int bits;
         std::string first, last;  // the pixels of the 8 rows that are stored first, and of the others
-    } rows[] = {{8, "\x22", "\xFF"}, {24, "\x10\x60\xE0", "\xFF\xFF\xFF"}, {32, "\x10\x60\xE0\x80", "\xFF\xFF\xFF\xFF"}};
+    } rows[] = {
+        {8, "\x22", "\xFF"}, {24, "\x10\x60\xE0", "\xFF\xFF\xFF"}, {32, "\x10\x60\xE0\x80", "\xFF\xFF\xFF\xFF"}};
     for (const auto& row : rows) {
         std::string stored;
         for (int y = 0; y < 16; ++y) {
-            for (int x = 0; x < 9; ++x) stored += y < 8 ? row.first : row.last;
+            for (int x = 0; x < 9; ++x)
+                stored += y < 8 ? row.first : row.last;
             stored.append((4 - stored.size() % 4) % 4, '\0');
         }
         writeFile(bmp, BmpHeader{.width = 9, .height = 16, .bitsPerPixel = row.bits}.text() + stored);
         ASSERT_EQ(convertBMPtoJPG(bmp.c_str(), jpg.c_str(), 95), 0);
         ASSERT_EQ(convertJPGtoBMP(jpg.c_str(), bmp.c_str()), 0);
         const LoadedBmp loaded(bmp);
-        ASSERT_EQ(std::tuple(loaded.bitmap.width, loaded.bitmap.storedHeight, loaded.bitmap.bitsPerPixel), std::tuple(9, -16, std::min(row.bits, 24)));
+        ASSERT_EQ(std::tuple(loaded.bitmap.width, loaded.bitmap.storedHeight, loaded.bitmap.bitsPerPixel),
+                  std::tuple(9, -16, std::min(row.bits, 24)));
         const std::string bottom = loaded.rows.substr(loaded.rows.size() * 15 / 16);
         for (std::size_t i = 0; i < row.first.size() && i < 3; ++i) {
             EXPECT_LT(std::abs(static_cast<signed char>(loaded.rows[i] - row.first[i])), 12);
@@ -131,7 +140,9 @@ TEST_F(Conversion, JpegsComeAndGo) {
     EXPECT_EQ(readFile(bmp).substr(54), std::string(half.grey.begin(), half.grey.end()));
 }
 
-int encode(const char* from, const char* to) { return convertBMPtoJPG(from, to, 20); }
+int encode(const char* from, const char* to) {
+    return convertBMPtoJPG(from, to, 20);
+}
 template <int angle>
 int turn(const char* from, const char* to) {
     return rorateImage(from, to, angle);
@@ -141,7 +152,8 @@ TEST_F(Conversion, DamagedAndHugeFilesAreRefused) {
     writeFile(bmp, inkedPicture(64, 64, {0, 20, 21, 40}, {3, 30, 31, 60}).bmp(24, true));
     ASSERT_EQ(convertBMPtoJPG(bmp.c_str(), jpg.c_str(), 90), 0);
     writePng(source, PNG_COLOR_TYPE_GRAY, 8, false, true, "abcdef");
-    const std::string jpeg = readFile(jpg), interlaced = readFile(source), good = Picture(8, 8).bmp(8, true), rows(64, 'x');
+    const std::string jpeg = readFile(jpg), interlaced = readFile(source), good = Picture(8, 8).bmp(8, true),
+                      rows(64, 'x');
     for (std::size_t length = 2; length < jpeg.size(); length += length + 8 < jpeg.size() ? 8 : 1) {
         EXPECT_EQ(convertFresh(convertJPGtoBMP, jpeg.substr(0, length)), -2) << length;
         EXPECT_LT(LoadedBmp(bmp).code, 0) << length;
@@ -156,7 +168,8 @@ TEST_F(Conversion, DamagedAndHugeFilesAreRefused) {
         std::string png = interlaced;
         png.replace(16, 8, bytes(size));
         const auto crc = crc32(0, octets(png.data()) + 12, 17);
-        for (std::size_t i = 0; i < 4; ++i) png[29 + i] = static_cast<char>(crc >> (24 - 8 * i));
+        for (std::size_t i = 0; i < 4; ++i)
+            png[29 + i] = static_cast<char>(crc >> (24 - 8 * i));
         return png;
     };
     const struct {
@@ -166,15 +179,18 @@ TEST_F(Conversion, DamagedAndHugeFilesAreRefused) {
         int result;
         bool begun;  // a file was made
     } cases[] = {
-        {"four components", convertJPGtoBMP, framed("00 14 08 00 40 00 40 04").insert(frame + 17, bytes("04 11 00")), -2, false},
+        {"four components", convertJPGtoBMP, framed("00 14 08 00 40 00 40 04").insert(frame + 17, bytes("04 11 00")),
+         -2, false},
         {"JPEG too high", convertJPGtoBMP, framed("00 11 08 80 00 00 10"), -2, false},
         {"JPEG too wide", convertJPGtoBMP, framed("00 11 08 00 10 80 00"), -2, false},
-        {"a restart out of place", convertJPGtoBMP, std::string(jpeg).replace(jpeg.size() - 40, 2, "\xFF\xD5"), -2, true},
+        {"a restart out of place", convertJPGtoBMP, std::string(jpeg).replace(jpeg.size() - 40, 2, "\xFF\xD5"), -2,
+         true},
         {"a bad code", convertJPGtoBMP, std::string(jpeg).replace(jpeg.size() - 40, 20, 20, '\xFE'), -2, true},
         // What cameras, phones and scanners do, and viewers show.
         {"bytes behind the pixels", convertJPGtoBMP, std::string(jpeg).insert(jpeg.size() - 2, "left"), 0, true},
         {"bytes before the first marker", convertJPGtoBMP, jpeg.substr(0, 2) + "extra bytes" + jpeg.substr(2), 0, true},
-        {"a scan told to be progressive", convertJPGtoBMP, std::string(jpeg).replace(scan + 10, 3, "\1\5\x10"), 0, true},
+        {"a scan told to be progressive", convertJPGtoBMP, std::string(jpeg).replace(scan + 10, 3, "\1\5\x10"), 0,
+         true},
         {"a version to come", convertJPGtoBMP, std::string(jpeg).replace(11, 1, "\7"), 0, true},
         {"PNG too wide", convertPNGtoBMP, sized("00 00 80 00 00 00 00 01"), 0, false},
         {"PNG without width", convertPNGtoBMP, sized("00 00 00 00 00 00 00 01"), 0, false},
@@ -204,17 +220,23 @@ TEST_F(Conversion, DamagedAndHugeFilesAreRefused) {
     testing::internal::CaptureStderr();
 }
 
-// What is under a document's name is the document, whole, or nothing. A disk that is full stands for all that can go wrong.
+// What is under a document's name is the document, whole, or nothing. A disk that is full stands for all that can go
+// wrong.
 TEST_F(Conversion, NothingPartialIsLeft) {
-    const std::string linked = directory.file("linked"), pipe = directory.file("pipe"), dangling = directory.file("dangling");
+    const std::string linked = directory.file("linked"), pipe = directory.file("pipe"),
+                      dangling = directory.file("dangling");
     Picture noise(200, 200);
-    for (std::size_t i = 0; i < noise.grey.size(); ++i) noise.grey[i] = static_cast<std::uint8_t>(i * i >> 3);
+    for (std::size_t i = 0; i < noise.grey.size(); ++i)
+        noise.grey[i] = static_cast<std::uint8_t>(i * i >> 3);
     writeFile(source, noise.bmp(8, true));
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     ASSERT_EQ(symlink(linked.c_str(), dangling.c_str()), 0);
     const auto jpegTo = [&](const std::string& path) { return encode(source.c_str(), path.c_str()); };
-    const auto bmpTo = [&](const std::string& path) { return saveImageASBMP(200, 200, 8, 0, 2, noise.grey.data(), path.c_str()); };
-    for (const auto& [save, failed] : {std::pair<std::function<int(const std::string&)>, int>{jpegTo, -2}, {bmpTo, -3}}) {
+    const auto bmpTo = [&](const std::string& path) {
+        return saveImageASBMP(200, 200, 8, 0, 2, noise.grey.data(), path.c_str());
+    };
+    for (const auto& [save, failed] :
+         {std::pair<std::function<int(const std::string&)>, int>{jpegTo, -2}, {bmpTo, -3}}) {
         EXPECT_EQ((std::vector{save(pipe), save("/dev/null")}), (std::vector{failed, 0}));
         rlimit before{};
         ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
@@ -251,7 +273,8 @@ TEST_F(Conversion, AScannedPictureGetsItsName) {
 TEST_F(Conversion, TurnsKeepEveryDepth) {
     for (const int bits : {4, 32}) {
         Picture picture(4, 4), turned(4, 4);  // their rows need no fill
-        for (int i = 0; i < 16; ++i) turned.at(3 - i / 4, i % 4) = picture.at(i % 4, i / 4) = static_cast<std::uint8_t>(17 * i);
+        for (int i = 0; i < 16; ++i)
+            turned.at(3 - i / 4, i % 4) = picture.at(i % 4, i / 4) = static_cast<std::uint8_t>(17 * i);
         EXPECT_EQ(convertFresh(turn<90>, picture.bmp(bits, false)), 0);
         EXPECT_EQ(permissions(bmp), 0600U);
         writeFile(jpg, turned.bmp(std::max(bits, 8), true));
@@ -263,8 +286,9 @@ TEST_F(Conversion, TurnsKeepEveryDepth) {
 
 TEST_F(Conversion, Base64) {
     const std::tuple<std::string, int, std::string> rows[] = {
-        {"QQ==QUJD", 0, "AA"}, {"Q===QUJD", 0, "@A"},  {"QUJ\nQUJD", 0, "ABP"}, {"QU JD\r\n\n", 0, "ABC"},    {"+/+/", 0, "\xFB\xFF\xBF"},
-        {"QUI=", 0, "AB"},     {"QUJD\nQUJD", -2, ""}, {"QU\tD", -1, ""},       {"\xC1\xC2\xC3\xC4", -1, ""}, {"", -1, ""}};
+        {"QQ==QUJD", 0, "AA"},        {"Q===QUJD", 0, "@A"}, {"QUJ\nQUJD", 0, "ABP"}, {"QU JD\r\n\n", 0, "ABC"},
+        {"+/+/", 0, "\xFB\xFF\xBF"},  {"QUI=", 0, "AB"},     {"QUJD\nQUJD", -2, ""},  {"QU\tD", -1, ""},
+        {"\xC1\xC2\xC3\xC4", -1, ""}, {"", -1, ""}};
     for (const auto& [text, result, decoded] : rows) {
         unsigned char out[16];
         int length = 0;

@@ -31,7 +31,8 @@ class Day : public ::testing::Test {
         virtualClock = {};
         std::filesystem::current_path(directory_.file(""));
         Picture picture(40, 60);
-        for (int y = 0; y < picture.height; ++y) picture.at(y % picture.width, y) = picture.at(0, y) = 0;
+        for (int y = 0; y < picture.height; ++y)
+            picture.at(y % picture.width, y) = picture.at(0, y) = 0;
         writeFile("a.bmp", picture.bmp(24, true));
         EXPECT_EQ(convertBMPtoJPG("a.bmp", "a.jpg", 90), 0);
         writePng(picture, "a.png");
@@ -58,8 +59,14 @@ class Day : public ::testing::Test {
                 {"text file", bound(PT_PrintTxtFile, 1, 1, 10, 10, "a.txt"), 0, {-3}},
                 {"picture", bound(PT_PrintImageFileRevolve, 0, 1, 20, 20, 0, "a.bmp", 1), 0, {-3}},
                 {"photo", bound(PT_PrintImageFile, 0, 1, 0, 0, 0, "a.jpg"), 0, {-3}},
-                {"drawing", bound(PT_PrintImageStreamRevolve, 0, 1, 20, 20, 0, octets(base64_.data()), int(base64_.size()), 3), 0, {-3}},
-                {"scan", call(YARDO_ScantoFileOKI, "f.bmp", "b.jpg", 2, 0, 0, 0, false, 2, 200, 1), 0, {-3, -20, -21, -4, -40, -31}},
+                {"drawing",
+                 bound(PT_PrintImageStreamRevolve, 0, 1, 20, 20, 0, octets(base64_.data()), int(base64_.size()), 3),
+                 0,
+                 {-3}},
+                {"scan",
+                 call(YARDO_ScantoFileOKI, "f.bmp", "b.jpg", 2, 0, 0, 0, false, 2, 200, 1),
+                 0,
+                 {-3, -20, -21, -4, -40, -31}},
                 {"eject", bound(PT_Eject, 0), 0, {-3}},
             };
         return {
@@ -83,21 +90,24 @@ class Day : public ::testing::Test {
     /// The printer with a document to be scanned.
     static sim::Scenario scenario(sim::Family family) {
         sim::Scenario scenario{.family = family};
-        const auto row = [](int, std::span<std::uint8_t> pixels) { std::fill(pixels.begin(), pixels.end(), std::uint8_t{0x30}); };
+        const auto row = [](int, std::span<std::uint8_t> pixels) {
+            std::fill(pixels.begin(), pixels.end(), std::uint8_t{0x30});
+        };
         scenario.scan.sides = {sim::Document{40, 16, row}, sim::Document{40, 16, row}};
         scenario.scan.block = 300;
         return scenario;
     }
 
-    /// Does the day. `open` opens the port in front of the first step and of any that finds it closed. True when every step went well.
-    /// Without memory, a step may also end with any code that the header has for that.
+    /// Does the day. `open` opens the port in front of the first step and of any that finds it closed. True when every
+    /// step went well. Without memory, a step may also end with any code that the header has for that.
     static bool spend(const std::vector<Step>& steps, const std::function<void()>& open) {
         virtualClock = {};
         open();
         bool good = YARDO_PR2_OpenPort("what is open") == 0;
         testing::internal::CaptureStdout();  // scans tell their progress
         for (const Step& step : steps) {
-            if (protocol == nullptr) open();
+            if (protocol == nullptr)
+                open();
             const bool memoryIsShort = AnyAllocation::untilFailure > 0;
             const int result = [&] {
                 const Spared spared(!memoryIsShort);
@@ -105,7 +115,8 @@ class Day : public ::testing::Test {
             }();
             good = good && result == step.good;
             static const std::set<int> withoutMemory = {-1, -3, -6, -11, -12, -13, -31, -60};
-            EXPECT_TRUE(result == step.good || step.failing.contains(result) || (memoryIsShort && withoutMemory.contains(result)))
+            EXPECT_TRUE(result == step.good || step.failing.contains(result) ||
+                        (memoryIsShort && withoutMemory.contains(result)))
                 << step.name << " gave " << result;
         }
         (void)testing::internal::GetCapturedStdout();

@@ -41,7 +41,8 @@ Call printLines(std::string text) {
 TEST_F(Oki, CommandsAreSpokenAsTheyStand) {
     const auto fullFeeds = [](int count) {
         std::string sent;
-        while (count-- > 0) sent += "^%5<FF>";
+        while (count-- > 0)
+            sent += "^%5<FF>";
         return sent;
     };
     const Dialogue dialogues[] = {
@@ -69,7 +70,12 @@ TEST_F(Oki, CommandsAreSpokenAsTheyStand) {
         {"no text", printLines(""), 0, "^%5x^%3<00>$<0D>"},
 
         // feed, move, line, CR; LF, move, line, CR
-        {"converted text", printText("中\nA"), 0, "^%5v^%3<00>#<D6><D0><0D><0A>^%3<00>#A<0D>", {}, {0, -3, -3, 0, 0, -3, -3, 0}},
+        {"converted text",
+         printText("中\nA"),
+         0,
+         "^%5v^%3<00>#<D6><D0><0D><0A>^%3<00>#A<0D>",
+         {},
+         {0, -3, -3, 0, 0, -3, -3, 0}},
         {"counted text", printText("ABC", 2, 0, 0), 0, "^%3<00><00>AB<0D>"},
         {"text that is no UTF-8", printText("A\xFF!"), -1, ""},
         {"text from nowhere", printText(nullptr), -1, ""},
@@ -86,8 +92,12 @@ TEST_F(Oki, EveryCallClosesThePortItUsed) {
     writeFile("huge", "");
     std::filesystem::resize_file("huge", 16 * 1024 * 1024 + 1);
     ASSERT_EQ(mkfifo("pipe", 0600), 0);
-    const auto file = [](const char* path, int turns = 0) { return call(PT_PrintImageFileRevolve, "any", 0, 7, 0, 0, 0, path, turns); };
-    const auto stream = [](const char* data, int length) { return call(PT_PrintImageStream, "any", 0, 7, 0, 0, 0, octets(data), length); };
+    const auto file = [](const char* path, int turns = 0) {
+        return call(PT_PrintImageFileRevolve, "any", 0, 7, 0, 0, 0, path, turns);
+    };
+    const auto stream = [](const char* data, int length) {
+        return call(PT_PrintImageStream, "any", 0, 7, 0, 0, 0, octets(data), length);
+    };
     const struct {
         const char* name;
         Call call;
@@ -126,7 +136,8 @@ TEST_F(Oki, EveryCallClosesThePortItUsed) {
         SCOPED_TRACE(row.name);
         g_timeout = 1;
         const Outcome outcome = run(row.call);
-        EXPECT_EQ(std::tuple(outcome.result, outcome.closed, outcome.slept), std::tuple(row.result, row.closed, row.seconds));
+        EXPECT_EQ(std::tuple(outcome.result, outcome.closed, outcome.slept),
+                  std::tuple(row.result, row.closed, row.seconds));
         EXPECT_EQ(std::pair(spelled(outcome.writes), g_timeout), std::pair(std::string(), row.closed ? 7 : 1));
     }
     g_timeout = 1;
@@ -150,18 +161,22 @@ Call printFile(const std::string& picture, int x, int y, int turns = 0) {
     return fromFile(call(PT_PrintImageFileRevolve, "any", 0, 7, x, y, 0, "a", turns), picture);
 }
 Call printMemory(const std::string& picture, int turns) {
-    return
-        [=] { return PT_PrintImageStreamRevolve("any", 0, 7, 0, 0, 0, octets(picture.data()), static_cast<int>(picture.size()), turns); };
+    return [=] {
+        return PT_PrintImageStreamRevolve("any", 0, 7, 0, 0, 0, octets(picture.data()),
+                                          static_cast<int>(picture.size()), turns);
+    };
 }
 
 TEST_F(Oki, FilesAndMemoryArePrinted) {
-    const std::string bar = inked(8, 16, {0}, {0, 1, 2, 3, 4, 5, 6, 7}), halfBar = inked(8, 16, {15}, {0, 1, 2, 3, 4, 5, 6, 7});
+    const std::string bar = inked(8, 16, {0}, {0, 1, 2, 3, 4, 5, 6, 7}),
+                      halfBar = inked(8, 16, {15}, {0, 1, 2, 3, 4, 5, 6, 7});
     const std::string gapped = inked(100, 3, {0}, {0, 62});
     writeFile("a.bmp", bar);
     ASSERT_EQ(convertBMPtoJPG("a.bmp", "a.jpg", 100), 0);
     const std::string jpeg = readFile("a.jpg"), dot = "<80><00><00>", run1 = "^%1<00><01>", blank3 = "<00><00><00>";
     const std::unique_ptr<gchar, decltype(&g_free)> base64(g_base64_encode(octets(bar.data()), bar.size()), &g_free);
-    const std::string across = "^%1<00><08>" + dot + dot + dot + dot + dot + dot + dot + dot, down = run1 + "<FF><00><00>";
+    const std::string across = "^%1<00><08>" + dot + dot + dot + dot + dot + dot + dot + dot,
+                      down = run1 + "<FF><00><00>";
     const auto textFile = [](int mode, int x, int y) { return call(PT_PrintTxtFile, "any", mode, 3, x, y, "a"); };
     const auto bmp = [](bool eject, const char* path) { return call(PrintBmp_OKI, path, eject, false, 0, 0); };
     const std::vector<unsigned char> wide(oneBitStrideBytes(65536), 0xFF);
@@ -183,8 +198,14 @@ TEST_F(Oki, FilesAndMemoryArePrinted) {
         {"a gap first", printFile(inked(100, 3, {0}, {61}), 100, 0), 0, "^%3<00><83>" + run1 + dot},
         {"a gap first, at the edge", printFile(inked(100, 3, {0}, {61}), 0, 0), 0, "^%3<00>=" + run1 + dot},
         // move, head, data; move, head, data: only data counts.
-        {"a gap between", printFile(gapped, 100, 0), 0, "^%3<00>F" + run1 + dot + "^%3<00>=" + run1 + dot, {}, {0, 0, -3, 0, 0, -3}},
-        {"two strips", printFile(inked(8, 60, {0, 29}, {0}), 0, 10), 0, "^%5<04>" + run1 + dot + "^%5<12>" + run1 + " <00><00>"},
+        {"a gap between",
+         printFile(gapped, 100, 0),
+         0,
+         "^%3<00>F" + run1 + dot + "^%3<00>=" + run1 + dot,
+         {},
+         {0, 0, -3, 0, 0, -3}},
+        {"two strips", printFile(inked(8, 60, {0, 29}, {0}), 0, 10), 0,
+         "^%5<04>" + run1 + dot + "^%5<12>" + run1 + " <00><00>"},
         {"an escape byte", printFile(inked(8, 16, {0, 11, 12, 14, 15}, {0}), 0, 0), 0, run1 + "<80>^<00>"},
         // Only a print with eject has one, however it ended, but not without a picture.
         {"eject", bmp(true, "a.bmp"), 0, across + "^%5<10><0D><0C>"},
@@ -194,9 +215,10 @@ TEST_F(Oki, FilesAndMemoryArePrinted) {
     speak(dialogues);
     // However much of its pixels is missing, nothing passes for the whole. A PNG ends with 16 bytes that tell of none.
     writePng(inkedPicture(8, 16, {0}, {0}), "a.png");
-    for (const auto& [whole, end] : {std::pair(jpeg, jpeg.size()), std::pair(readFile("a.png"), readFile("a.png").size() - 16)}) {
-        for (std::size_t length = 8; length < end; ++length) EXPECT_LT(run(printMemory(whole.substr(0, length), 1)).result, 0) << length;
-    }
+    for (const auto& [whole, end] :
+         {std::pair(jpeg, jpeg.size()), std::pair(readFile("a.png"), readFile("a.png").size() - 16)})
+        for (std::size_t length = 8; length < end; ++length)
+            EXPECT_LT(run(printMemory(whole.substr(0, length), 1)).result, 0) << length;
     EXPECT_EQ(run(printMemory(bar, 0)).slept, 2);
     const Outcome failed = run(bmp(true, "a.bmp"), {}, 2);
     EXPECT_EQ(std::pair(failed.result, failed.writes.size()), std::pair(-3, std::size_t{3}));

@@ -83,15 +83,33 @@ const Dialogue dialogues[] = {
     {"removal not answered", call(YARDO_PR2_SPB, 10), -20, "^ B^O^ B", {"...C.."}},
 
     {"stripe", readStripe, 0, "^l^YE@@^]", {"hh123<1C>"}, {0, -3}, "123<00><00><1C>#"},
-    {"stripe, header like an end", call(YARDO_PR2_MSR, 2, answer, 64), 0, "^l^YEA@^]", {"h<1C>", "1", "<1C>"}, {}, "1<00><00><1C>#"},
+    {"stripe, header like an end",
+     call(YARDO_PR2_MSR, 2, answer, 64),
+     0,
+     "^l^YEA@^]",
+     {"h<1C>", "1", "<1C>"},
+     {},
+     "1<00><00><1C>#"},
     {"empty stripe", readStripe, 0, "^l^YE@@^]", {"hh<1C>"}, {}, "<00><00><1C>#"},
-    {"stripe, full without an end", call(YARDO_PR2_MSR, 0, answer, 6), 0, "^l^YE@@^]", {"hh12", "3456"}, {}, "1234<00><00>#"},
+    {"stripe, full without an end",
+     call(YARDO_PR2_MSR, 0, answer, 6),
+     0,
+     "^l^YE@@^]",
+     {"hh12", "3456"},
+     {},
+     "1234<00><00>#"},
     {"stripe, no more than a header", call(YARDO_PR2_MSR, 0, answer, 2), 0, "^l^YE@@^]", {"h<1C>"}, {}, "<00><00>#"},
     {"stripe without an end", call(YARDO_PR2_MSR, 1, answer, 64), -4, "^l^YEA@^]", {"hh1"}, {}, "hh1#"},
     {"stripe buffer too short", call(YARDO_PR2_MSR, 1, answer, 1), -1, ""},
     {"no stripe buffer", call(YARDO_PR2_MSR, 1, nullptr, 64), -1, ""},
     // When the first cannot be read the second is; only its result is told.
-    {"both stripes", readBoth, 0, "^l^YE@@^]^l^YEA@^]", {"hh1<1C>", "hh9<1C>"}, {0, 0, 0, -3}, "1<00><00><1C>9<00><00><1C>#"},
+    {"both stripes",
+     readBoth,
+     0,
+     "^l^YE@@^]^l^YEA@^]",
+     {"hh1<1C>", "hh9<1C>"},
+     {0, 0, 0, -3},
+     "1<00><00><1C>9<00><00><1C>#"},
     {"both stripes, one buffer missing", call(YARDO_PR2_MSRALL, nullptr, 64, other, 64), -1, ""},
     {"both stripes, first too short", call(YARDO_PR2_MSRALL, answer, 1, other, 64), -1, ""},
     {"both stripes, second too short", call(YARDO_PR2_MSRALL, answer, 64, other, 1), -1, ""},
@@ -107,7 +125,8 @@ const Dialogue dialogues[] = {
 
 TEST(Dialogues, AreSpokenAsTheyStand) {
     speak(dialogues);
-    for (const Dialogue& each : dialogues) EXPECT_EQ(each.job(), -6) << each.name << " without a port";
+    for (const Dialogue& each : dialogues)
+        EXPECT_EQ(each.job(), -6) << each.name << " without a port";
     EXPECT_EQ(YARDO_PR2_ClosePort(), -6);
 }
 
@@ -140,8 +159,8 @@ TEST_F(Pr2Port, AGarbledAnswerIsReadAwayBeforeTheNextQuery) {
     EXPECT_EQ(YARDO_PR2_GetPaperStatus(), 4);
     EXPECT_TRUE(port->replies.empty());
 
-    // A line that never falls silent does not hold the host, nor is what it babbles an answer; whether there was silence
-    // before or not, and however late it begins.
+    // A line that never falls silent does not hold the host, nor is what it babbles an answer; whether there was
+    // silence before or not, and however late it begins.
     const std::pair<int (*)(), int> queries[] = {{YARDO_PR2_GetPrinterStatus, -22}, {YARDO_PR2_GetPaperStatus, -20}};
     for (const char* late : {"P", "`119`P", "`130`P", "`w130`P"}) {
         EXPECT_EQ(YARDO_PR2_GetPrinterStatus(), -22);
@@ -190,9 +209,11 @@ TEST_F(Pr2Port, ThePortThatIsOpenStays) {
     EXPECT_EQ(protocol, port);
     // Closed underneath, as by a function of the other family: sending fails, nothing crashes, and closing
     // works.
-    const std::vector<int> results = {PRSexit(), YARDO_PR2_EjectPaper(), YARDO_PR2_GetFWID(identifier), YARDO_PR2_ClosePort(), PRSexit()};
+    const std::vector<int> results = {PRSexit(), YARDO_PR2_EjectPaper(), YARDO_PR2_GetFWID(identifier),
+                                      YARDO_PR2_ClosePort(), PRSexit()};
     EXPECT_EQ(results, (std::vector{0, -3, -4, 0, 0}));
-    for (const char* name : {static_cast<const char*>(nullptr), "no/such/line", ""}) EXPECT_EQ(YARDO_PR2_OpenPort(name), -1);
+    for (const char* name : {static_cast<const char*>(nullptr), "no/such/line", ""})
+        EXPECT_EQ(YARDO_PR2_OpenPort(name), -1);
     EXPECT_EQ(protocol, nullptr);
     EXPECT_FALSE(usbFlag);
 }

@@ -31,7 +31,8 @@ TEST(Binarise, ThresholdsEachDepth) {
 TEST(OliPicture, GoesWhereItBelongs) {
     const TemporaryDirectory directory;
     const std::string path = directory.file("a.bmp"), none = directory.file("none.bmp");
-    const auto inked = [&](int width, int height, const std::vector<int>& rows, const std::vector<int>& columns, int x, int y) -> Call {
+    const auto inked = [&](int width, int height, const std::vector<int>& rows, const std::vector<int>& columns, int x,
+                           int y) -> Call {
         return [=] {
             writeFile(path, inkedPicture(width, height, rows, columns).bmp(8, false));
             return PrintBmp_OLI(path.c_str(), false, x, y);
@@ -46,7 +47,8 @@ TEST(OliPicture, GoesWhereItBelongs) {
         {"no ink", inked(40, 50, {}, {}, 5, 5), 0, "^!G1"},
         {"ink in the last partial byte only", inked(15, 30, {0, 29}, {14}, 5, 5), 0, "^!G1"},
         {"first ink in row 9, at the left edge", inked(8, 10, {9}, {0}, 0, 0), 0, "^!G1^/10012^|A000" + run1},
-        {"7 blank rows, 5 between strips", twoStrips, 0, "^!G1^/10140^|A033^1A000<02><00><00>^2^/10176^|A033^1A000<04><00><00>^2"},
+        {"7 blank rows, 5 between strips", twoStrips, 0,
+         "^!G1^/10140^|A033^1A000<02><00><00>^2^/10176^|A033^1A000<04><00><00>^2"},
         {"60 blank columns are sent", inked(160, 3, {0}, {60, 121}, 0, 0), 0,
          "^!G1^/10000^|A000^1A000" + blank60 + dot + blank60 + dot + "^2"},
         {"61 are not", inked(160, 3, {0}, {61, 123}, 3, 0), 0, "^!G1^/10000^|A042" + run1 + "^|A084" + run1},
@@ -77,7 +79,8 @@ TEST(OliPicture, GoesWhereItBelongs) {
     };
     speak(files);
     const Outcome failed = run(file(true, 20), {}, 5);
-    EXPECT_EQ(std::pair(failed.result, spelled(failed.writes)), std::pair(-3, printed.substr(0, printed.size() - 2) + "^O" + fiveQueries));
+    EXPECT_EQ(std::pair(failed.result, spelled(failed.writes)),
+              std::pair(-3, printed.substr(0, printed.size() - 2) + "^O" + fiveQueries));
 }
 
 }  // namespace

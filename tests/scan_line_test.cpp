@@ -14,9 +14,11 @@ namespace {
 
 /// A document of which no two pixels near each other are alike.
 sim::Document confetti(int width, int height, unsigned seed) {
-    return {width, height, [seed](int y, std::span<std::uint8_t> bgr) {
+    return {width, height,
+            [seed](int y, std::span<std::uint8_t> bgr) {
                 for (std::size_t i = 0; i < bgr.size(); ++i)
-                    bgr[i] = static_cast<std::uint8_t>((i + seed + static_cast<unsigned>(y) * 977U) * 2654435761U >> 19);
+                    bgr[i] =
+                        static_cast<std::uint8_t>((i + seed + static_cast<unsigned>(y) * 977U) * 2654435761U >> 19);
             }};
 }
 
@@ -27,23 +29,27 @@ std::string expected(sim::Family family, const sim::Document& document, int bits
     const auto all = bytes.take(static_cast<std::size_t>(bytes.size()));
     const std::string own(all.begin(), all.end()), rows = own.substr(54 + (bits < 24 ? 4U << bits : 0U));
     const auto size = static_cast<std::uint32_t>(rows.size());
-    const BmpHeader header{
-        .width = image.width(), .height = bottomUp ? image.height() : -image.height(), .bitsPerPixel = bits, .imageSize = size};
+    const BmpHeader header{.width = image.width(),
+                           .height = bottomUp ? image.height() : -image.height(),
+                           .bitsPerPixel = bits,
+                           .imageSize = size};
     return family == sim::Family::kOki ? own : header.text() + rows;
 }
 
 class ScanOnTheLine : public ::testing::Test {
  protected:
     TemporaryDirectory directory;
-    const std::string front = directory.file("front"), back = directory.file("back"), jpeg = directory.file("front.jpg");
+    const std::string front = directory.file("front"), back = directory.file("back"),
+                      jpeg = directory.file("front.jpg");
 
     int scan(const sim::Scenario& scenario, int imageType, int sides, int direction, const std::string& frontName) {
         sim::RunningPrinter printer(scenario);
         EXPECT_EQ(YARDO_PR2_OpenPort(printer.name().c_str()), 0);
         testing::internal::CaptureStdout();
-        const int result = scenario.family == sim::Family::kOki
-                               ? YARDO_ScantoFileOKI(frontName.c_str(), back.c_str(), imageType, 1, 2, 3, true, sides, 200, direction)
-                               : YARDO_ScantoFileOLI(frontName.c_str(), back.c_str(), imageType, 1, 2, true, sides, 200, direction);
+        const int result =
+            scenario.family == sim::Family::kOki
+                ? YARDO_ScantoFileOKI(frontName.c_str(), back.c_str(), imageType, 1, 2, 3, true, sides, 200, direction)
+                : YARDO_ScantoFileOLI(frontName.c_str(), back.c_str(), imageType, 1, 2, true, sides, 200, direction);
         (void)testing::internal::GetCapturedStdout();
         EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
         EXPECT_EQ(printer.takeMistakes(), std::vector<nlohmann::json>{});
@@ -69,12 +75,15 @@ TEST_F(ScanOnTheLine, FilesShowTheDocument) {
                     const auto scenario = scenarioOf(family, block < 50 ? 13 : 211, block < 50 ? 16 : 104, block);
                     std::filesystem::remove(front);
                     std::filesystem::remove(back);
-                    SCOPED_TRACE((family == sim::Family::kOki ? "OKI, type " : "OLI, type ") + std::to_string(imageType) + ", sides " +
-                                 std::to_string(sides) + ", blocks of " + std::to_string(block));
+                    SCOPED_TRACE((family == sim::Family::kOki ? "OKI, type " : "OLI, type ") +
+                                 std::to_string(imageType) + ", sides " + std::to_string(sides) + ", blocks of " +
+                                 std::to_string(block));
                     ASSERT_EQ(scan(scenario, imageType, sides, bottomUp ? 1 : 0, front), 0);
                     const int bits = bitsOf[imageType];
-                    ASSERT_TRUE(readFile(front) == (sides == 1 ? "" : expected(family, scenario.scan.sides[0], bits, bottomUp)));
-                    ASSERT_TRUE(readFile(back) == (sides == 0 ? "" : expected(family, scenario.scan.sides[1], bits, bottomUp)));
+                    ASSERT_TRUE(readFile(front) ==
+                                (sides == 1 ? "" : expected(family, scenario.scan.sides[0], bits, bottomUp)));
+                    ASSERT_TRUE(readFile(back) ==
+                                (sides == 0 ? "" : expected(family, scenario.scan.sides[1], bits, bottomUp)));
                 }
             }
         }
@@ -85,7 +94,8 @@ TEST_F(ScanOnTheLine, JpegsShowItWithinTheirQuality) {
     for (const int imageType : {0, 1, 2, 3}) {  // OLI makes no JPEGs
         auto scenario = scenarioOf(sim::Family::kOki, 200, 64, 4095);
         scenario.scan.sides[0].row = [](int y, std::span<std::uint8_t> bgr) {  // blocks of 8, which a JPEG can keep
-            for (std::size_t i = 0; i < bgr.size(); ++i) bgr[i] = i / 24 % 2 == static_cast<std::size_t>(y) / 8 % 2 ? 255 : 0;
+            for (std::size_t i = 0; i < bgr.size(); ++i)
+                bgr[i] = i / 24 % 2 == static_cast<std::size_t>(y) / 8 % 2 ? 255 : 0;
         };
         ASSERT_EQ(scan(scenario, imageType, 0, 0, jpeg), 0);
         ASSERT_EQ(convertJPGtoBMP(jpeg.c_str(), front.c_str()), 0);

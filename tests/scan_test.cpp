@@ -20,14 +20,19 @@ class Scan : public ::testing::Test {
     std::string front = directory.file("front"), back = directory.file("back");
 
     [[nodiscard]] Call oki(int imageType = 2, int sides = 2, int dpi = 300) const {
-        return [=, this] { return YARDO_ScantoFileOKI(front.c_str(), back.c_str(), imageType, 10, 20, 30, true, sides, dpi, 1); };
+        return [=, this] {
+            return YARDO_ScantoFileOKI(front.c_str(), back.c_str(), imageType, 10, 20, 30, true, sides, dpi, 1);
+        };
     }
     [[nodiscard]] Call oli(int imageType = 0, int sides = 0, int direction = 0, int dpi = 200) const {
-        return [=, this] { return YARDO_ScantoFileOLI(front.c_str(), back.c_str(), imageType, 200, 1, false, sides, dpi, direction); };
+        return [=, this] {
+            return YARDO_ScantoFileOLI(front.c_str(), back.c_str(), imageType, 200, 1, false, sides, dpi, direction);
+        };
     }
     /// Runs a job in an empty directory.
     [[nodiscard]] Outcome scan(const Call& job, const Replies& replies) const {
-        for (const auto& entry : std::filesystem::directory_iterator(directory.file(""))) std::filesystem::remove(entry);
+        for (const auto& entry : std::filesystem::directory_iterator(directory.file("")))
+            std::filesystem::remove(entry);
         return run(job, replies);
     }
     /// The rows of a file with the headers of a BMP, or nothing.
@@ -37,7 +42,8 @@ class Scan : public ::testing::Test {
 /// An OKI header for `size` bytes of data.
 std::string okiHeader(std::size_t size, const std::string& first = "<05><02><02><00>") {
     std::string header = first;
-    for (int i = 0; i < 4; ++i) header += spelled(std::string(1, static_cast<char>(size >> (8 * i))));
+    for (int i = 0; i < 4; ++i)
+        header += spelled(std::string(1, static_cast<char>(size >> (8 * i))));
     return header;
 }
 
@@ -54,7 +60,8 @@ TEST_F(Scan, OkiStreamsBecomeFiles) {
     const auto part = [&](std::size_t from, std::size_t count) { return spelled(image.substr(from, count)); };
     // More blocks that are dropped than anybody would wait for, but among others.
     Replies among = {okiHeader(26000)}, fillers(20000, "XXXXXXXX");
-    for (int i = 0; i < 13000; ++i) among.insert(among.end(), {"XXXXXXXX", "++"});
+    for (int i = 0; i < 13000; ++i)
+        among.insert(among.end(), {"XXXXXXXX", "++"});
     among.insert(among.end(), {end, none});
     const Replies both = {head + part(0, 7), part(7, 999), end, head, part(0, 50), part(50, 999), end};
     const struct {
@@ -67,10 +74,25 @@ TEST_F(Scan, OkiStreamsBecomeFiles) {
         {"whole with the header", {head + all, end, none}, 0, image, "", ""},
         {"both sides, in blocks", both, 0, image, image, line + line},
         {"the back side only", {none, head, all, end}, 0, "", image, line},
-        {"blocks of 8 in between", {head, "XXXXXXXX", part(0, 50), "XXXXXXXX", part(50, 999), end, none}, 0, image, "", line},
+        {"blocks of 8 in between",
+         {head, "XXXXXXXX", part(0, 50), "XXXXXXXX", part(50, 999), end, none},
+         0,
+         image,
+         "",
+         line},
         {"many blocks of 8", among, 0, std::string(26000, '+'), "", "read bmp data 26000 ok!\n"},
-        {"a block of 8 after a long pause", {head, part(0, 50), "`130`XXXXXXXX", part(50, 999), end, none}, 0, image, "", line},
-        {"the clock is set", {head, "XXXXXXXX", "`w-7200`XXXXXXXX", "`w7200`XXXXXXXX", all, end, none}, 0, image, "", line},
+        {"a block of 8 after a long pause",
+         {head, part(0, 50), "`130`XXXXXXXX", part(50, 999), end, none},
+         0,
+         image,
+         "",
+         line},
+        {"the clock is set",
+         {head, "XXXXXXXX", "`w-7200`XXXXXXXX", "`w7200`XXXXXXXX", all, end, none},
+         0,
+         image,
+         "",
+         line},
         {"more than announced", {head, all, "more", none}, 0, image + "more", "", line + line},
         {"past the size in one block", {head, all + "+", none}, 0, image + "+", "", line},
         {"ended early", {head, part(0, 60), end, none}, 0, image.substr(0, 60), "", ""},
@@ -88,8 +110,10 @@ TEST_F(Scan, OkiStreamsBecomeFiles) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         const Outcome outcome = scan(oki(), okiReplies(row.stream));
-        EXPECT_EQ(std::tuple(outcome.result, readFile(front), readFile(back)), std::tuple(row.result, row.front, row.back));
-        EXPECT_EQ(std::tuple(outcome.output, directory.littered(), outcome.unread), std::tuple(row.output, row.littered, false));
+        EXPECT_EQ(std::tuple(outcome.result, readFile(front), readFile(back)),
+                  std::tuple(row.result, row.front, row.back));
+        EXPECT_EQ(std::tuple(outcome.output, directory.littered(), outcome.unread),
+                  std::tuple(row.output, row.littered, false));
     }
     fillers.front() = head;
     EXPECT_EQ(scan(oki(), okiReplies(fillers)).result, -40);
@@ -98,9 +122,11 @@ TEST_F(Scan, OkiStreamsBecomeFiles) {
     EXPECT_EQ(readFile(front).substr(0, 2), "\xFF\xD8");
     EXPECT_FALSE(directory.littered());
     // The port is drained when there is no place for the image, on the disk or in memory.
-    for (const std::string& name : {std::string("no/front"), std::string(200, 'd') + "/" + std::string(100, 'f'), std::string("front")}) {
+    for (const std::string& name :
+         {std::string("no/front"), std::string(200, 'd') + "/" + std::string(100, 'f'), std::string("front")}) {
         front = directory.file(name);
-        if (name == "front") failAllocation(1, 16384);
+        if (name == "front")
+            failAllocation(1, 16384);
         const Outcome outcome = scan(oki(), okiReplies({head, "abcd", end}));
         EXPECT_EQ(std::pair(outcome.result, outcome.unread), std::pair(-31, false));
     }
@@ -113,7 +139,8 @@ std::string oliHeader(int width, int height) {
 }
 
 const std::string ready = "^rP", start = "<02>T", end10 = "<03>10   ";
-const std::string oliSetUp = "^}SE<00><18>^<07>E<08>^0^0^l^n^.^l^Q080^Z^J000^T070^&46^#1<1C>&<1C>g0^l^a3^R003^S5^[010^l^ B";
+const std::string oliSetUp =
+    "^}SE<00><18>^<07>E<08>^0^0^l^n^.^l^Q080^Z^J000^T070^&46^#1<1C>&<1C>g0^l^a3^R003^S5^[010^l^ B";
 
 /// What an OLI printer answers around the messages of a scan.
 Replies oliReplies(Replies messages) {
@@ -131,12 +158,18 @@ TEST_F(Scan, CommandsComeInTheirOrder) {
         {"OKI, no width", oki(), -21, "^}SS^}S-^}SL", okiReplies({}, "..1x00", "..0000")},
         {"OKI, half a width", oki(), -21, "^}SS^}S-^}SL", okiReplies({}, "..080")},
         // resolution, option, direction; colours; sides, parameters.
-        {"OKI, 240 dots", oki(0, 0, 240), -4, okiSettings("^}SM_<AA>^}SDAq<0A><14><1E><1E>"), okiReplies({}, "..1300", "..1500")},
-        {"OKI, 241 dots", oki(1, 1, 241), -4, okiSettings("^}SMW<AA>^}SDqQ<0A><14><1E><1E>"), okiReplies({}, "..1230", "..1500")},
-        {"OKI, 400 dots", oki(2, 2, 400), -4, okiSettings("^}SMW<AA>^}SDaaAA<1E><1E>"), okiReplies({}, "..1231", "..1589")},
-        {"OKI, 401 dots", oki(4, 3, 401), -4, okiSettings("^}SMG<CC>^}SDqqAA<1E><1E>"), okiReplies({}, "..1379", "..1441")},
-        {"OKI, lowest", oki(-1, -1, INT_MIN), -4, okiSettings("^}SM_<AA>^}SDqq<0A><14><1E><1E>"), okiReplies({}, "..1380", "..1500")},
-        {"OLI", oli(3, 2, 3, 600), -40, oliSetUp + "^}-^-^j^YPC<CC>^j^}Paa<C8><C8><01><01>^Z^j^l^O^0", oliReplies({""})},
+        {"OKI, 240 dots", oki(0, 0, 240), -4, okiSettings("^}SM_<AA>^}SDAq<0A><14><1E><1E>"),
+         okiReplies({}, "..1300", "..1500")},
+        {"OKI, 241 dots", oki(1, 1, 241), -4, okiSettings("^}SMW<AA>^}SDqQ<0A><14><1E><1E>"),
+         okiReplies({}, "..1230", "..1500")},
+        {"OKI, 400 dots", oki(2, 2, 400), -4, okiSettings("^}SMW<AA>^}SDaaAA<1E><1E>"),
+         okiReplies({}, "..1231", "..1589")},
+        {"OKI, 401 dots", oki(4, 3, 401), -4, okiSettings("^}SMG<CC>^}SDqqAA<1E><1E>"),
+         okiReplies({}, "..1379", "..1441")},
+        {"OKI, lowest", oki(-1, -1, INT_MIN), -4, okiSettings("^}SM_<AA>^}SDqq<0A><14><1E><1E>"),
+         okiReplies({}, "..1380", "..1500")},
+        {"OLI", oli(3, 2, 3, 600), -40, oliSetUp + "^}-^-^j^YPC<CC>^j^}Paa<C8><C8><01><01>^Z^j^l^O^0",
+         oliReplies({""})},
         // The document is called for, drawn in, and not waited for beyond a minute.
         {"OLI, late", oli(), 2, oliSetUp + "<07>^ B<07>^ B^L000^ B^}-^-^j^l^O^0", late},
     };
@@ -146,7 +179,8 @@ TEST_F(Scan, CommandsComeInTheirOrder) {
     Replies notReady = oliReplies({""});
     notReady.insert(notReady.begin() + 4, 22, "^rQ");
     const std::vector<std::string> writes = run(oli(), notReady).writes;
-    EXPECT_EQ(std::count(writes.begin(), writes.end(), "\x1Bj"), 24);  // 22 requests of the wait and one check on either side
+    EXPECT_EQ(std::count(writes.begin(), writes.end(), "\x1Bj"),
+              24);  // 22 requests of the wait and one check on either side
     EXPECT_EQ(std::count(writes.begin(), writes.end(), "\x1Bl"), 21);
 }
 
@@ -166,12 +200,24 @@ TEST_F(Scan, OliMessagesBecomeFiles) {
         {"other messages in between", {"?", header, "??", start, data, end10}, 0, data, received(40)},
         {"another row count", {header, start, data, "<03>11   "}, 2, data, received(40)},
         {"a block too long at the end", {header, start, data, "x", end10}, 0, data, received(40)},
-        {"a block that overshoots", {header, start, data.substr(0, 20), data.substr(0, 21), end10}, 0, "", received(20)},
+        {"a block that overshoots",
+         {header, start, data.substr(0, 20), data.substr(0, 21), end10},
+         0,
+         "",
+         received(20)},
         {"too much in one block", {header, start, more, end10}, 0, "", received(0)},
         {"data like an end", {header, start, end10, data}, 0, "", received(0)},
         {"no image", {header, end10}, 0, "", ""},
-        {"all of it late", {"`130`" + header, "`130`" + start, "`130`" + data, "`130`x", "`130`" + end10}, 0, data, received(40)},
-        {"the clock is set", {"`w7200`?", header, start, "`w-7200`" + data, "x", "`w7200`x", end10}, 0, data, received(40)},
+        {"all of it late",
+         {"`130`" + header, "`130`" + start, "`130`" + data, "`130`x", "`130`" + end10},
+         0,
+         data,
+         received(40)},
+        {"the clock is set",
+         {"`w7200`?", header, start, "`w-7200`" + data, "x", "`w7200`x", end10},
+         0,
+         data,
+         received(40)},
         {"noise and a header", {"?", "`119`" + header, "`2`?", "`119`" + start, data, end10}, 0, data, received(40)},
         {"noise without an end", {header, "?", "`121`?"}, -40, "", ""},
         {"the same header without an end", {header, header, "`121`" + header}, -40, "", ""},
@@ -187,15 +233,34 @@ TEST_F(Scan, OliMessagesBecomeFiles) {
         {"the same, without an end", {huge, start, data, ""}, -40, "", "", 3},
         {"the same, for a long time", {huge, start, data, "`121`" + data}, -31, "", "", 3},
         // Rows of any width get their fill. 00011 11110 00001: the last bits of 15 never come.
-        {"5 bits", {oliHeader(5, 3), start, "<1F>", "<03>3    "}, 0, bytes("18000000 E0000000 00000000"), "wd=5 len=3\nreq=1 rv=1 \n"},
-        {"12 bits", {oliHeader(12, 2), start, "<AB><CD><EF>", "<03>2    "}, 0, bytes("ABC00000 DEF00000"), "wd=12 len=2\nreq=3 rv=3 \n"},
-        {"3 x 4 bits", {oliHeader(3, 2), start, "<12>4V", "<03>2    "}, 0, bytes("12300000 45600000"), "wd=3 len=2\nreq=3 rv=3 \n", 1},
-        {"1 x 24 bits", {oliHeader(1, 2), start, "abcdef", "<03>2    "}, 0, bytes("61626300 64656600"), "wd=1 len=2\nreq=6 rv=6 \n", 3},
+        {"5 bits",
+         {oliHeader(5, 3), start, "<1F>", "<03>3    "},
+         0,
+         bytes("18000000 E0000000 00000000"),
+         "wd=5 len=3\nreq=1 rv=1 \n"},
+        {"12 bits",
+         {oliHeader(12, 2), start, "<AB><CD><EF>", "<03>2    "},
+         0,
+         bytes("ABC00000 DEF00000"),
+         "wd=12 len=2\nreq=3 rv=3 \n"},
+        {"3 x 4 bits",
+         {oliHeader(3, 2), start, "<12>4V", "<03>2    "},
+         0,
+         bytes("12300000 45600000"),
+         "wd=3 len=2\nreq=3 rv=3 \n",
+         1},
+        {"1 x 24 bits",
+         {oliHeader(1, 2), start, "abcdef", "<03>2    "},
+         0,
+         bytes("61626300 64656600"),
+         "wd=1 len=2\nreq=6 rv=6 \n",
+         3},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         const Outcome outcome = scan(oli(row.imageType), oliReplies(row.messages));
-        EXPECT_EQ(std::tuple(outcome.result, rowsOf(front), outcome.output), std::tuple(row.result, row.rows, row.output));
+        EXPECT_EQ(std::tuple(outcome.result, rowsOf(front), outcome.output),
+                  std::tuple(row.result, row.rows, row.output));
         EXPECT_FALSE(outcome.unread);
     }
     const Replies whole = oliReplies({header, start, data, end10});

@@ -1,4 +1,5 @@
-// A host that gets signals, on the library as it is installed and on the real clock: by itself, for nothing here is wrapped.
+// A host that gets signals, on the library as it is installed and on the real clock: by itself, for nothing here is
+// wrapped.
 #include <gtest/gtest.h>
 #include <sys/time.h>
 

@@ -45,7 +45,8 @@ Ink inkIn(const Page& page, int top, int bottom) {
     for (int y = top; y < bottom; ++y) {
         for (int x = 0; x < page.width(); ++x) {
             ink.sum += page.textInk(x, y);
-            if (page.textInk(x, y) <= 127) continue;
+            if (page.textInk(x, y) <= 127)
+                continue;
             ink.first = std::min(ink.first, x);
             ink.end = std::max(ink.end, x + 1);
         }
@@ -85,7 +86,8 @@ TEST(Text, FillsItsCells) {
 // What a picture's reader gets: the dots where they are, paper and what lies beside it, the resolution.
 TEST(Picture, ShowsThePage) {
     Bench bench({.pageWidthDots = 20, .pageHeightDots = 30});
-    for (const std::string x : {"002", "020"}) bench.send("\033/10004\033|A" + x + "\0331A000\x01\0\0\0332"s);
+    for (const std::string x : {"002", "020"})
+        bench.send("\033/10004\033|A" + x + "\0331A000\x01\0\0\0332"s);
     const std::vector<std::uint8_t> file = bench.printer.page()->png();
     EXPECT_EQ(std::string(file.begin() + 37, file.begin() + 50), "pHYs\0\0\033\xAF\0\0\033\xAF\x01"s);
 
@@ -105,10 +107,12 @@ TEST(Faults, ChangeTheAnswersAsAsked) {
     const std::string questions = "\033j\033 B", right = Bench().ask(questions);
     Bench inPieces({.split = 2});
     inPieces.send(questions);
-    for (const std::string_view piece : {"\033r", "P", "\033B", "5C", "\033Z"}) EXPECT_EQ(inPieces.answer(), piece);
+    for (const std::string_view piece : {"\033r", "P", "\033B", "5C", "\033Z"})
+        EXPECT_EQ(inPieces.answer(), piece);
 
     std::string wrong = Bench({.garble = true}).ask(questions);
-    for (char& byte : wrong) byte = static_cast<char>(byte ^ 0x80);
+    for (char& byte : wrong)
+        byte = static_cast<char>(byte ^ 0x80);
     EXPECT_EQ(wrong, right);
 
     Bench mute({.silent = true});
@@ -117,7 +121,8 @@ TEST(Faults, ChangeTheAnswersAsAsked) {
 
     // A host that never listens costs no more than so much memory.
     Bench unheard;
-    for (int i = 0; i < 30000; ++i) unheard.send("\033j");
+    for (int i = 0; i < 30000; ++i)
+        unheard.send("\033j");
     EXPECT_LE(unheard.answer().size(), 64U * 1024);
     EXPECT_EQ(unheard.events.back().at("event"), "answer-lost");
     EXPECT_EQ(unheard.ask("\033j"), "\033rP") << "it can be asked again once it has listened";

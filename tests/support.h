@@ -26,14 +26,16 @@ Call call(Parts... functionAndArguments) {
     return std::bind_front(functionAndArguments...);
 }
 
-/// What a port answers: one a read; an empty one is a read that times out. `130`AB is AB after 130 seconds, `w-130`AB while
-/// the wall clock is set back by as much.
+/// What a port answers: one a read; an empty one is a read that times out. `130`AB is AB after 130 seconds, `w-130`AB
+/// while the wall clock is set back by as much.
 using Replies = std::vector<std::string>;
 
 /// "1B 6A" or "1B6A" to bytes.
 std::string bytes(const std::string& hex);
 /// As the driver takes it.
-inline const unsigned char* octets(const char* text) { return reinterpret_cast<const unsigned char*>(text); }
+inline const unsigned char* octets(const char* text) {
+    return reinterpret_cast<const unsigned char*>(text);
+}
 
 /// Bytes as a dialogue spells them: ^ is ESC, <0D> any byte in hex, everything else itself. And back.
 std::string wire(const std::string& spelling);
@@ -57,8 +59,8 @@ extern std::map<std::string, std::string> redirectedPaths;
 /// switches off.
 void failAllocation(int nth, std::size_t fromBytes = 1);
 
-/// The same for whatever this thread allocates, through whichever library, but for GLib, which would end the process. Not
-/// under the sanitizers, which have allocators of their own.
+/// The same for whatever this thread allocates, through whichever library, but for GLib, which would end the process.
+/// Not under the sanitizers, which have allocators of their own.
 struct AnyAllocation {
     static inline thread_local int untilFailure = 0;
     static inline thread_local bool spared = true;
@@ -75,8 +77,8 @@ class Spared {
     bool before_;
 };
 
-/// A device file whose other end is a test. While it exists, what the driver does with the file that it opened under `path`
-/// comes here; results as of the system's calls of the same names.
+/// A device file whose other end is a test. While it exists, what the driver does with the file that it opened under
+/// `path` comes here; results as of the system's calls of the same names.
 class DeviceFile {
  public:
     explicit DeviceFile(const std::string& path);
@@ -157,7 +159,9 @@ class TemporaryDirectory {
 void writeFile(const std::string& path, const std::string& content);
 std::string readFile(const std::string& path);
 /// How many files this process has open.
-inline std::ptrdiff_t openFiles() { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); }
+inline std::ptrdiff_t openFiles() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
 
 /// A BMP's headers, field by field, for files that no writer would write.
 struct BmpHeader {

@@ -38,7 +38,9 @@ struct Pty {
         EXPECT_EQ(tcgetattr(host, &result), 0);
         return result;
     }
-    void write(const std::string& text) const { EXPECT_EQ(::write(printer, text.data(), text.size()), static_cast<ssize_t>(text.size())); }
+    void write(const std::string& text) const {
+        EXPECT_EQ(::write(printer, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    }
     [[nodiscard]] std::string read() const {
         pollfd ready{printer, POLLIN, 0};
         char buffer[4096];
@@ -52,7 +54,8 @@ std::string get() {
     return {buffer, buffer + GetData(reinterpret_cast<unsigned char*>(buffer), sizeof buffer)};
 }
 
-/// The line is the driver's alone: the newest descriptor is not for programs that are started, and nobody else opens it.
+/// The line is the driver's alone: the newest descriptor is not for programs that are started, and nobody else opens
+/// it.
 void expectOwnLine(const Pty& pty) {
     const int next = dup(0);
     EXPECT_EQ(fcntl(next - 1, F_GETFD), FD_CLOEXEC);
@@ -61,8 +64,8 @@ void expectOwnLine(const Pty& pty) {
 }
 
 auto modes(const termios& settings) {
-    return std::tuple(settings.c_iflag, settings.c_oflag, settings.c_cflag, settings.c_lflag, settings.c_cc[VTIME], settings.c_cc[VMIN],
-                      cfgetospeed(&settings));
+    return std::tuple(settings.c_iflag, settings.c_oflag, settings.c_cflag, settings.c_lflag, settings.c_cc[VTIME],
+                      settings.c_cc[VMIN], cfgetospeed(&settings));
 }
 
 TEST(SerialLine, CarriesBytesAndIsLeftAsItWas) {
@@ -130,7 +133,8 @@ TEST(SerialLine, IsProgrammedBitByBit) {
         EXPECT_EQ(line.SetOption(row.speed, row.flow, row.data, row.stop, row.parity), 0);
         const termios now = pty.settings();
         // A pseudo-terminal always has 8 data bits and no parity bit, whatever it is told.
-        EXPECT_EQ(Modes(cfgetispeed(&now), now.c_cflag & (CSTOPB | PARODD | CRTSCTS), now.c_iflag), row.modes) << row.speed;
+        EXPECT_EQ(Modes(cfgetispeed(&now), now.c_cflag & (CSTOPB | PARODD | CRTSCTS), now.c_iflag), row.modes)
+            << row.speed;
     }
     EXPECT_EQ(line.CloseDevice(), 0);
 }
@@ -140,7 +144,8 @@ TEST(SerialLine, HasANameOfAtMost127Characters) {
     const std::string name = std::string(127 - pty.name.size(), '/') + pty.name;
     EXPECT_EQ(PRSinit(name.c_str()), 0);
     EXPECT_EQ(PRSexit(), 0);
-    for (const std::size_t more : {1, 5000}) EXPECT_EQ(PRSinit((std::string(more, '/') + name).c_str()), -1);
+    for (const std::size_t more : {1, 5000})
+        EXPECT_EQ(PRSinit((std::string(more, '/') + name).c_str()), -1);
 }
 
 TEST(SerialLine, MayVanish) {
@@ -158,9 +163,9 @@ class ParallelPort : public ::testing::Test {
     TemporaryDirectory directory;
     void SetUp() override {
         redirectedPaths["/dev/printers"] = "";
-        for (const char* prefix : {"/dev/parallel/", "/dev/printers/", "/dev/lp"}) {
-            for (const char* number : {"", "0", "1", "2", "3"}) redirectedPaths[std::string(prefix) + number] = "";
-        }
+        for (const char* prefix : {"/dev/parallel/", "/dev/printers/", "/dev/lp"})
+            for (const char* number : {"", "0", "1", "2", "3"})
+                redirectedPaths[std::string(prefix) + number] = "";
     }
     void TearDown() override {
         EXPECT_EQ(PRSexit(), 0);
@@ -182,7 +187,8 @@ TEST_F(ParallelPort, IsTheFirstThatOpensUnderOnePrefix) {
     }
     EXPECT_EQ(PRSinit("Lpt1"), -1);  // a serial line of that name
     // The directories take precedence, opening or not.
-    for (const auto& [place, number] : {std::pair{"/dev/printers", "/dev/printers/3"}, {"/dev/parallel/", "/dev/parallel/0"}}) {
+    for (const auto& [place, number] :
+         {std::pair{"/dev/printers", "/dev/printers/3"}, {"/dev/parallel/", "/dev/parallel/0"}}) {
         redirectedPaths[place] = directory.file("");
         EXPECT_EQ(PRSinit("LPT1"), -1);
         redirectedPaths[number] = directory.file("device");

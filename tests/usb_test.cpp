@@ -56,7 +56,8 @@ void __wrap_libusb_exit(libusb_context* ended) {
 }
 
 libusb_device_handle* __real_libusb_open_device_with_vid_pid(libusb_context* within, uint16_t vendor, uint16_t product);
-libusb_device_handle* __wrap_libusb_open_device_with_vid_pid(libusb_context* within, uint16_t vendor, uint16_t product) {
+libusb_device_handle* __wrap_libusb_open_device_with_vid_pid(libusb_context* within, uint16_t vendor,
+                                                             uint16_t product) {
     char id[16];
     (void)std::snprintf(id, sizeof id, "%04x:%04x ", vendor, product);
     libusb.asked += id;
@@ -65,24 +66,29 @@ libusb_device_handle* __wrap_libusb_open_device_with_vid_pid(libusb_context* wit
 
 int __real_libusb_claim_interface(libusb_device_handle* device, int number);
 int __wrap_libusb_claim_interface(libusb_device_handle* device, int number) {
-    if (libusb.claims.empty()) return __real_libusb_claim_interface(device, number);
+    if (libusb.claims.empty())
+        return __real_libusb_claim_interface(device, number);
     const int result = libusb.claims.front();
     libusb.claims.pop_front();
     return result;
 }
 
 int __real_libusb_get_config_descriptor(libusb_device* device, uint8_t index, libusb_config_descriptor** configuration);
-int __wrap_libusb_get_config_descriptor(libusb_device* device, uint8_t index, libusb_config_descriptor** configuration) {
-    return libusb.descriptor != 0 ? libusb.descriptor : __real_libusb_get_config_descriptor(device, index, configuration);
+int __wrap_libusb_get_config_descriptor(libusb_device* device, uint8_t index,
+                                        libusb_config_descriptor** configuration) {
+    return libusb.descriptor != 0 ? libusb.descriptor
+                                  : __real_libusb_get_config_descriptor(device, index, configuration);
 }
 
 decltype(libusb_bulk_transfer) __real_libusb_bulk_transfer;
-int __wrap_libusb_bulk_transfer(libusb_device_handle* device, unsigned char endpoint, unsigned char* data, int length, int* transferred,
-                                unsigned timeoutMs) {
+int __wrap_libusb_bulk_transfer(libusb_device_handle* device, unsigned char endpoint, unsigned char* data, int length,
+                                int* transferred, unsigned timeoutMs) {
     virtualClock.microseconds += 100'000;  // or a wait that only asks and never sleeps would have no end
     libusb.timeoutMs = timeoutMs;
-    if (!libusb.transfer) return __real_libusb_bulk_transfer(device, endpoint, data, length, transferred, timeoutMs);
-    if ((endpoint & LIBUSB_ENDPOINT_IN) != 0) std::memcpy(data, "0123456789", 10);
+    if (!libusb.transfer)
+        return __real_libusb_bulk_transfer(device, endpoint, data, length, transferred, timeoutMs);
+    if ((endpoint & LIBUSB_ENDPOINT_IN) != 0)
+        std::memcpy(data, "0123456789", 10);
     *transferred = libusb.transfer->count;
     return libusb.transfer->result;
 }
@@ -126,7 +132,8 @@ class UsbPrinter {
             return std::tuple(use.openDevices, use.pendingTransfers, use.claimed, libusb.contexts);
         };
         const std::tuple nothing(0, 0, false, 0);
-        for (int i = 0; i < 1000 && held() != nothing; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        for (int i = 0; i < 1000 && held() != nothing; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         EXPECT_EQ(held(), nothing);
     }
 
@@ -138,7 +145,8 @@ class UsbPrinter {
 
 /// Opens the port "USB" with a short time-out, for transfers that shall hang.
 void openUsb() {
-    if (PRSinit("USB") == 0) dynamic_cast<HidUsb&>(*protocol).timeoutMs = 5;
+    if (PRSinit("USB") == 0)
+        dynamic_cast<HidUsb&>(*protocol).timeoutMs = 5;
 }
 
 /// Whether the printer can be used.
@@ -172,23 +180,28 @@ TEST_F(Usb, ADayIsTheSameOnEveryPort) {
         std::vector<nlohmann::json> first;
         for (const bool usb : {false, true}) {
             std::optional<std::int64_t> took;
-            for (const auto& [signals, flags, parallel] : {std::tuple(false, 0, false), {true, 0, false}, {true, SA_RESTART, true}}) {
-                SCOPED_TRACE(testing::Message() << "family " << static_cast<int>(family) << ", usb " << usb << ", flags " << flags);
+            for (const auto& [signals, flags, parallel] :
+                 {std::tuple(false, 0, false), {true, 0, false}, {true, SA_RESTART, true}}) {
+                SCOPED_TRACE(testing::Message()
+                             << "family " << static_cast<int>(family) << ", usb " << usb << ", flags " << flags);
                 std::optional<sim::RunningPrinter> line;
                 std::optional<UsbPrinter> device;
                 if (usb)
                     device.emplace(sim::UsbDevice{}, scenario(family));
                 else
                     line.emplace(scenario(family));
-                if (parallel && line) redirectedPaths["/dev/lp0"] = "/dev/" + line->name();
+                if (parallel && line)
+                    redirectedPaths["/dev/lp0"] = "/dev/" + line->name();
                 const std::string port = usb ? "USB" : parallel ? "lpt1" : line->name();
                 {
                     const Signals timer(signals, flags);
                     EXPECT_TRUE(spend(steps(family, port), [&] { EXPECT_EQ(PRSinit(port.c_str()), 0); }));
                 }
-                if (line) line->stop();
+                if (line)
+                    line->stop();
                 const auto events = usb ? device->takeEvents() : line->takeEvents();
-                if (first.empty()) first = events;
+                if (first.empty())
+                    first = events;
                 EXPECT_EQ(events, first);
                 const std::int64_t now = virtualClock.microseconds;
                 EXPECT_EQ(now, took.value_or(now));
@@ -345,14 +358,18 @@ TEST_F(Usb, WithoutADeviceNothingIsTransferred) {
     libusb.init = LIBUSB_ERROR_OTHER;
     unsigned char byte = 7;
     HidUsb printer;  // there is no context to look for a device in
-    EXPECT_EQ((std::vector{printer.OpenDevice(), printer.ReadPipe(&byte), printer.WritePipe(&byte), printer.CloseDevice()}),
-              (std::vector{-2, -32, -32, -1}));
+    EXPECT_EQ(
+        (std::vector{printer.OpenDevice(), printer.ReadPipe(&byte), printer.WritePipe(&byte), printer.CloseDevice()}),
+        (std::vector{-2, -32, -32, -1}));
     EXPECT_EQ(libusb.asked, "init ");
 }
 
 TEST_F(Usb, TheTimeOutIsThatOfTheMomentOfOpening) {
-    constexpr std::pair<int, unsigned> rows[] = {
-        {0, 0}, {10, 10'000}, {2'147'483, 2'147'483'000}, {2'147'484, 2'147'483'647}, {std::numeric_limits<int>::max(), 2'147'483'647}};
+    constexpr std::pair<int, unsigned> rows[] = {{0, 0},
+                                                 {10, 10'000},
+                                                 {2'147'483, 2'147'483'000},
+                                                 {2'147'484, 2'147'483'647},
+                                                 {std::numeric_limits<int>::max(), 2'147'483'647}};
     for (const auto& [seconds, timeoutMs] : rows) {
         UsbPrinter printer;
         g_timeout = seconds;

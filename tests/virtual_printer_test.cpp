@@ -15,31 +15,37 @@ namespace {
 
 using Random = std::mt19937;
 
-int pick(Random& random, int from, int to) { return std::uniform_int_distribution<int>(from, to)(random); }
+int pick(Random& random, int from, int to) {
+    return std::uniform_int_distribution<int>(from, to)(random);
+}
 
-int toDots(int millimetres) { return static_cast<int>(millimetres * 180 / 25.4); }
+int toDots(int millimetres) {
+    return static_cast<int>(millimetres * 180 / 25.4);
+}
 
 /// A picture that the printer's 1/120-inch steps can place exactly at xDots: either no blank gap is wide
 /// enough to be jumped over, or every block behind one begins on a dot that such a step reaches.
 Picture randomPicture(Random& random, int xDots) {
     Picture picture(pick(random, 1, 420), pick(random, 1, 150));
     const auto inkColumn = [&](int x, int percent) {
-        for (int y = 0; y < picture.height; ++y) {
-            if (pick(random, 1, 100) <= percent) picture.at(x, y) = static_cast<std::uint8_t>(pick(random, 0, 199));
-        }
+        for (int y = 0; y < picture.height; ++y)
+            if (pick(random, 1, 100) <= percent)
+                picture.at(x, y) = static_cast<std::uint8_t>(pick(random, 0, 199));
     };
     const int percent = pick(random, 0, 1) == 0 ? pick(random, 30, 100) : 8;
     for (int x = 0; x < picture.width;) {
         const int blockEnd = x + pick(random, 1, 80);
-        for (bool first = true; x < blockEnd && x < picture.width; ++x, first = false) inkColumn(x, first ? 100 : percent);
+        for (bool first = true; x < blockEnd && x < picture.width; ++x, first = false)
+            inkColumn(x, first ? 100 : percent);
         x += pick(random, 0, 150);
-        while ((xDots + x) % 3 == 1) ++x;
+        while ((xDots + x) % 3 == 1)
+            ++x;
     }
     if (pick(random, 0, 1) == 0) {  // bands of blank rows, with ink at most in their last, partial byte
         for (int y = pick(random, 0, 30); y < picture.height; y += pick(random, 1, 60)) {
-            for (int end = y + pick(random, 1, 40); y < end && y < picture.height; ++y) {
-                for (int x = 0; x < picture.width / 8 * 8; ++x) picture.at(x, y) = static_cast<std::uint8_t>(pick(random, 200, 255));
-            }
+            for (int end = y + pick(random, 1, 40); y < end && y < picture.height; ++y)
+                for (int x = 0; x < picture.width / 8 * 8; ++x)
+                    picture.at(x, y) = static_cast<std::uint8_t>(pick(random, 200, 255));
         }
     }
     return picture;
@@ -53,7 +59,8 @@ Picture expectedDots(Picture picture, sim::Family family) {
     int blank = 0;
     for (int y = 0; y < picture.height;) {
         bool ink = false;
-        for (int x = 0; x < picture.width / 8 * 8; ++x) ink = ink || inked(x, y);
+        for (int x = 0; x < picture.width / 8 * 8; ++x)
+            ink = ink || inked(x, y);
         if (!ink) {
             ++blank;
             ++y;
@@ -64,9 +71,11 @@ Picture expectedDots(Picture picture, sim::Family family) {
         for (int i = 0; i < picture.width * 24; ++i) {
             const int x = i / 24, row = y + i % 24, group = row - i % 8;
             int byte = 0;
-            for (int bit = 0; bit < 8; ++bit) byte |= inked(x, group + bit) ? 1 << bit : 0;
+            for (int bit = 0; bit < 8; ++bit)
+                byte |= inked(x, group + bit) ? 1 << bit : 0;
             const bool escape = family == sim::Family::kOli && byte == 0x1B && row == group;
-            if (inked(x, row) && !escape) dots.at(x, row) = 0;
+            if (inked(x, row) && !escape)
+                dots.at(x, row) = 0;
         }
         y += 24;
     }
@@ -80,7 +89,8 @@ int differences(const sim::Page& page, Picture dots, int xDots, int yDots) {
     for (int y = -around; y < dots.height + around; ++y) {
         for (int x = -around; x < dots.width + around; ++x) {
             const bool inside = y >= 0 && y < dots.height && x >= 0 && x < dots.width;
-            if (page.dot(xDots + x, yDots + y) != (inside && dots.at(x, y) == 0)) ++count;
+            if (page.dot(xDots + x, yDots + y) != (inside && dots.at(x, y) == 0))
+                ++count;
         }
     }
     return count;
@@ -101,7 +111,8 @@ Picture written(Picture picture, const std::string& name) {
         }
     } else {
         const int depth = std::atoi(name.c_str());
-        for (std::uint8_t& grey : picture.grey) grey = depth >= 8 ? grey : grey < 200 ? 0 : 255;
+        for (std::uint8_t& grey : picture.grey)
+            grey = depth >= 8 ? grey : grey < 200 ? 0 : 255;
         writeFile(name, picture.bmp(depth, picture.grey[0] % 2 == 0));
     }
     return picture;
@@ -110,9 +121,9 @@ Picture written(Picture picture, const std::string& name) {
 /// A clockwise quarter turn.
 Picture turnedOnce(Picture picture) {
     Picture turned(picture.height, picture.width);
-    for (int y = 0; y < picture.height; ++y) {
-        for (int x = 0; x < picture.width; ++x) turned.at(picture.height - 1 - y, x) = picture.at(x, y);
-    }
+    for (int y = 0; y < picture.height; ++y)
+        for (int x = 0; x < picture.width; ++x)
+            turned.at(picture.height - 1 - y, x) = picture.at(x, y);
     return turned;
 }
 
@@ -128,7 +139,8 @@ void expectPicturesAsTheyAre(sim::Family family, const std::vector<std::string>&
     for (unsigned seed = 0; seed < 200; ++seed) {
         Random random(seed);
         int x = pick(random, 0, 60);
-        while (toDots(x) % 3 == 1) ++x;
+        while (toDots(x) % 3 == 1)
+            ++x;
         const int y = pick(random, 0, 100);
         const Picture original = randomPicture(random, toDots(x));
         for (const std::string& kind : kinds) {
@@ -156,17 +168,20 @@ void expectPicturesAsTheyAre(sim::Family family, const std::vector<std::string>&
 TEST_F(Day, PicturesComeOutAsTheyAreOnOli) {
     expectPicturesAsTheyAre(sim::Family::kOli, {"1.bmp", "4.bmp", "8.bmp", "24.bmp", "32.bmp"}, 0);
 }
-TEST_F(Day, PicturesComeOutAsTheyAreOnOki) { expectPicturesAsTheyAre(sim::Family::kOki, {"8.bmp", "24.bmp", "a.jpg", "a.png"}, 3); }
+TEST_F(Day, PicturesComeOutAsTheyAreOnOki) {
+    expectPicturesAsTheyAre(sim::Family::kOki, {"8.bmp", "24.bmp", "a.jpg", "a.png"}, 3);
+}
 
 TEST_F(Day, AnswersInPiecesAreReadWhole) {
     sim::RunningPrinter printer({.stripes = {"", "6222020200112233445=4912"}, .split = 3});
     ASSERT_EQ(YARDO_PR2_OpenPort(printer.name().c_str()), 0);
     unsigned char identifier[14] = {};
     char buffer0[64] = "", buffer1[64] = "";
-    const std::vector<int> results = {YARDO_PR2_InitPrinter(1, 5),    YARDO_PR2_GetFWID(identifier),
-                                      YARDO_PR2_GetPaperStatus(),     YARDO_PR2_GetPrinterStatus(),
-                                      YARDO_PR2_MSW(0, "written", 7), YARDO_PR2_MSRALL(buffer0, sizeof buffer0, buffer1, sizeof buffer1),
-                                      YARDO_PR2_ClosePort()};
+    const std::vector<int> results = {
+        YARDO_PR2_InitPrinter(1, 5),    YARDO_PR2_GetFWID(identifier),
+        YARDO_PR2_GetPaperStatus(),     YARDO_PR2_GetPrinterStatus(),
+        YARDO_PR2_MSW(0, "written", 7), YARDO_PR2_MSRALL(buffer0, sizeof buffer0, buffer1, sizeof buffer1),
+        YARDO_PR2_ClosePort()};
     EXPECT_EQ(results, (std::vector{0, 0, 4, 1, 0, 0, 0}));
     EXPECT_STREQ(reinterpret_cast<const char*>(identifier), "PASSBOOKSIM10");
     EXPECT_STREQ(buffer0, "written");
@@ -187,7 +202,8 @@ class FailingLine : public DeviceFile {
         const Spared spared;
         std::string sent = data;
         const Fault met = meet(sent);
-        if (met == error || met == interrupted) return failing(met);
+        if (met == error || met == interrupted)
+            return failing(met);
         printer_.receive({octets(sent.data()), sent.size()});
         // What was lost on the line was taken by the system.
         return static_cast<ssize_t>(met == cutShort ? sent.size() : data.size());
@@ -195,14 +211,19 @@ class FailingLine : public DeviceFile {
     int poll(int timeoutMs) override {
         const Spared spared;
         bring();
-        if (coming_.empty() && pending_ == none) virtualClock.microseconds += std::int64_t{timeoutMs} * 1000;
-        return pending_ == interrupted ? failing(std::exchange(pending_, none)) : coming_.empty() && pending_ == none ? 0 : 1;
+        if (coming_.empty() && pending_ == none)
+            virtualClock.microseconds += std::int64_t{timeoutMs} * 1000;
+        return pending_ == interrupted               ? failing(std::exchange(pending_, none))
+               : coming_.empty() && pending_ == none ? 0
+                                                     : 1;
     }
     ssize_t read(char* buffer, std::size_t size) override {
         const Spared spared;
         bring();
-        if (pending_ != none) return failing(std::exchange(pending_, none));
-        if (coming_.empty()) virtualClock.microseconds += 1'000'000;
+        if (pending_ != none)
+            return failing(std::exchange(pending_, none));
+        if (coming_.empty())
+            virtualClock.microseconds += 1'000'000;
         const std::size_t count = coming_.copy(buffer, std::min(size, short_ > 0 ? short_ : size));
         coming_.erase(0, count);
         short_ = 0;
@@ -217,14 +238,19 @@ class FailingLine : public DeviceFile {
     /// One transfer: what becomes of its bytes.
     Fault meet(std::string& data) {
         const Fault met = ++transfers == at_ ? fault_ : none;
-        if (met == truncated || met == cutShort) data.resize((data.size() + (met == cutShort ? 1 : 0)) / 2);
-        if (met == doubled) data += std::string(data);
-        if (met == silence) data.clear();
-        for (char& byte : data) byte = static_cast<char>(byte ^ (met == garbage ? 0x55 : 0));
+        if (met == truncated || met == cutShort)
+            data.resize((data.size() + (met == cutShort ? 1 : 0)) / 2);
+        if (met == doubled)
+            data += std::string(data);
+        if (met == silence)
+            data.clear();
+        for (char& byte : data)
+            byte = static_cast<char>(byte ^ (met == garbage ? 0x55 : 0));
         return met;
     }
     void bring() {
-        if (!coming_.empty() || pending_ != none) return;
+        if (!coming_.empty() || pending_ != none)
+            return;
         printer_.advance(std::chrono::milliseconds((virtualClock.microseconds - VirtualClock{}.microseconds) / 1000));
         const auto answer = printer_.takeAnswer();
         std::string piece(answer.begin(), answer.end());
@@ -272,10 +298,9 @@ TEST_P(AnyFault, OfAnyTransferIsToldAndTheNextJobWorks) {
 
 INSTANTIATE_TEST_SUITE_P(Lines, AnyFault, testing::ValuesIn([] {
                              std::vector<std::pair<sim::Family, FailingLine::Fault>> each;
-                             for (int fault = FailingLine::error; fault < FailingLine::faults; ++fault) {
+                             for (int fault = FailingLine::error; fault < FailingLine::faults; ++fault)
                                  for (const auto family : {sim::Family::kOli, sim::Family::kOki})
                                      each.emplace_back(family, static_cast<FailingLine::Fault>(fault));
-                             }
                              return each;
                          }()));
 

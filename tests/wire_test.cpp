@@ -21,8 +21,10 @@ using Bytes = std::vector<std::uint8_t>;
 // A command on one line: name, numbers, bytes (as they are), and what is wrong with it.
 std::string say(const Command& command) {
     std::string said(command.name);
-    for (const int number : command.numbers) said += ' ' + std::to_string(number);
-    if (!command.bytes.empty()) said += " <" + std::string(command.bytes.begin(), command.bytes.end()) + '>';
+    for (const int number : command.numbers)
+        said += ' ' + std::to_string(number);
+    if (!command.bytes.empty())
+        said += " <" + std::string(command.bytes.begin(), command.bytes.end()) + '>';
     return command.note.empty() ? said : said + " (" + std::string(command.note) + ')';
 }
 
@@ -66,7 +68,9 @@ TEST(Decoder, WhatIsWrongIsReportedAndNothingElseLost) {
         {kOli, "\033t12\x1D\033"sv, {"malformed-stripe <12\x1D\033> (no end)"}},
         // Half characters: only the byte that is wrong for certain is given up.
         {kOli, "A\xB4\rB"sv, {"text <A>", "unknown <\xB4> (half a character)", "carriage-return", "text <B>"}},
-        {kOli, "A\x80\x7F"sv, {"text <A>", "unknown <\x80> (no text and no command)", "unknown <\x7F> (no text and no command)"}},
+        {kOli,
+         "A\x80\x7F"sv,
+         {"text <A>", "unknown <\x80> (no text and no command)", "unknown <\x7F> (no text and no command)"}},
         {kOli,
          "\033zA\x1C\x1Cj"sv,
          {"unknown <\033z> (no such command)", "text <A>", "unknown <\x1C> (cut short)", "chinese-normal-width"}},
@@ -105,14 +109,16 @@ TEST(Decoder, WhatIsTooLongIsCut) {
 
 TEST(Decoder, RandomBytesAreAllAccountedForHoweverTheyArrive) {
     // Mostly what commands are made of, so that many of them nearly come about.
-    constexpr std::string_view kLikely = "\033\033\033\x1C\x1D\007|A/1&aw*+LlO0134YE@t\\]2 Bbj}P%5S-=Z\r\n\f\x81\x30\xB4\xE6"sv;
+    constexpr std::string_view kLikely =
+        "\033\033\033\x1C\x1D\007|A/1&aw*+LlO0134YE@t\\]2 Bbj}P%5S-=Z\r\n\f\x81\x30\xB4\xE6"sv;
     std::mt19937 random(20261116);
     for (int round = 0; round < 400; ++round) {
         Bytes bytes(random() % 300);
         for (std::uint8_t& byte : bytes)
             byte = static_cast<std::uint8_t>(random() % 4 == 0 ? random() : kLikely[random() % kLikely.size()]);
         std::vector<std::size_t> cuts;
-        for (std::size_t cut = 0; cut < bytes.size(); cut += 1 + random() % 5) cuts.push_back(cut);
+        for (std::size_t cut = 0; cut < bytes.size(); cut += 1 + random() % 5)
+            cuts.push_back(cut);
         const Family family = round % 2 == 0 ? Family::kOli : Family::kOki;
         const Heard whole = decode(family, bytes);
         ASSERT_EQ(whole.commands, decode(family, bytes, cuts).commands) << testing::PrintToString(bytes);

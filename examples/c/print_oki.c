@@ -57,8 +57,8 @@ int main(int argc, char** argv) {
     directory = argv[2];
     check("heading", PT_PrintTxtStream(port, tenths, timeoutSeconds, 120, 100, heading, -1));
     if (!failed)
-        check("building", PT_PrintImageFile(port, tenths, timeoutSeconds, 120, 100, unused,
-                                            path(directory, "building.jpg")));
+        check("building",
+              PT_PrintImageFile(port, tenths, timeoutSeconds, 120, 100, unused, path(directory, "building.jpg")));
     if (!failed)
         check("logo", PT_PrintImageFileRevolve(port, tenths, timeoutSeconds, 1200, 100, unused,
                                                path(directory, "logo.png"), 1));
