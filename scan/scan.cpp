@@ -66,12 +66,14 @@ void FormatScanParam(scans* record, const char* frontName, const char* backName,
 
 std::uint8_t scanModeByte(const scans& record) {
     const unsigned direction = record.direction & 1U;  // fills two bits
-    return static_cast<std::uint8_t>(0x40U | ((record.resolution << 3U) & 0x18U) | ((record.optionFlag << 2U) & 0x04U) |
-                                     direction << 1U | direction);
+    const unsigned resolution = record.resolution, option = record.optionFlag;
+    return static_cast<std::uint8_t>(0x40U | (resolution << 3U & 0x18U) | (option << 2U & 0x04U) | direction << 1U |
+                                     direction);
 }
 
 std::uint8_t scanColorByte(const scans& record) {
-    return static_cast<std::uint8_t>(0x88U | (record.colorMode & 0x07U) | ((record.colorMode << 4U) & 0x70U));
+    const unsigned mode = record.colorMode;
+    return static_cast<std::uint8_t>(0x88U | (mode & 0x07U) | (mode << 4U & 0x70U));
 }
 
 std::array<unsigned char, 6> scanSideBlock(const scans& record) {

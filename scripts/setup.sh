@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Looks for what building, testing and the demo need, as the build will look for it. What is missing is installed by apt,
 # as root or with sudo, from Debian 12's packages; without apt it is named. Quick when all is there.
-#     scripts/setup.sh [bench]      with bench: what the benchmarks need too
+#     scripts/setup.sh [bench|lint]      what the benchmarks, or the static checks, need too
 set -euo pipefail
 needs=(  # what to look for, and the package that has it
   'command c++ : g++' 'command cc : gcc' 'command nm : binutils'
@@ -16,7 +16,10 @@ needs=(  # what to look for, and the package that has it
   # the tests
   'header gtest/gtest.h : libgtest-dev'
 )
-[ "${1:-}" != bench ] || needs+=('header benchmark/benchmark.h : libbenchmark-dev')
+case ${1:-} in
+  bench) needs+=('header benchmark/benchmark.h : libbenchmark-dev') ;;
+  lint) needs+=('header benchmark/benchmark.h : libbenchmark-dev' 'command clang-tidy-14 : clang-tidy-14') ;;
+esac
 wanted=(  # building and testing go on without: the formatting is not checked then, pages show another font
   'command clang-format-14 : clang-format-14' 'font WenQuanYi Micro Hei Mono : fonts-wqy-microhei'
 )

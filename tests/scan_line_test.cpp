@@ -70,7 +70,7 @@ TEST_F(ScanOnTheLine, FilesShowTheDocument) {
     for (const auto family : {sim::Family::kOki, sim::Family::kOli}) {
         for (const int imageType : {0, 1, 2, 3}) {
             for (const int sides : {0, 1, 2}) {
-                for (const std::size_t block : {2, 3, 7, 9, 100, 2040, 2048, 4094, 4095}) {
+                for (const std::size_t block : {2U, 3U, 7U, 9U, 100U, 2040U, 2048U, 4094U, 4095U}) {
                     const bool bottomUp = (block & 1) != 0;
                     const auto scenario = scenarioOf(family, block < 50 ? 13 : 211, block < 50 ? 16 : 104, block);
                     std::filesystem::remove(front);

@@ -144,7 +144,7 @@ TEST(SerialLine, HasANameOfAtMost127Characters) {
     const std::string name = std::string(127 - pty.name.size(), '/') + pty.name;
     EXPECT_EQ(PRSinit(name.c_str()), 0);
     EXPECT_EQ(PRSexit(), 0);
-    for (const std::size_t more : {1, 5000})
+    for (const std::size_t more : {1U, 5000U})
         EXPECT_EQ(PRSinit((std::string(more, '/') + name).c_str()), -1);
 }
 

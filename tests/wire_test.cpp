@@ -115,7 +115,8 @@ TEST(Decoder, RandomBytesAreAllAccountedForHoweverTheyArrive) {
     for (int round = 0; round < 400; ++round) {
         Bytes bytes(random() % 300);
         for (std::uint8_t& byte : bytes)
-            byte = static_cast<std::uint8_t>(random() % 4 == 0 ? random() : kLikely[random() % kLikely.size()]);
+            byte = random() % 4 == 0 ? static_cast<std::uint8_t>(random())
+                                     : static_cast<std::uint8_t>(kLikely[random() % kLikely.size()]);
         std::vector<std::size_t> cuts;
         for (std::size_t cut = 0; cut < bytes.size(); cut += 1 + random() % 5)
             cuts.push_back(cut);
