@@ -112,7 +112,7 @@ decltype(g_convert) __real_g_convert;
     return __real_g_convert(text, length, to, from, read, written, error);
 }
 
-#ifndef __SANITIZE_ADDRESS__
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 namespace {
 bool findsNoMemory() {
     return !AnyAllocation::spared && --AnyAllocation::untilFailure == 0;
