@@ -43,10 +43,10 @@ void underline(cairo_t* cairo, const Glyph& glyph, double height) {
 
 }  // namespace
 
-GlyphPainter::GlyphPainter()
-    : fonts_(pango_cairo_font_map_new()),
-      context_(pango_font_map_create_context(fonts_.get())),
-      layout_(pango_layout_new(context_.get())) {
+void GlyphPainter::findFonts() {
+    fonts_.reset(pango_cairo_font_map_new());
+    context_.reset(pango_font_map_create_context(fonts_.get()));
+    layout_.reset(pango_layout_new(context_.get()));
     cairo_font_options_t* options = cairo_font_options_create();
     cairo_font_options_set_antialias(options, CAIRO_ANTIALIAS_GRAY);
     cairo_font_options_set_hint_style(options, CAIRO_HINT_STYLE_NONE);
@@ -61,7 +61,17 @@ GlyphPainter::GlyphPainter()
     pango_font_description_free(font);
 }
 
-void GlyphPainter::draw(cairo_t* cairo, const Glyph& glyph) {
+void GlyphPainter::draw(cairo_t* cairo, std::span<const Glyph> glyphs) {
+    const std::lock_guard lock(mutex_);
+    if (!layout_) {
+        findFonts();  // only now: it takes a while
+    }
+    for (const Glyph& glyph : glyphs) {
+        drawOne(cairo, glyph);
+    }
+}
+
+void GlyphPainter::drawOne(cairo_t* cairo, const Glyph& glyph) {
     const double height = glyph.heightFactor * kLineDots;
     cairo_save(cairo);
     underline(cairo, glyph, height);

@@ -40,6 +40,9 @@ cairo_status_t append(void* file, const unsigned char* bytes, unsigned int lengt
 
 constexpr std::size_t kPixelBytes = 4;
 
+// More characters than a full page has; of a host that never ejects, no more wait to be drawn.
+constexpr std::size_t kMaxUndrawn = 16384;
+
 int strideOf(int width) {
     return cairo_format_stride_for_width(CAIRO_FORMAT_RGB24, width);
 }
@@ -70,16 +73,16 @@ double dotsToMm(double dots) {
     return dots * kMmPerInch / kDotsPerInch;
 }
 
-// A mask of what text has darkened, made with the first character.
+// A mask of what text has darkened.
 class Page::TextLayer {
  public:
     TextLayer(int width, int height) : surface_(cairo_image_surface_create(CAIRO_FORMAT_A8, width, height)) {}
 
     [[nodiscard]] cairo_surface_t* surface() const { return surface_.get(); }
 
-    void draw(const Glyph& glyph, GlyphPainter& painter) {
+    void draw(std::span<const Glyph> glyphs, GlyphPainter& painter) {
         const Cairo cairo(cairo_create(surface_.get()));
-        painter.draw(cairo.get(), glyph);
+        painter.draw(cairo.get(), glyphs);
     }
 
     void growTo(int width, int height) {
@@ -100,19 +103,19 @@ class Page::TextLayer {
     Surface surface_;
 };
 
-Page::Page(int paperWidthDots, int paperHeightDots)
+Page::Page(int paperWidthDots, int paperHeightDots, std::shared_ptr<GlyphPainter> painter)
     : paperWidth_(std::clamp(paperWidthDots, 1, kMaxPageWidthDots)),
       paperHeight_(std::clamp(paperHeightDots, 1, kMaxPageHeightDots)),
       width_(paperWidth_),
       height_(paperHeight_),
-      dots_(static_cast<std::size_t>(width_) * static_cast<std::size_t>(height_)) {}
+      painter_(std::move(painter)) {}
 
 Page::~Page() = default;
 Page::Page(Page&&) noexcept = default;
 Page& Page::operator=(Page&&) noexcept = default;
 
 bool Page::dot(int x, int y) const {
-    if (x < 0 || y < 0 || x >= width_ || y >= height_) {
+    if (x < 0 || y < 0 || x >= width_ || y >= height_ || dots_.empty()) {
         return false;
     }
     return dots_[static_cast<std::size_t>(y) * static_cast<std::size_t>(width_) +
@@ -120,6 +123,7 @@ bool Page::dot(int x, int y) const {
 }
 
 int Page::textInk(int x, int y) const {
+    drawText();
     if (!text_ || x < 0 || y < 0 || x >= width_ || y >= height_) {
         return 0;
     }
@@ -141,6 +145,7 @@ std::size_t Page::drawColumns(int x, int y, std::span<const std::uint8_t> column
                 continue;
             }
             growTo(column + 1, row + 1);
+            dots_.resize(static_cast<std::size_t>(width_) * static_cast<std::size_t>(height_));
             dots_[static_cast<std::size_t>(row) * static_cast<std::size_t>(width_) +
                   static_cast<std::size_t>(column)] = 1;
             inked_ = true;
@@ -149,7 +154,7 @@ std::size_t Page::drawColumns(int x, int y, std::span<const std::uint8_t> column
     return lost;
 }
 
-bool Page::drawGlyph(const Glyph& glyph, GlyphPainter& painter) {
+bool Page::drawGlyph(Glyph glyph) {
     const int below = glyph.underline == Underline::kNone ? 0 : GlyphPainter::kUnderlineRows;
     const int bottom = glyph.yDots + glyph.heightFactor * kLineDots + below;
     const double right = std::ceil(glyph.xDots + glyph.widthDots);
@@ -161,12 +166,22 @@ bool Page::drawGlyph(const Glyph& glyph, GlyphPainter& painter) {
         return true;
     }
     growTo(static_cast<int>(right), bottom);
+    undrawn_.push_back(std::move(glyph));
+    if (undrawn_.size() == kMaxUndrawn) {
+        drawText();
+    }
+    inked_ = true;
+    return true;
+}
+
+void Page::drawText() const {
+    if (undrawn_.empty()) {
+        return;
+    }
     if (!text_) {
         text_ = std::make_unique<TextLayer>(width_, height_);
     }
-    text_->draw(glyph, painter);
-    inked_ = true;
-    return true;
+    text_->draw(std::exchange(undrawn_, {}), *painter_);
 }
 
 void Page::growTo(int width, int height) {
@@ -175,12 +190,14 @@ void Page::growTo(int width, int height) {
     if (newWidth == width_ && newHeight == height_) {
         return;
     }
-    std::vector<std::uint8_t> larger(static_cast<std::size_t>(newWidth) *
-                                     static_cast<std::size_t>(newHeight));
-    for (std::ptrdiff_t row = 0; row < height_; ++row) {
-        std::copy_n(dots_.begin() + row * width_, width_, larger.begin() + row * newWidth);
+    if (!dots_.empty()) {
+        std::vector<std::uint8_t> larger(static_cast<std::size_t>(newWidth) *
+                                         static_cast<std::size_t>(newHeight));
+        for (std::ptrdiff_t row = 0; row < height_; ++row) {
+            std::copy_n(dots_.begin() + row * width_, width_, larger.begin() + row * newWidth);
+        }
+        dots_ = std::move(larger);
     }
-    dots_ = std::move(larger);
     if (text_) {
         text_->growTo(newWidth, newHeight);
     }
@@ -189,6 +206,7 @@ void Page::growTo(int width, int height) {
 }
 
 std::vector<std::uint8_t> Page::render() const {
+    drawText();
     std::vector<std::uint8_t> pixels(static_cast<std::size_t>(strideOf(width_)) *
                                      static_cast<std::size_t>(height_));
     const Surface picture = surfaceOf(pixels, width_, height_);

@@ -41,10 +41,11 @@ class GlyphPainter;
 enum class DotOrder { kUpperLowest, kUpperHighest };
 
 // What has been printed on one document: a picture of one pixel per dot. Bitmaps and text are kept apart, so
-// that a bitmap's dots can be compared exactly however the text is drawn.
+// that a bitmap's dots can be compared exactly however the text is drawn. Text is drawn when somebody looks at
+// it: most documents are ejected and never looked at.
 class Page {
  public:
-    Page(int paperWidthDots, int paperHeightDots);
+    Page(int paperWidthDots, int paperHeightDots, std::shared_ptr<GlyphPainter> painter);
     ~Page();
     Page(Page&&) noexcept;
     Page& operator=(Page&&) noexcept;
@@ -66,8 +67,8 @@ class Page {
     [[nodiscard]] std::size_t drawColumns(int x, int y, std::span<const std::uint8_t> columns,
                                           DotOrder order);
 
-    // Draws one character. False, and nothing drawn, if its cell reaches beyond the farthest place.
-    [[nodiscard]] bool drawGlyph(const Glyph& glyph, GlyphPainter& painter);
+    // Puts down one character. False, and no ink, if its cell reaches beyond the farthest place.
+    [[nodiscard]] bool drawGlyph(Glyph glyph);
 
     [[nodiscard]] int paperWidth() const { return paperWidth_; }
     [[nodiscard]] int paperHeight() const { return paperHeight_; }
@@ -83,14 +84,17 @@ class Page {
     class TextLayer;
 
     void growTo(int width, int height);
+    void drawText() const;
 
     int paperWidth_;
     int paperHeight_;
     int width_;
     int height_;
     bool inked_ = false;
-    std::vector<std::uint8_t> dots_;  // one byte each, row by row
-    std::unique_ptr<TextLayer> text_;
+    std::vector<std::uint8_t> dots_;  // one byte each, row by row; made with the first dot
+    std::shared_ptr<GlyphPainter> painter_;
+    mutable std::vector<Glyph> undrawn_;
+    mutable std::unique_ptr<TextLayer> text_;  // made with the first character drawn
 };
 
 }  // namespace passbook::sim

@@ -58,7 +58,8 @@ Printer::Printer(Scenario scenario, EventSink events, PageSink ejected)
       ejected_(std::move(ejected)),
       decoder_(wire::makeDecoder(scenario_.family)),
       paper_(scenario_.family == Family::kOki ? Paper::Slot::kDrawsIn : Paper::Slot::kFedByHost,
-             scenario_.paper, scenario_.habits, [this](std::string_view what) { paperChanged(what); }) {
+             scenario_.paper, scenario_.habits, [this](std::string_view what) { paperChanged(what); }),
+      painter_(std::make_shared<GlyphPainter>()) {
     for (std::string& data : scenario_.stripes) {
         data.resize(std::min(data.size(), kMaxStripeData));
     }
@@ -205,9 +206,6 @@ void Printer::printText(const Command& command) {
     std::string lost;
     nlohmann::json event{{"event", "text"}, {"bytes", toHex(command.bytes)}};
     addPosition(event);
-    if (page_ && !painter_) {
-        painter_ = std::make_shared<GlyphPainter>();
-    }
     for (const Character& character : characters) {
         Glyph glyph;
         glyph.utf8 = character.utf8;
@@ -218,7 +216,7 @@ void Printer::printText(const Command& command) {
         glyph.heightFactor = format_.heightFactor;
         glyph.bold = format_.bold;
         glyph.underline = format_.underline;
-        if (page_ && !page_->drawGlyph(glyph, *painter_)) {
+        if (page_ && !page_->drawGlyph(glyph)) {
             lost += character.utf8;
         }
         text += character.utf8;

@@ -169,7 +169,7 @@ class Printer {
     PageSink ejected_;
     std::unique_ptr<wire::Decoder> decoder_;
     Paper paper_;
-    std::shared_ptr<GlyphPainter> painter_;  // made with the first character: finding the fonts takes a while
+    std::shared_ptr<GlyphPainter> painter_;
     std::optional<Page> page_;
     Format format_;
     double headDots_ = 0;  // of the print head from the left margin

@@ -165,7 +165,7 @@ void Printer::eject(const Command& command) {
 }
 
 void Printer::layPage() {
-    page_.emplace(scenario_.pageWidthDots, scenario_.pageHeightDots);
+    page_.emplace(scenario_.pageWidthDots, scenario_.pageHeightDots, painter_);
     headDots_ = 0;
     line_ = 0;
 }
