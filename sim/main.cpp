@@ -193,6 +193,7 @@ int run(Options options) {
     Printer printer(
         options.scenario, [&log](const nlohmann::json& event) { log.add(event); }, keep);
     const auto keepPage = [&] {
+        printer.printWaitingText();
         if (const Page* page = printer.page()) {
             keep(*page);
         }

@@ -73,6 +73,10 @@ void Printer::receive(std::span<const std::uint8_t> bytes) {
     decoder_->feed(bytes, [this](const Command& command) { obey(command); });
 }
 
+void Printer::printWaitingText() {
+    decoder_->handOnText([this](const Command& command) { obey(command); });
+}
+
 void Printer::finish() {
     decoder_->finish([this](const Command& command) { obey(command); });
 }

@@ -92,6 +92,9 @@ class Printer {
     // Bytes from the host, in whatever pieces.
     void receive(std::span<const std::uint8_t> bytes);
 
+    // Prints what has come of a text that has not ended; what comes next goes on behind it.
+    void printWaitingText();
+
     // Takes what the host left unfinished as it stands: a text without an end is printed, half a command
     // reported.
     void finish();

@@ -83,6 +83,23 @@ TEST(Text, FillsItsCells) {
     }
 }
 
+TEST(Text, IsOnPaperBeforeItsEndIfSomebodyLooks) {
+    const std::string text =
+        "\033/10400AB\xB9\xFA"
+        "C\r";
+    Bench whole;
+    whole.send(text);
+    for (std::size_t cut = 8; cut < text.size(); ++cut) {
+        Bench bench;
+        bench.send(text.substr(0, cut));
+        bench.printer.printWaitingText();
+        EXPECT_FALSE(bench.printer.page()->blank());
+        bench.send(text.substr(cut));
+        EXPECT_EQ(bench.printer.page()->png(), whole.printer.page()->png()) << cut;
+        EXPECT_EQ(bench.events.back(), whole.events.back());
+    }
+}
+
 // What a picture's reader gets: the dots where they are, paper and what lies beside it, the resolution.
 TEST(Picture, ShowsThePage) {
     Bench bench({.pageWidthDots = 20, .pageHeightDots = 30});

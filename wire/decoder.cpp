@@ -60,10 +60,7 @@ void Decoder::feedGround(std::uint8_t byte, const CommandSink& sink) {
     switch (text_.add(byte)) {
         case TextRun::Result::kTaken:
             if (text_.wholeSize() >= kMaxText) {
-                // Only the whole characters go; one that has just begun stays for the next piece.
-                std::vector<std::uint8_t> whole = text_.takeWhole();
-                const std::size_t length = whole.size();
-                sink({CommandId::kText, "text", {}, std::move(whole), {}, length});
+                handOnText(sink);
             }
             return;
         case TextRun::Result::kNotText:
@@ -121,12 +118,17 @@ void Decoder::begin(const Row& row, const CommandSink& sink) {
     sink({row.id, row.name, numbersOf(row, sequence_), {}, {}, sequence_.size()});
 }
 
-void Decoder::flushText(const CommandSink& sink) {
+void Decoder::handOnText(const CommandSink& sink) {
+    // Only the whole characters go; one that has just begun stays for the next piece.
     std::vector<std::uint8_t> whole = text_.takeWhole();
     if (!whole.empty()) {
         const std::size_t length = whole.size();
         sink({CommandId::kText, "text", {}, std::move(whole), {}, length});
     }
+}
+
+void Decoder::flushText(const CommandSink& sink) {
+    handOnText(sink);
     const std::vector<std::uint8_t> partial = text_.takePartial();
     if (!partial.empty()) {
         emitUnknown(partial, "half a character", sink);

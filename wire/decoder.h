@@ -33,6 +33,10 @@ class Decoder {
     // `sink` gets each command as soon as its last byte is in; a text when the byte that ends it is.
     void feed(std::span<const std::uint8_t> bytes, const CommandSink& sink);
 
+    // Hands on the whole characters of a text that has not ended. What comes next continues the text as if
+    // nothing had been asked.
+    void handOnText(const CommandSink& sink);
+
     // Hands on what is waiting for more bytes: a text as it stands, anything else as cut short.
     void finish(const CommandSink& sink);
 
