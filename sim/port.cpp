@@ -5,6 +5,7 @@
 #include <sched.h>
 #include <stdlib.h>
 #include <sys/epoll.h>
+#include <sys/inotify.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -34,71 +35,65 @@ constexpr int kHostPatienceMs = 2;
 // woken does: a scan has thousands of them.
 constexpr int kLooksBeforeSleep = 20;
 
-// Read or handed over in one round at most, so that a host that never pauses
-// doesn't keep the caller from its other work.
-constexpr int kReadsPerRound = 16;
+// Read or handed over in one round at most, so that a host that never pauses doesn't keep the caller from its
+// other work. More bytes than a line holds: it brings them in pieces of any size.
+constexpr std::size_t kReadSize = 4096;
+constexpr std::size_t kMostAtOnce = 16 * kReadSize;
 constexpr int kPiecesPerRound = 64;
 
 bool tryAgain() {
     return errno == EAGAIN || errno == EINTR;
 }
 
+Descriptor openHostSide(const std::string& path) {
+    return Descriptor(open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+}
+
 }  // namespace
 
-Descriptor::~Descriptor() {
-    if (valid()) {
-        close(value_);
-    }
-}
-
-Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
-    std::swap(value_, other.value_);
-    return *this;
-}
-
 std::unique_ptr<PtyPort> PtyPort::open(Printer& printer, std::string& error) {
-    const auto failed = [&error](const char* what) {
-        error = std::string(what) + ": " + std::strerror(errno);
+    const auto failed = [&error](const std::string& what) {
+        error = what + ": " + std::strerror(errno);
         return nullptr;
     };
-    Descriptor line(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    Line line;
+    line.printerSide = Descriptor(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    const int printerSide = line.printerSide.get();
     std::array<char, 64> path{};
-    if (!line.valid() || grantpt(line.get()) != 0 || unlockpt(line.get()) != 0 ||
-        ptsname_r(line.get(), path.data(), path.size()) != 0) {
+    if (!line.printerSide.valid() || grantpt(printerSide) != 0 || unlockpt(printerSide) != 0 ||
+        ptsname_r(printerSide, path.data(), path.size()) != 0) {
         return failed("no pseudo-terminal");
     }
-    Descriptor hostSide(::open(path.data(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    line.path = path.data();
+    line.hostSide = openHostSide(line.path);
     termios settings{};
-    if (!hostSide.valid() || tcgetattr(hostSide.get(), &settings) != 0) {
-        return failed(path.data());
+    if (!line.hostSide.valid() || tcgetattr(line.hostSide.get(), &settings) != 0) {
+        return failed(line.path);
     }
     // As a terminal it would echo our answers to the host back to us, and change line ends both ways.
     cfmakeraw(&settings);
-    if (tcsetattr(hostSide.get(), TCSANOW, &settings) != 0) {
-        return failed(path.data());
+    if (tcsetattr(line.hostSide.get(), TCSANOW, &settings) != 0) {
+        return failed(line.path);
     }
     // A host that reads makes room on the line; edge-triggered, that is told every time.
-    Descriptor hostReads(epoll_create1(EPOLL_CLOEXEC));
+    line.hostReads = Descriptor(epoll_create1(EPOLL_CLOEXEC));
     epoll_event room{};
     room.events = EPOLLOUT | EPOLLET;
-    if (!hostReads.valid() || epoll_ctl(hostReads.get(), EPOLL_CTL_ADD, line.get(), &room) != 0) {
+    if (!line.hostReads.valid() || epoll_ctl(line.hostReads.get(), EPOLL_CTL_ADD, printerSide, &room) != 0) {
         return failed("no pseudo-terminal");
     }
-    std::string name(path.data());
-    if (name.starts_with(kDeviceDirectory)) {
-        name.erase(0, kDeviceDirectory.size());
+    line.hostEvents = Descriptor(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    if (!line.hostEvents.valid() ||
+        inotify_add_watch(line.hostEvents.get(), line.path.c_str(), IN_OPEN | IN_CLOSE) < 0) {
+        return failed(line.path + " can't be watched");
     }
-    return std::unique_ptr<PtyPort>(
-        new PtyPort(printer, std::move(line), std::move(hostSide), std::move(hostReads), std::move(name)));
+    return std::unique_ptr<PtyPort>(new PtyPort(printer, std::move(line)));
 }
 
-PtyPort::PtyPort(Printer& printer, Descriptor line, Descriptor hostSide, Descriptor hostReads,
-                 std::string name)
+PtyPort::PtyPort(Printer& printer, Line line)
     : printer_(printer),
       line_(std::move(line)),
-      hostSide_(std::move(hostSide)),
-      hostReads_(std::move(hostReads)),
-      name_(std::move(name)),
+      name_(line_.path.substr(line_.path.starts_with(kDeviceDirectory) ? kDeviceDirectory.size() : 0)),
       start_(std::chrono::steady_clock::now()) {}
 
 bool PtyPort::serve(int timeoutMs, int wakeDescriptor) {
@@ -118,13 +113,13 @@ bool PtyPort::serve(int timeoutMs, int wakeDescriptor) {
         wait = std::min(wait, milliseconds(kHostCheckMs));
     }
     const short room = outgoing_.empty() ? short{0} : short{POLLOUT};
-    std::array<pollfd, 3> watched{pollfd{line_.get(), static_cast<short>(POLLIN | room), 0},
+    std::array<pollfd, 4> watched{pollfd{line_.printerSide.get(), static_cast<short>(POLLIN | room), 0},
+                                  pollfd{line_.hostEvents.get(), POLLIN, 0},
                                   pollfd{wakeDescriptor, POLLIN, 0},
-                                  pollfd{held ? hostReads_.get() : -1, POLLIN, 0}};
+                                  pollfd{held ? line_.hostReads.get() : -1, POLLIN, 0}};
     if (poll(watched.data(), watched.size(), static_cast<int>(wait.count())) < 0 && errno != EINTR) {
         return false;
     }
-    printer_.advance(now());
     return takeIn() && handOver(patienceMs);
 }
 
@@ -135,9 +130,9 @@ std::chrono::milliseconds PtyPort::now() const {
 bool PtyPort::hostHasReadAll() const {
     // poll() on the queue's side makes the system bring there first what was written a moment ago. But a host
     // can have said that less than so many bytes are nothing to it, so that they have to be counted, too.
-    pollfd queue{hostSide_.get(), POLLIN, 0};
+    pollfd queue{line_.hostSide.get(), POLLIN, 0};
     int unread = 0;
-    return poll(&queue, 1, 0) == 0 && ioctl(hostSide_.get(), FIONREAD, &unread) == 0 && unread == 0;
+    return poll(&queue, 1, 0) == 0 && ioctl(line_.hostSide.get(), FIONREAD, &unread) == 0 && unread == 0;
 }
 
 bool PtyPort::awaitHost(int patienceMs) {
@@ -147,7 +142,7 @@ bool PtyPort::awaitHost(int patienceMs) {
             sched_yield();
         } else if (std::chrono::steady_clock::now() < limit) {
             epoll_event event{};  // tells no more than that it is worth another look
-            (void)epoll_wait(hostReads_.get(), &event, 1, patienceMs);
+            (void)epoll_wait(line_.hostReads.get(), &event, 1, patienceMs);
         } else {
             return false;
         }
@@ -170,7 +165,7 @@ bool PtyPort::handOver(int patienceMs) {
             outgoing_ = printer_.takeAnswer();
             lastStoodAlone_ = standsAlone;
         }
-        const ssize_t written = write(line_.get(), outgoing_.data(), outgoing_.size());
+        const ssize_t written = write(line_.printerSide.get(), outgoing_.data(), outgoing_.size());
         if (written < 0) {
             return tryAgain();
         }
@@ -183,18 +178,108 @@ bool PtyPort::handOver(int patienceMs) {
 }
 
 bool PtyPort::takeIn() {
-    std::array<std::uint8_t, 4096> buffer;
-    for (int i = 0; i < kReadsPerRound; ++i) {
-        const ssize_t got = read(line_.get(), buffer.data(), buffer.size());
-        if (got < 0) {
-            return tryAgain();
+    printer_.advance(now());
+    std::vector<std::uint8_t> bytes;
+    for (std::size_t taken = 0; taken < kMostAtOnce; taken += bytes.size()) {
+        bytes.resize(kReadSize);
+        const ssize_t got = read(line_.printerSide.get(), bytes.data(), bytes.size());
+        if (got < 0 && !tryAgain()) {
+            return false;
         }
-        if (got == 0) {
+        bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+        // A host has opened the line before it sends: whatever there is for a former one must go before these
+        // bytes are answered.
+        const std::optional<Hosts> hosts = lookForHosts(bytes);
+        if (!hosts) {
+            return false;
+        }
+        if (*hosts == Hosts::kChanged) {
+            forgetAnswers();
+        }
+        printer_.receive(bytes);
+        if (*hosts == Hosts::kGone) {
+            forgetAnswers();
+        }
+        if (got <= 0) {
             return true;
         }
-        printer_.receive(std::span(buffer).first(static_cast<std::size_t>(got)));
     }
     return true;
+}
+
+PtyPort::Events PtyPort::countHosts() {
+    Events events;
+    std::array<char, 16384> buffer;
+    const ssize_t got = read(line_.hostEvents.get(), buffer.data(), buffer.size());
+    for (std::size_t at = 0; got > 0 && at < static_cast<std::size_t>(got); at += sizeof(inotify_event)) {
+        inotify_event event{};  // without a name behind it: only those of directories have one
+        std::memcpy(&event, buffer.data() + at, sizeof event);
+        if ((event.mask & IN_OPEN) != 0) {
+            events.opened = true;
+            ++hosts_;
+        } else if ((event.mask & IN_CLOSE) != 0) {
+            hosts_ = std::max(hosts_ - 1, 0);
+            events.unheld = events.unheld || hosts_ == 0;
+        }
+    }
+    return events;
+}
+
+std::optional<PtyPort::Hosts> PtyPort::lookForHosts(std::vector<std::uint8_t>& bytes) {
+    if (!countHosts().unheld) {
+        return Hosts::kAsBefore;
+    }
+    if (hosts_ > 0) {
+        return Hosts::kChanged;
+    }
+    // By the count nobody is there. It can be wrong: two hosts that open the line at one moment are told of as
+    // one. With our own side closed, the line itself says it. A host's claim to have it alone ends as well, as
+    // on a serial line.
+    (void)ioctl(line_.hostSide.get(), TIOCNXCL);
+    line_.hostSide = Descriptor();
+    const bool gone = takeAllOfGoneHosts(bytes);
+    bool opened = countHosts().opened;
+    if (!gone && !opened) {
+        // The opening of one that has just come may still be on its way to us.
+        pollfd events{line_.hostEvents.get(), POLLIN, 0};
+        opened = poll(&events, 1, kHostPatienceMs) > 0 && countHosts().opened;
+    }
+    line_.hostSide = openHostSide(line_.path);
+    if (!line_.hostSide.valid()) {
+        return std::nullopt;
+    }
+    (void)countHosts();
+    hosts_ = std::max(hosts_ - 1, gone ? 0 : 1);  // less our own opening
+    return gone ? Hosts::kGone : opened ? Hosts::kChanged : Hosts::kAsBefore;
+}
+
+// Adds what is left in the line. False if a host has it open.
+bool PtyPort::takeAllOfGoneHosts(std::vector<std::uint8_t>& bytes) {
+    std::array<std::uint8_t, kReadSize> buffer;
+    // The system looks for bytes first and for hosts next. Only a second look that finds neither tells that there
+    // were no bytes any more when the last host was gone.
+    for (int looks = 0; looks < 2 && bytes.size() < kMostAtOnce;) {
+        const ssize_t got = read(line_.printerSide.get(), buffer.data(), buffer.size());
+        if (got > 0) {
+            bytes.insert(bytes.end(), buffer.begin(), buffer.begin() + got);
+            looks = 0;
+        } else if (got < 0 && errno == EIO) {
+            ++looks;
+        } else {
+            return false;
+        }
+    }
+    return bytes.size() < kMostAtOnce;
+}
+
+void PtyPort::forgetAnswers() {
+    (void)hostHasReadAll();  // brings all that was written to where it is counted
+    int unread = 0;
+    (void)ioctl(line_.hostSide.get(), FIONREAD, &unread);
+    (void)tcflush(line_.hostSide.get(), TCIFLUSH);
+    printer_.forgetAnswers(static_cast<std::size_t>(std::max(unread, 0)) + outgoing_.size());
+    outgoing_.clear();
+    lastStoodAlone_ = false;
 }
 
 }  // namespace passbook::sim

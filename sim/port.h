@@ -4,29 +4,20 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "sim/descriptor.h"
 #include "sim/printer.h"
 
 namespace passbook::sim {
 
-// A file descriptor that is closed with its owner.
-class Descriptor {
- public:
-    explicit Descriptor(int value = -1) : value_(value) {}
-    ~Descriptor();
-    Descriptor(Descriptor&& other) noexcept : value_(other.value_) { other.value_ = -1; }
-    Descriptor& operator=(Descriptor&& other) noexcept;
-
-    [[nodiscard]] int get() const { return value_; }
-    [[nodiscard]] bool valid() const { return value_ >= 0; }
-
- private:
-    int value_;
-};
-
 // Connects a printer to a pseudo-terminal, which a host opens like a serial port, as often as it likes.
+//
+// When the last host closes the line, what it sent is printed, and what it has not read is lost: the next one
+// does not get it. The system tells of the closing a moment later. A host that opens the line and reads within
+// that moment may find an answer, and what a former one sent within it is answered to the next.
 class PtyPort {
  public:
     // Null if the system has no pseudo-terminal to give; `error` then says why. The printer must outlive the
@@ -43,20 +34,45 @@ class PtyPort {
     // Call it again and again, from one thread, and touch the printer from that thread only.
     [[nodiscard]] bool serve(int timeoutMs, int wakeDescriptor = -1);
 
+    // Takes in what hosts have sent until now: all that the line can hold, and not much more of a host that
+    // goes on sending. Answers nothing. False if the pseudo-terminal has failed.
+    [[nodiscard]] bool takeIn();
+
  private:
-    PtyPort(Printer& printer, Descriptor line, Descriptor hostSide, Descriptor hostReads, std::string name);
+    // What has become of the hosts since the last look.
+    enum class Hosts {
+        kAsBefore,
+        kChanged,  // the last one has closed the line and another has opened it
+        kGone,
+    };
+
+    struct Line {
+        Descriptor printerSide;
+        Descriptor hostSide;    // ours, so that the line stays up while no host has it open
+        Descriptor hostReads;   // tells that the host may have read
+        Descriptor hostEvents;  // tells that a host has opened the line or closed it
+        std::string path;
+    };
+    struct Events {
+        bool opened = false;  // by a host, at least once
+        bool unheld = false;  // no host had the line open, for a moment or until now
+    };
+
+    PtyPort(Printer& printer, Line line);
 
     [[nodiscard]] std::chrono::milliseconds now() const;
     [[nodiscard]] bool hostHasReadAll() const;
     [[nodiscard]] bool awaitHost(int patienceMs);
     [[nodiscard]] bool handOver(int patienceMs);
-    [[nodiscard]] bool takeIn();
+    [[nodiscard]] std::optional<Hosts> lookForHosts(std::vector<std::uint8_t>& bytes);
+    [[nodiscard]] Events countHosts();
+    [[nodiscard]] bool takeAllOfGoneHosts(std::vector<std::uint8_t>& bytes);
+    void forgetAnswers();
 
     Printer& printer_;
-    Descriptor line_;       // the printer's side
-    Descriptor hostSide_;   // ours, so that the line stays up while no host has it open
-    Descriptor hostReads_;  // tells that the host may have read
+    Line line_;
     std::string name_;
+    int hosts_ = 0;  // that have the line open
     std::chrono::steady_clock::time_point start_;
     std::vector<std::uint8_t> outgoing_;  // a piece the line had no room for
     bool lastStoodAlone_ = false;         // nothing may be put behind the piece sent last

@@ -73,9 +73,11 @@ using PageSink = std::function<void(Page)>;
 // - "stripe": what ("selected", "read", "written", or "refused" if there is more than a stripe holds), stripe
 //   (0 or 1), bytes and text of what is on it now
 // - "scan": what ("started", with bits of the front and the back, 0 for a side that isn't wanted, dpi and
-//   fromBottom; "delivered" or "broken-off", with bytes of image data; "ended" by an ejection)
+//   fromBottom; "delivered" or "broken-off", with bytes of image data; "ended" by an ejection or because the
+//   host has closed the port)
 // - "answer": to (the command's name), bytes
 // - "answer-lost": the same of an answer that is not given; note
+// - "unread": bytes (their count) of answers that the host had not read when it closed the port
 // - "no-paper": name, and the text or columns that could not be printed for want of a document in place
 // - "off-page": name, and the text or number of dots that lie farther out than ink can
 // - "bad-value": name, value of a command whose value means nothing to the printer; it is not followed
@@ -107,6 +109,9 @@ class Printer {
     [[nodiscard]] bool answerStandsAlone() const {
         return answerPending() && (scenario_.split > 0 || answers_.front().scan != nullptr);
     }
+
+    // The host has gone. What it has not read is lost, and so are `unread` bytes that were taken for it.
+    void forgetAnswers(std::size_t unread = 0);
 
     // Lets time go by up to `now`, counted from the printer's start; what is due by then happens.
     void advance(std::chrono::milliseconds now) { paper_.advance(now); }
@@ -149,6 +154,7 @@ class Printer {
     [[nodiscard]] ScanScenario scanOfDocument() const;
     [[nodiscard]] std::vector<std::uint8_t> takeScanPiece();
     bool dropScan();
+    void endScan();
     void printText(const wire::Command& command);
     void printBitmap(const wire::Command& command);
     void obeyConfiguration(const wire::Command& command);

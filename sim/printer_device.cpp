@@ -175,9 +175,7 @@ void Printer::paperChanged(std::string_view what) {
     if (what == "fed-in") {
         layPage();
     } else if (what == "ejected") {
-        if (dropScan()) {
-            emit({{"event", "scan"}, {"what", "ended"}});
-        }
+        endScan();
         std::optional<Page> ejected = std::exchange(page_, std::nullopt);
         if (ejected_ && ejected) {
             ejected_(std::move(*ejected));
@@ -202,6 +200,15 @@ void Printer::answer(const Command& command, std::vector<std::uint8_t> bytes) {
         answers_.push_back({std::move(bytes), nullptr});
     }
     emit(event);
+}
+
+void Printer::forgetAnswers(std::size_t unread) {
+    unread += std::exchange(answerBytes_, 0);
+    endScan();
+    answers_.clear();
+    if (unread > 0) {
+        emit({{"event", "unread"}, {"bytes", unread}});
+    }
 }
 
 std::vector<std::uint8_t> Printer::takeAnswer() {

@@ -92,4 +92,10 @@ bool Printer::dropScan() {
     return std::erase_if(answers_, [](const Outgoing& outgoing) { return outgoing.scan != nullptr; }) > 0;
 }
 
+void Printer::endScan() {
+    if (dropScan()) {
+        emit({{"event", "scan"}, {"what", "ended"}});
+    }
+}
+
 }  // namespace passbook::sim

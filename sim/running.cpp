@@ -40,11 +40,12 @@ void RunningPrinter::stop() {
 }
 
 void RunningPrinter::serve() {
-    // One more round behind the end, for what the host has sent before it.
-    bool last = false;
-    do {
-        last = stop_;
-    } while (port_->serve(kRoundMs) && !last);
+    while (!stop_) {
+        if (!port_->serve(kRoundMs)) {
+            return;
+        }
+    }
+    (void)port_->takeIn();  // what the host has sent before the end
 }
 
 void RunningPrinter::note(const nlohmann::json& event) {

@@ -129,7 +129,9 @@ void UsbNode::clientGone(gpointer self, GObject* object) {
     const auto* client = reinterpret_cast<UMockdevIoctlClient*>(object);
     auto& node = *static_cast<UsbNode*>(self);
     const std::lock_guard lock(node.mutex_);
-    --node.use_.openDevices;
+    if (--node.use_.openDevices == 0) {
+        node.printer_.forgetAnswers(std::exchange(node.answer_, {}).size());
+    }
     node.urbs_.remove_if([client](const Urb& urb) { return urb.client == client; });
     if (node.owner_ == client) {
         node.owner_ = nullptr;

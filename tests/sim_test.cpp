@@ -1,12 +1,16 @@
 // The virtual printer by itself: the text and the picture of its page, and the faults it is told to have.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <png.h>
+#include <poll.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "sim/port.h"
 #include "sim/printer.h"
 
 namespace passbook::sim {
@@ -143,6 +147,69 @@ TEST(Faults, ChangeTheAnswersAsAsked) {
     EXPECT_LE(unheard.answer().size(), 64U * 1024);
     EXPECT_EQ(unheard.events.back().at("event"), "answer-lost");
     EXPECT_EQ(unheard.ask("\033j"), "\033rP") << "it can be asked again once it has listened";
+}
+
+// Two hosts, A and B, on one line. Each step of a script: ( and [ open it, ) and ] close it, ? and ! ask for the status
+// of the printer, and at a dot the printer has its turn.
+TEST(Port, GivesAnswersToNobodyElse) {
+    const std::string status = "\033rP";
+    const struct {
+        std::string_view script;
+        std::string heardByA, heardByB;
+    } rows[] = {
+        {"(?.", status, ""},
+        {"(?.).[.", "", ""},      // left unread
+        {"(?).[.", "", ""},       // gone before the printer looked
+        {"(?.)[!.", "", status},  // the next one was quick
+        {"(?.).[!.].(?.", status, ""},
+        {"(?.[].", status, ""},               // somebody came and went
+        {"(.[.?.!.].", status + status, ""},  // they share the line
+        {"([?)..", "", status},               // both came at once
+        {"([?)!.].(?.", status, ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.script);
+        Bench bench({.split = row.script.size() % 2});
+        std::string error;
+        const auto port = PtyPort::open(bench.printer, error);
+        ASSERT_NE(port, nullptr) << error;
+        Descriptor hosts[2];
+        for (const char step : row.script) {
+            Descriptor& host = hosts[std::string_view("[]!").find(step) != std::string_view::npos ? 1 : 0];
+            if (step == '(' || step == '[') host = Descriptor(open(("/dev/" + port->name()).c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK));
+            if (step == ')' || step == ']') host = Descriptor();
+            const bool asks = step == '?' || step == '!';
+            ASSERT_TRUE(asks ? writeAll(host.get(), "\033j") : step != '.' || port->serve(0));
+        }
+        const auto heard = [&port](const Descriptor& host) {
+            std::string all;
+            char byte = 0;
+            pollfd queue{host.get(), POLLIN, 0};  // brings there what was sent a moment ago
+            while (host.valid() && port->serve(0) && poll(&queue, 1, 0) == 1 && read(host.get(), &byte, 1) == 1) all += byte;
+            return all;
+        };
+        EXPECT_EQ(heard(hosts[0]), row.heardByA);
+        EXPECT_EQ(heard(hosts[1]), row.heardByB);
+    }
+}
+
+// A host that sends its next run as soon as one is printed: the line is not empty before the last one.
+TEST(Port, TakesInAllThatTheLineHolds) {
+    const std::string run = "\0331A000" + std::string(600, 'U') + "\0332";
+    for (const int runs : {84, 1'000'000}) {
+        int printed = 0;
+        Descriptor host;
+        Printer printer({}, [&](const nlohmann::json& event) {
+            EXPECT_TRUE(event.at("event") != "bitmap" || ++printed == runs || writeAll(host.get(), run));
+        });
+        std::string error;
+        const auto port = PtyPort::open(printer, error);
+        ASSERT_NE(port, nullptr) << error;
+        host = Descriptor(open(("/dev/" + port->name()).c_str(), O_WRONLY | O_NOCTTY));
+        ASSERT_TRUE(writeAll(host.get(), run));
+        ASSERT_TRUE(port->takeIn());
+        EXPECT_TRUE(printed == 84 || (runs > 84 && printed < 1000)) << printed << ", and it must have an end";
+    }
 }
 
 }  // namespace
