@@ -3,7 +3,9 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
+#include <filesystem>
 #include <iostream>
+#include <limits>
 
 namespace passbook::sim {
 
@@ -40,6 +42,31 @@ std::optional<Number> numberFrom(std::string_view text) {
         return std::nullopt;
     }
     return number;
+}
+
+// Takes a whole number in decimal digits. What another base would make of them is nobody's meaning.
+template <typename Number, typename Target>
+void addNumber(CLI::App& app, const std::string& name, Target& target, Number lowest, Number highest,
+               const std::string& help) {
+    app.add_option_function<std::string>(
+           name,
+           [name, &target, lowest, highest](const std::string& text) {
+               const std::optional<Number> number = numberFrom<Number>(text);
+               if (!number || *number < lowest || *number > highest) {
+                   throw CLI::ValidationError(name, "\"" + text + "\" is no whole number from " +
+                                                        std::to_string(lowest) + " to " +
+                                                        std::to_string(highest));
+               }
+               target = *number;
+           },
+           help)
+        ->type_name("N");
+}
+
+void addFile(CLI::App& app, const std::string& name, std::string& path, const std::string& help) {
+    app.add_option(name, path, help)->type_name("FILE")->check([](const std::string& text) {
+        return text.empty() ? std::string("the name of the file is empty") : std::string();
+    });
 }
 
 std::optional<std::chrono::milliseconds> delayFrom(const std::string& text) {
@@ -94,7 +121,7 @@ void addDelay(CLI::App& app, const std::string& name, const std::string& help,
 }
 
 void addStripe(CLI::App& app, const std::string& name, std::string& data) {
-    app.add_option(name, data, "What is on that magnetic stripe [nothing]")
+    app.add_option(name, data, "oli: what is on that magnetic stripe [nothing]")
         ->type_name("TEXT")
         ->check([](const std::string& text) {
             return text.size() > kMaxStripeData ? std::string("a stripe holds 1024 bytes") : std::string();
@@ -103,23 +130,18 @@ void addStripe(CLI::App& app, const std::string& name, std::string& data) {
 
 void addScan(CLI::App& app, Options& options) {
     ScanScenario& scan = options.scenario.scan;
-    app.add_option("--scan-front", options.scanFiles[0],
-                   "Scan this PNG, JPEG or BMP file as the front [the page as printed]")
-        ->type_name("FILE");
-    app.add_option("--scan-back", options.scanFiles[1], "The same for the back [blank]")->type_name("FILE");
-    app.add_option("--scan-block", scan.block, "Bytes of image data at once, at most [4095]")
-        ->check(CLI::Range(std::size_t{2}, kPtyBlock).description(""))
-        ->type_name("N");
-    app.add_option("--scan-break", scan.breakAfter, "Break a scan off after N bytes of image data")
-        ->check([](const std::string& text) {
-            return numberFrom<std::uint64_t>(text) ? std::string() : "\"" + text + "\" is no number of bytes";
-        })
-        ->type_name("N");
-    app.add_option("--scan-size-error", scan.sizeError,
-                   "Announce N more (or -N less) than there are: oki bytes, oli rows")
-        ->type_name("N");
-    app.add_option("--scan-rows-error", scan.rowsError, "oli: end with a row count that is wrong by N")
-        ->type_name("N");
+    addFile(app, "--scan-front", options.scanFiles[0],
+            "Scan this PNG, JPEG or BMP file as the front [the page as printed]");
+    addFile(app, "--scan-back", options.scanFiles[1], "The same for the back [blank]");
+    addNumber(app, "--scan-block", scan.block, std::size_t{2}, kPtyBlock,
+              "Bytes of image data at once, at most [4095]");
+    addNumber(app, "--scan-break", scan.breakAfter, std::uint64_t{0},
+              std::numeric_limits<std::uint64_t>::max(), "Break a scan off after N bytes of image data");
+    constexpr int kMost = std::numeric_limits<int>::max();
+    addNumber(app, "--scan-size-error", scan.sizeError, -kMost, kMost,
+              "Announce N more (or -N less) than there are: oki bytes, oli rows");
+    addNumber(app, "--scan-rows-error", scan.rowsError, -kMost, kMost,
+              "oli: end with a row count that is wrong by N");
     app.add_flag("--scan-fillers", scan.fillers, "Put eight bytes that are no image between the blocks");
     app.add_flag("--scan-no-end", scan.noEnd, "End no side of a scan");
     app.add_flag("--scan-silent", scan.silent, "Deliver nothing of a scan");
@@ -127,10 +149,8 @@ void addScan(CLI::App& app, Options& options) {
 
 void addUsb(CLI::App& app, Options& options) {
     app.add_flag("--usb", options.usb, "Be a USB printer, and run the program behind \"--\" with it");
-    app.add_option("--usb-busy", options.device.busyClaims,
-                   "So many times a claim of the USB printer finds it busy [0]")
-        ->check(CLI::Range(0, 1000).description(""))
-        ->type_name("N");
+    addNumber(app, "--usb-busy", options.device.busyClaims, 0, 1000,
+              "So many times a claim of the USB printer finds it busy [0]");
     app.add_option_function<std::string>(
            "--usb-fault",
            [&options](const std::string& text) {
@@ -152,6 +172,78 @@ void addUsb(CLI::App& app, Options& options) {
            },
            "Let the N-th USB transfer go wrong: stall, short, hang\nor unplug")
         ->type_name("KIND:N");
+}
+
+// What the printers of one family don't have, and the other's do.
+struct FamilyOption {
+    const char* name;
+    Family family;
+};
+constexpr FamilyOption kFamilyOptions[] = {
+    {"--printer-status", Family::kOli},
+    {"--stripe0", Family::kOli},
+    {"--stripe1", Family::kOli},
+    {"--scan-rows-error", Family::kOli},
+    {"--paper-width", Family::kOki},
+    {"--paper-length", Family::kOki},
+    {"--configuration-result", Family::kOki},
+};
+
+// The file that a name stands for, also if that is yet to be made.
+std::filesystem::path fileMeant(std::filesystem::path path) {
+    constexpr int kMostLinks = 40;
+    std::error_code ignored;
+    for (int i = 0; i < kMostLinks && is_symlink(path, ignored); ++i) {
+        path = path.parent_path() / read_symlink(path, ignored);
+    }
+    return weakly_canonical(absolute(path, ignored), ignored);
+}
+
+bool sameFile(const std::string& one, const std::string& other) {
+    std::error_code missing;
+    const std::filesystem::path meant = fileMeant(one);  // empty if that can't be told
+    return std::filesystem::equivalent(one, other, missing) || (!meant.empty() && meant == fileMeant(other));
+}
+
+// What is written would end what was written or is to be read there.
+void checkFiles(const Options& options) {
+    const std::pair<const char*, std::string> files[] = {
+        {"--page", options.pageFile},
+        {"--events", options.eventFile},
+        {"--scan-front", options.scanFiles[0]},
+        {"--scan-back", options.scanFiles[1]},
+    };
+    constexpr std::size_t kWritten = 2;
+    for (std::size_t i = 0; i < kWritten; ++i) {
+        for (std::size_t j = i + 1; j < std::size(files); ++j) {
+            // To scan the page that a run before has left is no mistake: it is read first.
+            const bool clash = i > 0 || j < kWritten;
+            if (clash && !files[i].second.empty() && !files[j].second.empty() &&
+                sameFile(files[i].second, files[j].second)) {
+                throw CLI::ValidationError(std::string(files[i].first) + " and " + files[j].first,
+                                           "they are the same file");
+            }
+        }
+    }
+}
+
+void check(const CLI::App& app, const Options& options) {
+    for (const FamilyOption& option : kFamilyOptions) {
+        if (app.count(option.name) > 0 && option.family != options.scenario.family) {
+            throw CLI::ValidationError(option.name, std::string("it is for --family ") +
+                                                        (option.family == Family::kOki ? "oki" : "oli"));
+        }
+    }
+    for (const char* const option : {"--usb-busy", "--usb-fault"}) {
+        if (app.count(option) > 0 && !options.usb) {
+            throw CLI::ValidationError(option, "it is for --usb");
+        }
+    }
+    if (options.usb == options.host.empty()) {
+        throw CLI::ValidationError(options.usb ? "--usb" : "--",
+                                   "a host program is run with: --usb -- PROGRAM [ARGUMENT...]");
+    }
+    checkFiles(options);
 }
 
 }  // namespace
@@ -176,10 +268,8 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
     app.add_option("--family", family, "Command set: oli or oki [oli]")
         ->check(CLI::IsMember({"oli", "oki"}).description(""))
         ->type_name("NAME");
-    app.add_option("--page", options.pageFile, "Keep the picture of the page in this PNG file")
-        ->type_name("FILE");
-    app.add_option("--events", options.eventFile, "Log what happens there, one JSON object a line")
-        ->type_name("FILE");
+    addFile(app, "--page", options.pageFile, "Keep the picture of the page in this PNG file");
+    addFile(app, "--events", options.eventFile, "Log what happens there, one JSON object a line");
     addPageSize(app, scenario);
 
     app.add_option("--paper", paper, "Is a document in place at the start: in or out [in]")
@@ -192,30 +282,23 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
              "one in; oki: at once]",
              [&scenario](std::chrono::milliseconds delay) { scenario.habits.insertAfter = delay; });
 
-    app.add_option("--printer-status", scenario.printerStatus, "State to report, 1 to 15; 1 is ready [1]")
-        ->check(CLI::Range(1, 15).description(""))
-        ->type_name("N");
+    addNumber(app, "--printer-status", scenario.printerStatus, 1, 15,
+              "oli: state to report, 1 to 15; 1 is ready [1]");
     addStripe(app, "--stripe0", scenario.stripes[0]);
     addStripe(app, "--stripe1", scenario.stripes[1]);
 
     const std::string unit = " in 1/10 mm, as the host gets it [as --page-size]";
-    app.add_option("--paper-width", scenario.paperWidth, "oki: width of the document" + unit)
-        ->check(CLI::Range(0, kLargestMeasure).description(""))
-        ->type_name("N");
-    app.add_option("--paper-length", scenario.paperLength, "oki: length of the document" + unit)
-        ->check(CLI::Range(0, kLargestMeasure).description(""))
-        ->type_name("N");
-    app.add_option("--configuration-result", scenario.configurationResult,
-                   "oki: what writing the configuration gives: 0 accepted, 1 or 2 refused [0]")
-        ->check(CLI::Range(0, 2).description(""))
-        ->type_name("N");
+    addNumber(app, "--paper-width", scenario.paperWidth, 0, kLargestMeasure,
+              "oki: width of the document" + unit);
+    addNumber(app, "--paper-length", scenario.paperLength, 0, kLargestMeasure,
+              "oki: length of the document" + unit);
+    addNumber(app, "--configuration-result", scenario.configurationResult, 0, 2,
+              "oki: what writing the configuration gives: 0 accepted, 1 or 2 refused [0]");
 
     addScan(app, options);
 
-    app.add_option("--split", scenario.split,
-                   "Answer in pieces of N bytes, each when the host has read the last")
-        ->check(CLI::Range(std::size_t{1}, std::size_t{4096}).description(""))
-        ->type_name("N");
+    addNumber(app, "--split", scenario.split, std::size_t{1}, std::size_t{4096},
+              "Answer in pieces of N bytes, each when the host has read the last");
     app.add_flag("--silent", scenario.silent, "Never answer");
     app.add_flag("--garble", scenario.garble, "Answer with wrong bytes, as many as the right ones");
 
@@ -223,21 +306,15 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
 
     try {
         app.parse(argc, argv);
-        if (!options.usb && (options.device.busyClaims != 0 || options.fault != UsbFault::kNone)) {
-            throw CLI::ValidationError("--usb-busy and --usb-fault", "they are for --usb");
-        }
-        if (options.usb == options.host.empty()) {
-            throw CLI::ValidationError(options.usb ? "--usb" : "--",
-                                       "a host program is run with: --usb -- PROGRAM [ARGUMENT...]");
-        }
+        scenario.family = family == "oki" ? Family::kOki : Family::kOli;
+        scenario.paper = paper == "in" ? PaperState::kInPlace : PaperState::kNone;
+        check(app, options);
     } catch (const CLI::Success& success) {
         return {std::nullopt, app.exit(success)};
     } catch (const CLI::ParseError& error) {
         std::cerr << "passbook-sim: " << error.what() << "\nTry 'passbook-sim --help'.\n";
         return {std::nullopt, kExitUsage};
     }
-    scenario.family = family == "oki" ? Family::kOki : Family::kOli;
-    scenario.paper = paper == "in" ? PaperState::kInPlace : PaperState::kNone;
     return {std::move(options), 0};
 }
 

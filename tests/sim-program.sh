@@ -46,9 +46,16 @@ ask() {
 }
 whole() { tail -c 8 "$1" 2>/dev/null | cmp -s - <(printf 'IEND\xAE\x42\x60\x82'); }
 
-for option in '--family escp' '--page-size 150x1073' '--taken-after -1' '--split 0' '--scan-break -1'; do
-  expect 2 '^$' "^passbook-sim: ${option% *}" --page "$kept/page.png" "${option% *}" "${option#* }"
+ln -s kept/../kept/page.png "$work/alias"
+for option in '--family escp' '--page-size 150x1073' '--taken-after -1' '--split 0' '--scan-break -1' '--printer-status 0x5' \
+  '--paper-width 5' '--paper-length 5' '--configuration-result 1' '--stripe0=4 --family=oki' '--stripe1=4 --family=oki' \
+  '--printer-status=1 --family=oki' '--scan-rows-error=1 --family=oki' '--usb-busy 1' '--usb-fault short:1' '--events '; do
+  expect 2 '^$' "^passbook-sim: ${option%%[= ]*}: " --page "$kept/page.png" "${option% *}" "${option#* }"
 done
+for path in "$kept/page.png" "$work/kept/../kept/page.png" "$work/alias"; do
+  expect 2 '^$' 'same file' --page "$kept/page.png" --events "$path"
+done
+expect 2 '^$' '^passbook-sim: --page: ' --page ''
 expect 1 '^$' no/page.png --page "$kept/no/page.png"
 expect 1 '^$' 'not a regular file' --page /dev/full
 check [ -z "$(ls -A "$kept")" ]
@@ -80,11 +87,11 @@ for _ in 1 2; do  # hosts that never read
 done
 stop TERM
 
-start --paper out --insert-after 0 --taken-after never --split 1 --printer-status 9 --page-size 50.8x25.4 --page "$kept/page.png"
+start --paper out --insert-after 0 --taken-after never --split 1 --printer-status 010 --page-size 50.8x25.4 --page "$kept/page.png"
 exec 3<>"/dev/$port"
 printf '\033 B\033j' >&3
 check [ "$(timeout 20 dd bs=9 count=1 status=none <&3)" = $'\033' ]
-ask '' $'B5B\033Z\033r1'
+ask '' $'B5B\033Z\033r2'
 ask $'\033L000\033O\033 B' $'\033B5A\033Z'
 check [ "$(head -c 24 "$kept/page.png" | tail -c 8 | od -An -tx1)" = ' 00 00 01 68 00 00 00 b4' ]  # 360 x 180
 stop INT
@@ -109,7 +116,6 @@ expect 1 '^$' "can't be written" --events "$work/missing/log" --usb -- true
 expect 2 '^$' PROGRAM --usb
 expect 2 '^$' PROGRAM --usb --
 expect 2 '^$' PROGRAM -- true
-expect 2 '^$' 'for --usb' --usb-fault short:1
 for fault in short short: :3 short:0 short:x jam:1; do
   expect 2 '^$' 'no KIND:N' --usb-fault "$fault" --usb -- true
 done
