@@ -12,21 +12,8 @@ out=$(cd "$out" && pwd)
 rm -f "$out"/*.png "$out"/*.jsonl "$out"/*.jpg "$out"/*.bmp
 "$bin/examples/make_pictures" "$out"
 
-printer=
-trap '[ -z "$printer" ] || kill "$printer" 2>/dev/null || true' EXIT
-
-# start NAME OPTION...: a virtual printer that logs to NAME.jsonl; its port is in $port
-start() {
-  : >"$out/port"
-  "$bin/sim/passbook-sim" --events "$out/$1.jsonl" "${@:2}" >"$out/port" &
-  printer=$!
-  port=
-  for _ in $(seq 200); do
-    read -r _ port <"$out/port" && break || sleep 0.1
-  done
-  [ -n "$port" ] || { echo "demo: the virtual printer did not start" >&2; exit 1; }
-}
-stop() { kill "$printer"; wait "$printer" || true; printer=; rm -f "$out/port"; }
+# with NAME OPTION... -- HOST...: the host on a virtual printer of its own that logs to NAME.jsonl
+with() { "$bin/sim/passbook-sim" --events "$out/$1.jsonl" "${@:2}"; }
 count() { grep -c "\"event\":\"$2\"" "$out/$1.jsonl" || true; }
 clock() { date +%s%N; }
 seconds() { local ms=$((($(clock) - $1) / 1000000)); printf '%d.%03d s' $((ms / 1000)) $((ms % 1000)); }
@@ -34,16 +21,13 @@ seconds() { local ms=$((($(clock) - $1) / 1000000)); printf '%d.%03d s' $((ms / 
 report() { echo "  $(count "$1" text) texts, $(count "$1" bitmap) bitmap runs, $(count "$1" unknown) unknown sequences in $(seconds "$2")"; }
 
 echo "An OLI printer prints a passbook page:"
-start oli --page "$out/oli.png"
 began=$(clock)
-"$bin/examples/print_page" "$port" "$out/stamp.bmp" | sed 's/^/  /'
+with oli --page "$out/oli.png" -- "$bin/examples/print_page" {} "$out/stamp.bmp" | sed 's/^/  /'
 report oli "$began"
-stop
 
 echo "The same program prints the same page over USB, on an emulated bus:"
 began=$(clock)
-"$bin/sim/passbook-sim" --usb --page "$out/usb.png" --events "$out/usb.jsonl" -- \
-  "$bin/examples/print_page" USB "$out/stamp.bmp" | sed 's/^/  /'
+with usb --usb --page "$out/usb.png" -- "$bin/examples/print_page" {} "$out/stamp.bmp" | sed 's/^/  /'
 report usb "$began"
 without_time() { sed 's/"ms":[0-9]*,//' "$out/$1.jsonl"; }
 if diff <(without_time oli) <(without_time usb) >/dev/null; then
@@ -54,21 +38,18 @@ else
 fi
 
 echo "An OKI printer prints a statement:"
-start oki --family oki --page "$out/oki.png"
 began=$(clock)
-"$bin/examples/print_oki" "$port" "$out"
+with oki --family oki --page "$out/oki.png" -- "$bin/examples/print_oki" {} "$out"
 report oki "$began"
-stop
 
 echo "Both scan what was printed:"
 for family in oki oli; do
   suffix=$([ $family = oki ] && echo jpg || echo bmp)
-  start "scan-$family" --family $family --scan-front "$out/oli.png" --scan-back "$out/oki.png"
   began=$(clock)
-  "$bin/examples/scan" "$port" $family "$out/front-$family.$suffix" "$out/back-$family.$suffix" >/dev/null
+  with "scan-$family" --family $family --scan-front "$out/oli.png" --scan-back "$out/oki.png" -- \
+    "$bin/examples/scan" {} $family "$out/front-$family.$suffix" "$out/back-$family.$suffix" >/dev/null
   echo "  $family: front-$family.$suffix, $(stat -c %s "$out/front-$family.$suffix") bytes," \
     "back-$family.$suffix, $(stat -c %s "$out/back-$family.$suffix") bytes, in $(seconds "$began")"
-  stop
 done
 
 echo "The pages are $out/oli.png and $out/oki.png, their scans lie beside them; every command is in $out/*.jsonl"

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 
 namespace passbook::sim {
 
@@ -50,12 +51,27 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 
 }  // namespace
 
+std::vector<std::string> withPort(std::vector<std::string> command, const std::string& port) {
+    constexpr std::string_view kMark = "{}";
+    for (std::size_t i = 1; i < command.size(); ++i) {
+        std::string& argument = command[i];
+        for (std::size_t at = argument.find(kMark); at != std::string::npos;
+             at = argument.find(kMark, at + port.size())) {
+            argument.replace(at, kMark.size(), port);
+        }
+    }
+    return command;
+}
+
 int HostProcess::start(const std::vector<std::string>& command, const std::string& setting,
                        std::string& error) {
     const std::string name = setting.substr(0, setting.find('=') + 1);
-    std::vector<std::string> environment{setting};
+    std::vector<std::string> environment;
+    if (!setting.empty()) {
+        environment.push_back(setting);
+    }
     for (char** each = environ; *each != nullptr; ++each) {
-        if (std::strncmp(*each, name.c_str(), name.size()) != 0) {
+        if (setting.empty() || std::strncmp(*each, name.c_str(), name.size()) != 0) {
             environment.emplace_back(*each);
         }
     }

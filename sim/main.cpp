@@ -1,20 +1,23 @@
 // passbook-sim: the virtual printer as a program of its own.
 
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
-#include <cstdio>
+#include <cstring>
 #include <exception>
-#include <fstream>
 #include <functional>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include "sim/event_log.h"
 #include "sim/host.h"
+#include "sim/link.h"
 #include "sim/options.h"
 #include "sim/page_file.h"
 #include "sim/port.h"
@@ -25,44 +28,23 @@ namespace passbook::sim {
 
 namespace {
 
+using std::chrono::steady_clock;
+
 // How long the program sleeps at most; whatever happens wakes it earlier.
 constexpr int kRoundMs = 1000;
 
 // The same with a host on USB, whose doings don't wake it.
 constexpr int kUsbRoundMs = 50;
 
+// The picture of an ejected page is written when nothing has happened for so long, and after a while also if
+// the host never pauses.
+constexpr int kQuietMs = 5;
+constexpr std::chrono::seconds kLongestBusy(1);
+
 int fail(const std::string& message) {
     std::cerr << "passbook-sim: " << message << '\n';
     return kExitFailure;
 }
-
-// One JSON object a line, each in the file as soon as it has happened.
-class EventLog {
- public:
-    [[nodiscard]] bool open(const std::string& path) {
-        file_.open(path);
-        return file_.is_open();
-    }
-
-    void add(const nlohmann::json& event) {
-        if (!file_.is_open()) {
-            return;
-        }
-        const auto sinceStart =
-            std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start_);
-        // What is read first stands first, for someone who follows the log on a screen.
-        nlohmann::ordered_json stamped{{"ms", sinceStart.count()}, {"event", event.at("event")}};
-        stamped.update(nlohmann::ordered_json(event));
-        // Bytes that are no text must not end the log: they become replacement characters.
-        file_ << stamped.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << std::endl;
-    }
-
-    [[nodiscard]] bool good() const { return !file_.is_open() || file_.good(); }
-
- private:
-    std::ofstream file_;
-    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
-};
 
 // The signals the program answers to, blocked and readable from a descriptor instead.
 Descriptor takeSignals(std::initializer_list<int> numbers) {
@@ -88,89 +70,178 @@ signalfd_siginfo nextSignal(const Descriptor& signals) {
     return got == static_cast<ssize_t>(sizeof info) ? info : signalfd_siginfo{};
 }
 
-// Serves hosts on a pseudo-terminal until a signal ends it. `keepPage` is called when the page is to be kept,
-// `trouble` says what has gone wrong with that.
-int serveLine(Printer& printer, const std::function<void()>& keepPage,
-              const std::function<std::string()>& trouble) {
-    const Descriptor signals = takeSignals({SIGINT, SIGTERM, SIGHUP, SIGUSR1});
-    if (!signals.valid()) {
-        return fail("signals can't be received");
-    }
-    std::string error;
-    const std::unique_ptr<PtyPort> port = PtyPort::open(printer, error);
-    if (!port) {
-        return fail(error);
-    }
-    std::cout << "port: " << port->name() << std::endl;
+// The printer with what is kept of its doings.
+class Desk {
+ public:
+    explicit Desk(const Options& options, EventLog& log)
+        : log_(log),
+          pageFile_(options.pageFile),
+          printer_(
+              options.scenario, [this](const nlohmann::json& event) { note(event); },
+              [this](Page page) { keep(std::move(page)); }) {}
 
-    bool running = true;
-    while (running) {
-        if (!port->serve(kRoundMs, signals.get())) {
-            return fail(port->name() + ": the pseudo-terminal has failed");
-        }
-        for (auto signal = nextSignal(signals); signal.ssi_signo != 0; signal = nextSignal(signals)) {
-            running = running && signal.ssi_signo == SIGUSR1;
-            if (!running) {
-                printer.finish();
-            }
-            keepPage();
-        }
-        if (const std::string problem = trouble(); !problem.empty()) {
-            return fail(problem);
-        }
-    }
-    return 0;
-}
+    [[nodiscard]] Printer& printer() { return printer_; }
+    [[nodiscard]] PageFile& pageFile() { return pageFile_; }
 
-// Runs the host program with the printer on its USB. Standard output is the host's alone.
-int serveHost(const Options& options, Printer& printer, const std::function<void()>& keepPage,
-              const std::function<std::string()>& trouble) {
-    const Descriptor signals = takeSignals({SIGINT, SIGTERM, SIGHUP, SIGUSR1, SIGCHLD});
-    if (!signals.valid()) {
-        return fail("signals can't be received");
+    // What is to be done now and then. True if a page still waits to be written.
+    bool lookAfter() {
+        const bool quiet = events_ == log_.count();
+        events_ = log_.count();
+        if (pageFile_.pending() && (quiet || steady_clock::now() - pendingSince_ > kLongestBusy)) {
+            pageFile_.writeEjected();
+        }
+        return pageFile_.pending();
     }
-    std::string error;
-    const std::unique_ptr<UsbPort> port = UsbPort::open(printer, options.device, error);
+
+    // Writes the picture of the document in place.
+    void keepPage() {
+        printer_.printWaitingText();
+        pageFile_.writeEjected();
+        if (const Page* page = printer_.page()) {
+            pageFile_.write(*page);
+        }
+    }
+
+    [[nodiscard]] std::string problem() const {
+        return pageFile_.problem().empty() ? log_.problem() : pageFile_.problem();
+    }
+
+ private:
+    void note(const nlohmann::json& event) {
+        if (pageFile_.pending() && event.at("event") == "answer") {
+            // A host that learns that its page is out finds its picture.
+            pageFile_.writeEjected();
+        }
+        log_.add(event);
+    }
+
+    void keep(Page page) {
+        if (!pageFile_.pending()) {
+            pendingSince_ = steady_clock::now();
+        }
+        pageFile_.take(std::move(page));
+    }
+
+    EventLog& log_;
+    PageFile pageFile_;
+    steady_clock::time_point pendingSince_;
+    std::uint64_t events_ = 0;  // that had happened at the last look
+    Printer printer_;
+};
+
+// Where hosts find the printer.
+class Connection {
+ public:
+    Connection() = default;
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+    virtual ~Connection() = default;
+
+    // What a host opens.
+    [[nodiscard]] virtual std::string portName() const = 0;
+    // What a host program needs in its environment, "NAME=value"; empty: nothing.
+    [[nodiscard]] virtual std::string hostSetting() const { return {}; }
+    // Serves hosts for so long at most, or until a signal comes. False if the connection has failed.
+    [[nodiscard]] virtual bool serve(int timeoutMs, const Descriptor& signals) = 0;
+    // Has the printer take in what hosts have sent until now.
+    [[nodiscard]] virtual bool takeIn() = 0;
+    // Calls `use` while the printer isn't being served.
+    virtual void with(const std::function<void()>& use) = 0;
+};
+
+class SerialLine : public Connection {
+ public:
+    explicit SerialLine(std::unique_ptr<PtyPort> port) : port_(std::move(port)) {}
+    [[nodiscard]] std::string portName() const override { return port_->name(); }
+    [[nodiscard]] bool serve(int timeoutMs, const Descriptor& signals) override {
+        return port_->serve(timeoutMs, signals.get());
+    }
+    [[nodiscard]] bool takeIn() override { return port_->takeIn(); }
+    void with(const std::function<void()>& use) override { use(); }
+
+ private:
+    std::unique_ptr<PtyPort> port_;
+};
+
+class UsbBus : public Connection {
+ public:
+    explicit UsbBus(std::unique_ptr<UsbPort> port) : port_(std::move(port)) {}
+    [[nodiscard]] std::string portName() const override { return "USB"; }
+    [[nodiscard]] std::string hostSetting() const override { return UsbPort::hostEnvironment(); }
+    [[nodiscard]] bool serve(int timeoutMs, const Descriptor& signals) override {
+        pollfd wake{signals.get(), POLLIN, 0};
+        (void)poll(&wake, 1, std::min(timeoutMs, kUsbRoundMs));
+        return true;
+    }
+    [[nodiscard]] bool takeIn() override { return true; }  // a transfer that was begun has been taken
+    void with(const std::function<void()>& use) override { port_->with(use); }
+
+ private:
+    std::unique_ptr<UsbPort> port_;
+};
+
+std::unique_ptr<Connection> connect(const Options& options, Printer& printer, std::string& error) {
+    if (!options.usb) {
+        std::unique_ptr<PtyPort> port = PtyPort::open(printer, error);
+        return port ? std::make_unique<SerialLine>(std::move(port)) : nullptr;
+    }
+    std::unique_ptr<UsbPort> port = UsbPort::open(printer, options.device, error);
     if (!port) {
-        return fail(error);
+        return nullptr;
     }
     port->setFault(options.fault, options.faultAt);
-    HostProcess host;
-    if (const int status = host.start(options.host, UsbPort::hostEnvironment(), error); status != 0) {
-        (void)fail(error);
-        return status;
-    }
+    return std::make_unique<UsbBus>(std::move(port));
+}
+
+// Serves hosts until a signal ends that, or until `host` ends if one is run. The exit status.
+int serve(Desk& desk, Connection& connection, const Descriptor& signals, HostProcess* host) {
+    std::string problem;
     std::optional<int> status;
-    while (!status) {
-        pollfd wake{signals.get(), POLLIN, 0};
-        (void)poll(&wake, 1, kUsbRoundMs);
-        port->with([] {});  // time goes by at the slot, also while the host is idle
+    int timeoutMs = kRoundMs;
+    for (bool running = true; running;) {
+        if (!connection.serve(timeoutMs, signals)) {
+            problem = connection.portName() + ": the pseudo-terminal has failed";
+            break;
+        }
         for (auto signal = nextSignal(signals); signal.ssi_signo != 0; signal = nextSignal(signals)) {
             if (signal.ssi_signo == SIGUSR1) {
-                port->with(keepPage);
+                (void)connection.takeIn();  // if it fails, so will the next round
+                connection.with([&] { desk.keepPage(); });
+            } else if (host == nullptr) {
+                running = false;
             } else if (signal.ssi_signo != SIGCHLD && signal.ssi_code != SI_KERNEL) {
                 // What a terminal sends, the host has got itself.
-                host.send(static_cast<int>(signal.ssi_signo));
+                host->send(static_cast<int>(signal.ssi_signo));
             }
         }
-        status = host.exitStatus();
+        connection.with([&] {
+            timeoutMs = desk.lookAfter() ? kQuietMs : kRoundMs;
+            problem = desk.problem();
+        });
+        status = host != nullptr ? host->exitStatus() : std::nullopt;
+        running = running && !status && (host != nullptr || problem.empty());
     }
-    std::string problem;
-    port->with([&] {
-        printer.finish();
-        keepPage();
-        problem = trouble();
+    if (problem.empty() && !connection.takeIn()) {
+        problem = connection.portName() + ": the pseudo-terminal has failed";
+    }
+    connection.with([&] {
+        desk.printer().finish();
+        desk.keepPage();
+        problem = problem.empty() ? desk.problem() : problem;
     });
-    return problem.empty() || *status != 0 ? *status : fail(problem);
+    const int failure = problem.empty() ? 0 : fail(problem);
+    return status.value_or(0) != 0 ? *status : failure;
 }
 
 int run(Options options) {
+    std::string error;
     EventLog log;
-    if (!options.eventFile.empty() && !log.open(options.eventFile)) {
-        return fail(options.eventFile + ": can't be written");
+    if (options.eventFile == kStandardOutput) {
+        log.toStandardOutput();
+    } else if (!options.eventFile.empty() && !log.open(options.eventFile, error)) {
+        return fail(error);
     }
     for (std::size_t side = 0; side < options.scanFiles.size(); ++side) {
-        std::string error;
         const std::string& file = options.scanFiles[side];
         if (!file.empty()) {
             options.scenario.scan.sides[side] = documentFromFile(file, error);
@@ -179,30 +250,49 @@ int run(Options options) {
             return fail(error);
         }
     }
-    const bool keepsPage = !options.pageFile.empty();
-    PageFile pageFile(options.pageFile);
-    std::string error;
-    if (keepsPage && !pageFile.canBeWritten(error)) {
+    Desk desk(options, log);
+    if (!desk.pageFile().canBeWritten()) {
+        return fail(desk.problem());
+    }
+    const Descriptor signals = takeSignals({SIGINT, SIGTERM, SIGHUP, SIGUSR1, SIGCHLD});
+    if (!signals.valid()) {
+        return fail("signals can't be received");
+    }
+    const std::unique_ptr<Connection> connection = connect(options, desk.printer(), error);
+    if (!connection) {
         return fail(error);
     }
-    const auto keep = [&](const Page& page) {
-        if (keepsPage && error.empty()) {
-            (void)pageFile.write(page, error);  // `trouble` below looks at `error`
+    std::unique_ptr<PortLink> link;
+    if (!options.link.empty()) {
+        link = PortLink::make(options.link, "/dev/" + connection->portName(), error);
+        if (!link) {
+            return fail(error);
         }
-    };
-    Printer printer(
-        options.scenario, [&log](const nlohmann::json& event) { log.add(event); }, keep);
-    const auto keepPage = [&] {
-        printer.printWaitingText();
-        if (const Page* page = printer.page()) {
-            keep(*page);
+    }
+    if (options.runsHost) {
+        // Standard output is the host's.
+        HostProcess host;
+        const int status =
+            host.start(withPort(options.host, connection->portName()), connection->hostSetting(), error);
+        if (status != 0) {
+            (void)fail(error);
+            return status;
         }
-    };
-    const auto trouble = [&] {
-        return !error.empty() || log.good() ? error : options.eventFile + ": can't be written";
-    };
-    return options.usb ? serveHost(options, printer, keepPage, trouble)
-                       : serveLine(printer, keepPage, trouble);
+        return serve(desk, *connection, signals, &host);
+    }
+    if (!writeAll(STDOUT_FILENO, "port: " + connection->portName() + '\n')) {
+        return fail(std::string("standard output: ") + std::strerror(errno));
+    }
+    return serve(desk, *connection, signals, nullptr);
+}
+
+// What is not open would be the next file's number, and its reader would get what is meant for the user.
+void openStandardFiles() {
+    int file = -1;
+    do {
+        file = open("/dev/null", O_RDWR);
+    } while (file >= 0 && file <= STDERR_FILENO);
+    (void)Descriptor(file);
 }
 
 }  // namespace
@@ -210,11 +300,14 @@ int run(Options options) {
 }  // namespace passbook::sim
 
 int main(int argc, char** argv) {
+    using namespace passbook::sim;
     try {
-        const passbook::sim::ParsedOptions parsed = passbook::sim::parseOptions(argc, argv);
-        return parsed.options ? passbook::sim::run(*parsed.options) : parsed.exitStatus;
+        openStandardFiles();
+        // A reader of the log that goes is told as what it is, with the page kept.
+        (void)signal(SIGPIPE, SIG_IGN);
+        const ParsedOptions parsed = parseOptions(argc, argv);
+        return parsed.options ? run(*parsed.options) : parsed.exitStatus;
     } catch (const std::exception& error) {
-        std::cerr << "passbook-sim: " << error.what() << '\n';
-        return passbook::sim::kExitFailure;
+        return fail(error.what());
     }
 }

@@ -19,14 +19,15 @@ constexpr const char* kDescription =
     "printed becomes a picture of 180 dots per inch, what happens a log of JSON lines. Runs until SIGINT,\n"
     "SIGTERM or SIGHUP.\n"
     "\n"
-    "With --usb the printer hangs on an emulated USB bus instead. The host program named behind \"--\" is "
-    "run\n"
-    "under it and opens the port \"USB\"; its exit status is that of passbook-sim.";
+    "A host program named behind \"--\" is run with the printer instead, until it ends; its exit status is\n"
+    "that of passbook-sim. \"{}\" in its arguments stands for the port's name. With --usb the printer hangs\n"
+    "on an emulated USB bus, which only the host program sees; its port is \"USB\".";
 
 constexpr const char* kExample =
     "Example:\n"
     "  passbook-sim --page page.png --events events.jsonl --stripe0 6217000012345678\n"
-    "  passbook-sim --page page.png --usb -- ./host USB\n"
+    "  passbook-sim --page page.png -- ./host {}\n"
+    "  passbook-sim --page page.png --usb -- ./host {}\n"
     "\n"
     "The picture is written when the document is ejected, at the end, and at SIGUSR1.";
 
@@ -209,11 +210,12 @@ bool sameFile(const std::string& one, const std::string& other) {
 void checkFiles(const Options& options) {
     const std::pair<const char*, std::string> files[] = {
         {"--page", options.pageFile},
-        {"--events", options.eventFile},
+        {"--events", options.eventFile == kStandardOutput ? "/dev/stdout" : options.eventFile},
+        {"--link", options.link},
         {"--scan-front", options.scanFiles[0]},
         {"--scan-back", options.scanFiles[1]},
     };
-    constexpr std::size_t kWritten = 2;
+    constexpr std::size_t kWritten = 3;
     for (std::size_t i = 0; i < kWritten; ++i) {
         for (std::size_t j = i + 1; j < std::size(files); ++j) {
             // To scan the page that a run before has left is no mistake: it is read first.
@@ -239,9 +241,15 @@ void check(const CLI::App& app, const Options& options) {
             throw CLI::ValidationError(option, "it is for --usb");
         }
     }
-    if (options.usb == options.host.empty()) {
+    if (options.usb && !options.link.empty()) {
+        throw CLI::ValidationError("--link", "with --usb there is no port to link to");
+    }
+    if (options.runsHost && options.host.empty()) {
         throw CLI::ValidationError(options.usb ? "--usb" : "--",
-                                   "a host program is run with: --usb -- PROGRAM [ARGUMENT...]");
+                                   "a host program is run with: -- PROGRAM [ARGUMENT...]");
+    }
+    if (options.pageFile == kStandardOutput) {
+        throw CLI::ValidationError("--page", "the picture is written again and again and needs a file");
     }
     checkFiles(options);
 }
@@ -255,6 +263,7 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
     const char* const* const mark =
         std::find_if(argv, end, [](const char* each) { return std::string_view(each) == "--"; });
     if (mark != end) {
+        options.runsHost = true;
         options.host.assign(mark + 1, end);
         argc = static_cast<int>(mark - argv);
     }
@@ -269,7 +278,9 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
         ->check(CLI::IsMember({"oli", "oki"}).description(""))
         ->type_name("NAME");
     addFile(app, "--page", options.pageFile, "Keep the picture of the page in this PNG file");
-    addFile(app, "--events", options.eventFile, "Log what happens there, one JSON object a line");
+    addFile(app, "--events", options.eventFile,
+            "Log what happens there, one JSON object a line; \"-\" is\nstandard output");
+    addFile(app, "--link", options.link, "Make a symbolic link to the port, removed at the end");
     addPageSize(app, scenario);
 
     app.add_option("--paper", paper, "Is a document in place at the start: in or out [in]")
@@ -306,6 +317,7 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
 
     try {
         app.parse(argc, argv);
+        options.runsHost = options.runsHost || options.usb;
         scenario.family = family == "oki" ? Family::kOki : Family::kOli;
         scenario.paper = paper == "in" ? PaperState::kInPlace : PaperState::kNone;
         check(app, options);

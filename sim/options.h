@@ -14,16 +14,20 @@ namespace passbook::sim {
 struct Options {
     Scenario scenario;
     std::string pageFile;   // empty: no picture is kept
-    std::string eventFile;  // empty: no log
+    std::string eventFile;  // empty: no log; may be kStandardOutput
+    std::string link;       // to the port; empty: none
     // Pictures of the document's sides for the scanner, not read yet; empty: none.
     std::array<std::string, 2> scanFiles;
 
-    bool usb = false;               // on an emulated USB bus, under which the host program is run
+    bool usb = false;  // on an emulated USB bus
+    bool runsHost = false;
     std::vector<std::string> host;  // with its arguments
     UsbDevice device;
     UsbFault fault = UsbFault::kNone;
     int faultAt = 0;
 };
+
+inline constexpr const char* kStandardOutput = "-";
 
 inline constexpr int kExitFailure = 1;
 inline constexpr int kExitUsage = 2;

@@ -7,9 +7,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 #include <vector>
 
-#include "sim/port.h"
+#include "sim/descriptor.h"
 
 namespace passbook::sim {
 
@@ -21,18 +22,6 @@ Descriptor makeBeside(const std::string& path, std::string& name) {
     return Descriptor(mkstemp(name.data()));
 }
 
-bool writeAll(int descriptor, const std::vector<std::uint8_t>& bytes) {
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t written = ::write(descriptor, bytes.data() + done, bytes.size() - done);
-        if (written < 0 && errno != EINTR) {
-            return false;
-        }
-        done += written < 0 ? 0 : static_cast<std::size_t>(written);
-    }
-    return true;
-}
-
 // mkstemp() makes files for our eyes only; a picture gets what any new file would.
 bool openToOthers(int descriptor) {
     const mode_t mask = umask(0);
@@ -42,44 +31,59 @@ bool openToOthers(int descriptor) {
 
 }  // namespace
 
-bool PageFile::canBeWritten(std::string& error) const {
+bool PageFile::canBeWritten() {
+    if (path_.empty()) {
+        return true;
+    }
     // The picture takes the place of what is there. That must not be a device, or a link to another file.
     struct stat there {};
     if (lstat(path_.c_str(), &there) == 0 && !S_ISREG(there.st_mode)) {
-        error = path_ + ": " + (S_ISDIR(there.st_mode) ? std::strerror(EISDIR) : "not a regular file");
+        problem_ = path_ + ": " + (S_ISDIR(there.st_mode) ? std::strerror(EISDIR) : "not a regular file");
         return false;
     }
     std::string name;
     const Descriptor file = makeBeside(path_, name);
     if (!file.valid()) {
-        error = path_ + ": " + std::strerror(errno);
+        problem_ = path_ + ": " + std::strerror(errno);
         return false;
     }
     unlink(name.c_str());
     return true;
 }
 
-bool PageFile::write(const Page& page, std::string& error) {
-    if (page.blank() && holdsInk_) {
-        return true;
+void PageFile::take(Page page) {
+    if (!path_.empty() && !(page.blank() && ejected_)) {
+        ejected_ = std::move(page);
+    }
+}
+
+void PageFile::writeEjected() {
+    if (ejected_) {
+        write(*std::exchange(ejected_, std::nullopt));
+    }
+}
+
+void PageFile::write(const Page& page) {
+    struct stat there {};
+    if (path_.empty() || !problem_.empty() ||
+        (page.blank() && lstat(path_.c_str(), &there) == 0 && there.st_size > 0)) {
+        return;
     }
     const std::vector<std::uint8_t> picture = page.png();
     if (picture.empty()) {
-        error = path_ + ": no memory for the picture";
-        return false;
+        problem_ = path_ + ": no memory for the picture";
+        return;
     }
     std::string name;
     const Descriptor file = makeBeside(path_, name);
-    if (!file.valid() || !writeAll(file.get(), picture) || !openToOthers(file.get()) ||
-        rename(name.c_str(), path_.c_str()) != 0) {
-        error = path_ + ": " + std::strerror(errno);
+    if (!file.valid() ||
+        !writeAll(file.get(), {reinterpret_cast<const char*>(picture.data()), picture.size()}) ||
+        !openToOthers(file.get()) || rename(name.c_str(), path_.c_str()) != 0) {
+        problem_ = path_ + ": " + std::strerror(errno);
         if (file.valid()) {
             unlink(name.c_str());
         }
-        return false;
     }
-    holdsInk_ = !page.blank();
-    return true;
 }
 
 }  // namespace passbook::sim

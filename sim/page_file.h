@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "sim/page.h"
@@ -12,16 +13,26 @@ class PageFile {
  public:
     explicit PageFile(std::string path) : path_(std::move(path)) {}
 
-    // False if a file can't be made there; `error` then says why. What is there stays as it is.
-    [[nodiscard]] bool canBeWritten(std::string& error) const;
+    // False if a file can't be made there; problem() then says why. What is there stays as it is.
+    [[nodiscard]] bool canBeWritten();
 
-    // Writes the page, unless it is blank and one that isn't has been written before: a printout is not lost
-    // for an empty document.
-    [[nodiscard]] bool write(const Page& page, std::string& error);
+    // Takes a page for writeEjected(). Of a host that ejects one after the other, only the last one is worth a
+    // picture.
+    void take(Page page);
+    [[nodiscard]] bool pending() const { return ejected_.has_value(); }
+    void writeEjected();
+
+    // Writes the page, unless it is blank and something is there already: a printout, of this run or of one
+    // before, is not lost for an empty document.
+    void write(const Page& page);
+
+    // Empty as long as everything could be written.
+    [[nodiscard]] const std::string& problem() const { return problem_; }
 
  private:
-    std::string path_;
-    bool holdsInk_ = false;
+    std::string path_;  // empty: pages are not kept
+    std::optional<Page> ejected_;
+    std::string problem_;
 };
 
 }  // namespace passbook::sim

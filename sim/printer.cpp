@@ -66,7 +66,6 @@ Printer::Printer(Scenario scenario, EventSink events, PageSink ejected)
     if (paper_.state() == PaperState::kInPlace) {
         layPage();
     }
-    paper_.advance(Paper::Clock{0});
 }
 
 void Printer::receive(std::span<const std::uint8_t> bytes) {

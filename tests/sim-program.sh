@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# passbook-sim as its users have it: on a pseudo-terminal, and with --usb, where what becomes of the host is told.
+# passbook-sim as its users have it: by itself, and with a host that it runs, on a pseudo-terminal and with --usb.
 #     sim-program.sh PASSBOOK-SIM PRINT_PAGE
 # shellcheck disable=SC2015,SC2016,SC2317  # wrong() always succeeds; other shells' variables; called through check
 set -euo pipefail
@@ -34,7 +34,7 @@ stop() {
   eventually gone || kill -KILL "$printer"
   wait "$printer" || status=$?
   printer=
-  [ $status = 0 ] && [[ $(<"$work/out") =~ ^port:\ pts/[0-9]+$ ]] && [ ! -s "$work/err" ] ||
+  [ $status = 0 ] && [[ $(<"$work/out") =~ ^port:\ pts/[0-9]+($'\n'\{.*)?$ ]] && [ ! -s "$work/err" ] ||
     wrong "status $status after $1: $(cat "$work/out" "$work/err")"
 }
 
@@ -44,20 +44,23 @@ ask() {
   answer=$(printf %s "$1" >&3 && timeout 20 head -c ${#2} <&3) || true
   [ "$answer" = "$2" ] || wrong "$(printf '%q is answered %q, not %q' "$1" "$answer" "$2")"
 }
+logged() { grep -q "\"event\":\"$1\"" "$kept/events"; }
 whole() { tail -c 8 "$1" 2>/dev/null | cmp -s - <(printf 'IEND\xAE\x42\x60\x82'); }
 
 ln -s kept/../kept/page.png "$work/alias"
 for option in '--family escp' '--page-size 150x1073' '--taken-after -1' '--split 0' '--scan-break -1' '--printer-status 0x5' \
   '--paper-width 5' '--paper-length 5' '--configuration-result 1' '--stripe0=4 --family=oki' '--stripe1=4 --family=oki' \
-  '--printer-status=1 --family=oki' '--scan-rows-error=1 --family=oki' '--usb-busy 1' '--usb-fault short:1' '--events '; do
+  '--printer-status=1 --family=oki' '--scan-rows-error=1 --family=oki' '--usb-busy 1' '--usb-fault short:1' '--events ' '--link '; do
   expect 2 '^$' "^passbook-sim: ${option%%[= ]*}: " --page "$kept/page.png" "${option% *}" "${option#* }"
 done
 for path in "$kept/page.png" "$work/kept/../kept/page.png" "$work/alias"; do
   expect 2 '^$' 'same file' --page "$kept/page.png" --events "$path"
 done
-expect 2 '^$' '^passbook-sim: --page: ' --page ''
-expect 1 '^$' no/page.png --page "$kept/no/page.png"
+for path in '' -; do expect 2 '^$' '^passbook-sim: --page: ' --page "$path"; done
+expect 1 '^$' 'no/page.png: No such file or directory' --page "$kept/no/page.png"
 expect 1 '^$' 'not a regular file' --page /dev/full
+expect 1 '^$' 'no/log: No such file or directory' --events "$kept/no/log" -- true
+expect 1 '^$' '/dev/full: No space left on device' --events /dev/full -- sh -c 'printf money >/dev/{}'
 check [ -z "$(ls -A "$kept")" ]
 
 start --page "$kept/page.png" --events "$kept/events" --stripe1 42
@@ -66,8 +69,10 @@ ask $'\033l\033YEA@\033]' $'\033]42\x1C'
 exec 3>&- 3<>"/dev/$port"
 ask $'\033|A010\xB4\xE6\r\033 B' $'\033B5C\033Z'
 check [ ! -e "$kept/page.png" ]
+printf 'money\xB4' >&3  # a text that goes on
 kill -USR1 "$printer"
 check eventually whole "$kept/page.png"
+check logged text
 ln "$kept/page.png" "$kept/first.png"
 ask $'\033O\033j' $'\033rP'
 check whole "$kept/page.png"
@@ -76,10 +81,24 @@ cp "$kept/page.png" "$work/printed.png"
 exec 3>&- 3<>"/dev/$port"
 ask $'\033L000\033 B' $'\033B5C\033Z'
 kill -USR1 "$printer"  # the next document is still empty: it must not take the printed one's place
+printf '\033j' >&3
+exec 3>&-
+check eventually logged unread
+exec 3<>"/dev/$port"
+ask $'\033l\033]' $'\033]42\x1C'
 stop TERM
+exec 3>&-
+start --page "$kept/page.png"
+stop HUP
 check cmp "$kept/page.png" "$work/printed.png"
 check [ "$(cd "$kept" && echo *)" = 'events first.png page.png' ]
-exec 3>&-
+
+# Thousands of pages that nobody sees, and what they end with
+start --family oki --page "$kept/page.png" --events "$kept/events"
+check timeout 20 bash -c 'printf "money\f%.0s" {1..5000} >"/dev/$1"; printf last >"/dev/$1"' - "$port"
+stop INT
+check [ "$(grep -c '"text":"money"' "$kept/events")" = 5000 ]
+check grep -q '"text":"last"' "$kept/events"
 
 start
 for _ in 1 2; do  # hosts that never read
@@ -87,35 +106,42 @@ for _ in 1 2; do  # hosts that never read
 done
 stop TERM
 
-start --paper out --insert-after 0 --taken-after never --split 1 --printer-status 010 --page-size 50.8x25.4 --page "$kept/page.png"
+start --paper out --insert-after 0 --taken-after never --split 1 --printer-status 010 --page-size 50.8x25.4 --events - \
+  --page "$kept/new.png"
 exec 3<>"/dev/$port"
 printf '\033 B\033j' >&3
 check [ "$(timeout 20 dd bs=9 count=1 status=none <&3)" = $'\033' ]
 ask '' $'B5B\033Z\033r2'
 ask $'\033L000\033O\033 B' $'\033B5A\033Z'
-check [ "$(head -c 24 "$kept/page.png" | tail -c 8 | od -An -tx1)" = ' 00 00 01 68 00 00 00 b4' ]  # 360 x 180
+check [ "$(head -c 24 "$kept/new.png" | tail -c 8 | od -An -tx1)" = ' 00 00 01 68 00 00 00 b4' ]  # 360 x 180
 stop INT
 exec 3>&-
 
 # A stamp of one black pixel.
 { printf 'BM:\0\0\0\0\0\0\0\x36\0\0\0\x28\0\0\0\1\0\0\0\1\0\0\0\1\0\x18\0' && head -c 28 /dev/zero; } >"$work/stamp.bmp"
-job=("$host" USB "$work/stamp.bmp")
-expect 0 '^printer +PASSBOOKSIM10' '^$' --events "$work/usb" --page "$work/usb.png" --usb -- "${job[@]}"
-check whole "$work/usb.png"
-check grep -q '"event":"text"' "$work/usb"
-
+job=("$host" {} "$work/stamp.bmp")
+for bus in --usb "--link=$work/link"; do
+  rm -f "$kept"/*
+  ln -sf /dev/pts/123456 "$work/link"  # left by a run that was killed
+  expect 0 '^printer +PASSBOOKSIM10' '^$' --events "$kept/events" --page "$kept/page.png" "$bus" -- "${job[@]}"
+  check whole "$kept/page.png"
+  check logged text
+  expect 0 '^\[a,b\]\|\|--help$' '^$' "$bus" -- sh -c 'echo "$1|$2|$3"' sh '[a,b]' '' --help
+  expect 7 '^$' '^$' "$bus" -- sh -c 'exit 7'
+  expect 143 '^$' '' "$bus" -- sh -c 'kill -TERM $PPID; while :; do :; done'
+  expect 127 '^$' "$work/missing: No such file" "$bus" -- "$work/missing"
+  expect 126 '^$' 'Permission denied' "$bus" -- "$work"
+  expect 2 '^$' PROGRAM "$bus" --
+done
+check [ ! -L "$work/link" ]
+expect 0 '^/dev/(pts/[0-9]+) \1.*"event":"text"' '^$' --events - --link "$work/link" -- \
+  sh -c 'echo "$(readlink "$1") {}"; printf money >"$1"' - "$work/link"
+expect 1 '^$' 'alias: File exists' --link "$work/alias" -- true
+check [ -L "$work/alias" ]
 expect 0 '^printer' '^$' --usb-busy 1 --usb -- "${job[@]}"
 expect 1 '' 'result -' --usb-fault unplug:5 --usb -- "${job[@]}"
 expect 1 '' 'result -3' --usb-fault stall:20 --usb -- "${job[@]}"
-expect 0 '^\[a,b\]\|\|--help$' '^$' --usb -- sh -c 'echo "$1|$2|$3"' sh '[a,b]' '' --help
-expect 7 '^$' '^$' --usb -- sh -c 'exit 7'
-expect 143 '^$' '' --usb -- sh -c 'kill -TERM $PPID; while :; do :; done'
-expect 127 '^$' "$work/missing: No such file" --usb -- "$work/missing"
-expect 126 '^$' 'Permission denied' --usb -- "$work"
-expect 1 '^$' "can't be written" --events "$work/missing/log" --usb -- true
 expect 2 '^$' PROGRAM --usb
-expect 2 '^$' PROGRAM --usb --
-expect 2 '^$' PROGRAM -- true
 for fault in short short: :3 short:0 short:x jam:1; do
   expect 2 '^$' 'no KIND:N' --usb-fault "$fault" --usb -- true
 done
