@@ -22,6 +22,7 @@
 #include "sim/page_file.h"
 #include "sim/port.h"
 #include "sim/printer.h"
+#include "sim/scratch.h"
 #include "sim/usb.h"
 
 namespace passbook::sim {
@@ -234,7 +235,15 @@ int serve(Desk& desk, Connection& connection, const Descriptor& signals, HostPro
 }
 
 int run(Options options) {
+    // Before anybody asks GLib for a place for temporary files.
     std::string error;
+    std::unique_ptr<ScratchDirectory> scratch;
+    if (options.usb) {
+        scratch = ScratchDirectory::make(error);
+        if (!scratch) {
+            return fail(error);
+        }
+    }
     EventLog log;
     if (options.eventFile == kStandardOutput) {
         log.toStandardOutput();
@@ -271,6 +280,9 @@ int run(Options options) {
     }
     if (options.runsHost) {
         // Standard output is the host's.
+        if (scratch) {
+            scratch->restoreSetting();
+        }
         HostProcess host;
         const int status =
             host.start(withPort(options.host, connection->portName()), connection->hostSetting(), error);

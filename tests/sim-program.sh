@@ -6,7 +6,8 @@ set -euo pipefail
 export LC_ALL=C  # the host counts bytes
 sim=$1 host=$2 printer='' bad=0
 work=$(mktemp -d)
-mkdir "${kept:=$work/kept}"
+export TMPDIR=$work/tmp
+mkdir "${kept:=$work/kept}" "$TMPDIR"
 trap '[ -z "$printer" ] || kill -KILL "$printer" 2>/dev/null || true; rm -rf "$work"' EXIT
 wrong() { echo "sim-program: line ${BASH_LINENO[1]}: $*"; bad=1; }
 check() { "$@" || wrong "not so: $*"; }
@@ -45,6 +46,7 @@ ask() {
   [ "$answer" = "$2" ] || wrong "$(printf '%q is answered %q, not %q' "$1" "$answer" "$2")"
 }
 logged() { grep -q "\"event\":\"$1\"" "$kept/events"; }
+clean() { [ -z "$(ls -A "$TMPDIR")" ]; }
 whole() { tail -c 8 "$1" 2>/dev/null | cmp -s - <(printf 'IEND\xAE\x42\x60\x82'); }
 
 ln -s kept/../kept/page.png "$work/alias"
@@ -142,6 +144,8 @@ expect 0 '^printer' '^$' --usb-busy 1 --usb -- "${job[@]}"
 expect 1 '' 'result -' --usb-fault unplug:5 --usb -- "${job[@]}"
 expect 1 '' 'result -3' --usb-fault stall:20 --usb -- "${job[@]}"
 expect 2 '^$' PROGRAM --usb
+"$sim" --usb -- sh -c 'kill -KILL $PPID' &
+wait $! 2>/dev/null || check eventually clean
 for fault in short short: :3 short:0 short:x jam:1; do
   expect 2 '^$' 'no KIND:N' --usb-fault "$fault" --usb -- true
 done
