@@ -55,7 +55,8 @@
  *   0 means: the operating system took all bytes that the result covers. It does not mean that they are on paper. An
  *   OLI host asks for that: YARDO_PR2_GetPrinterStatus gives PASSBOOK_PRINTER_READY when the printer is content. The
  *   OKI functions ask the printer nothing.
- *   Some failures have no result. The functions concerned say so. The most important ones:
+ *   Some failures have no result. The functions concerned say so. passbook_outcome() tells of all of them. The most
+ *   important ones:
  *   - The vertical movement of YARDO_PR2_PrintData and of pictures. If the line breaks, the next command fails and you
  *     get -3. But if USB loses just that one transfer, the result is 0 and the text stands at the height of the line
  *     before.
@@ -64,7 +65,9 @@
  *   - The file of a scanned side: look whether the file is there.
  *
  * AFTER A FAILURE
- *   The first question is always: what of this call can be on the paper? "Look" means that a person looks at the page,
+ *   The first question is always: what of this call can be on the paper? passbook_outcome() answers it for the call
+ *   that was made: ink NONE, and the call can be repeated; ink SENT and in_place 1, and the host goes on. This table
+ *   tells what can be at all. "Look" means that a person looks at the page,
  *   or that the host scans it. A text or a picture can be there in part.
  *
  *   function          result          on the paper               repeat the call?   then
@@ -161,7 +164,8 @@ enum passbook_result {
     PASSBOOK_NOT_READY = -30,        /* the printer was not ready in time */
     PASSBOOK_NO_MEMORY = -31,        /* no memory; of a scan also: no temporary file */
     PASSBOOK_IMAGE_BROKEN_OFF = -40, /* scan: the image did not come whole */
-    PASSBOOK_NO_TEXT = -60           /* the text is not valid UTF-8, or too long */
+    PASSBOOK_NO_TEXT = -60,          /* the text is not valid UTF-8, or too long */
+    PASSBOOK_CANCELLED = -100        /* the host ended the call: see passbook_cancel, passbook_set_progress */
 };
 
 /* Results of the PT_ functions, where they are other ones. The rest is as above. */
@@ -376,8 +380,9 @@ PASSBOOK_API int YARDO_PR2_MSW(int track, const char* data, int length);
 
 /*
  * Reads both stripes as YARDO_PR2_MSR does: track 0 into buffer0, then track 1 into buffer1.
- * Returns the result of the second read. There is no result of the first read: set buffer0[0] to a value that no stripe
- * has, and look whether it changed. -1 one of the buffers is NULL or shorter than 2: nothing was sent. -6.
+ * passbook_outcome tells which of the two were read.
+ * Returns the result of the second read: 0; -3; -4; or -1 one of the buffers is NULL or shorter than 2: nothing was
+ * sent; -6. There is no result of the first read.
  */
 PASSBOOK_API int YARDO_PR2_MSRALL(char* buffer0, int length0, char* buffer1, int length1);
 
@@ -528,6 +533,175 @@ PASSBOOK_API int PT_PrintTxtFile(const char* portName, int mode, int timeout, in
  */
 PASSBOOK_API int PT_PrintTxtStream(const char* portName, int mode, int timeout, int x, int y, const char* text,
                                    int length);
+
+/* Two functions below have the name of the struct that they fill, as stat(2) has. GCC calls that shadowing in C++. */
+#if defined(__GNUC__) && defined(__cplusplus)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wshadow"
+#endif
+
+/* ---- What became of a call -------------------------------------------------------------------------------------- */
+
+/*
+ * All functions above keep a record of the latest call. The functions here do not change it, with one exception:
+ * passbook_oki_paper.
+ */
+
+/* What is on the paper. */
+enum passbook_ink {
+    PASSBOOK_INK_NONE = 0,     /* no printable byte left the process */
+    PASSBOOK_INK_POSSIBLE = 1, /* some may be on the paper */
+    PASSBOOK_INK_SENT = 2      /* all were handed over */
+};
+
+struct passbook_outcome {
+    unsigned size;         /* in: sizeof(struct passbook_outcome) */
+    char function[32];     /* the name of the function; empty before the first call */
+    int result;            /* what it returned */
+    int ink;               /* see enum passbook_ink */
+    int in_place;          /* 1: every movement that places this ink was handed over whole. 0: not so. Then the ink of
+                              this call can be in a wrong place. On OKI printers movements count from where the paper
+                              is: after a lost one this is 0 until a document was ejected. */
+    int transfers;         /* writes to the printer */
+    int failed_transfers;  /* those that were not taken whole, also when the result does not tell */
+    int missing_answers;   /* questions without an answer that the library understands */
+    long long bytes_sent;  /* bytes that were taken */
+    int x_dots, y_dots;    /* where the last ink was sent to, in dots of 1/180 inch; -1 unknown. OKI: from the left
+                              margin, and from where the paper was before the call */
+    long long done, total; /* strips of a picture with ink, lines of a text, bytes of the side that is scanned, stripes
+                              that were read; 0, 0 where nothing is counted */
+    unsigned parts;        /* scans: bit 0, the front has a file; bit 1, the back. YARDO_PR2_MSRALL: bit 0, track 0 was
+                              read; bit 1, track 1 */
+    int system_error;      /* the first failure: errno, or a code of libusb below 0; 0 none */
+    char message[256];     /* one sentence for a person, about the first failure; empty when nothing failed */
+};
+
+/*
+ * Tells what became of the latest call of this process.
+ * out  in: size; out: as many of the other fields as fit into size.
+ * What a host does with it: With ink NONE it repeats the call. With ink SENT and in_place 1 the ink is where it
+ * belongs, and the host goes on. In all other cases a person looks at the page, or the page is taken out.
+ * Returns 0; -1 out is NULL, or its size has no room for the first two fields.
+ */
+PASSBOOK_API int passbook_outcome(struct passbook_outcome* out);
+
+/* When to repeat a call. */
+enum passbook_repeat {
+    PASSBOOK_REPEAT_SAFE = 0,          /* at once: nothing can be printed twice */
+    PASSBOOK_REPEAT_AFTER_LOOKING = 1, /* only when somebody has looked at the page */
+    PASSBOOK_REPEAT_USELESS = 2        /* it gives the same again until the cause is removed */
+};
+
+struct passbook_meaning {
+    const char* name;   /* of the result, as in the enums above */
+    const char* cause;  /* a sentence each, in English, for a person */
+    const char* paper;  /* what may be on it */
+    const char* remedy; /* what to do */
+    int repeat;         /* see enum passbook_repeat */
+};
+
+/*
+ * Explains the result of a function: what the table AFTER A FAILURE says, for programs.
+ * function  in: a name, for example "YARDO_PR2_PrintData".
+ * Returns what belongs to the library and stays valid; NULL for a result that the function does not have.
+ */
+PASSBOOK_API const struct passbook_meaning* passbook_explain(const char* function, int result);
+
+/* The values of YARDO_PR2_GetPrinterStatus and YARDO_PR2_GetPaperStatus as English text; NULL for any other value. */
+PASSBOOK_API const char* passbook_status_text(int status);
+PASSBOOK_API const char* passbook_paper_text(int status);
+
+/* What a trace is told. */
+enum passbook_trace_kind {
+    PASSBOOK_TRACE_CALL = 0,   /* a call begins */
+    PASSBOOK_TRACE_RETURN = 1, /* it ends: result, system_error */
+    PASSBOOK_TRACE_WRITE = 2,  /* data: length bytes for the printer; result: how many were taken, -1 nobody knows */
+    PASSBOOK_TRACE_READ = 3,   /* data: length bytes from the printer */
+    PASSBOOK_TRACE_OPEN = 4,   /* data: the name of the port, length bytes; result 0 or -1; system_error */
+    PASSBOOK_TRACE_CLOSE = 5   /* result 0 or -1 */
+};
+
+struct passbook_trace_event {
+    unsigned size;        /* sizeof(struct passbook_trace_event) of the library */
+    int kind;             /* see enum passbook_trace_kind */
+    const char* function; /* the call in which it happens */
+    int result;
+    const unsigned char* data;
+    int length;
+    int system_error;
+    long long microseconds; /* on the monotonic clock of the system */
+};
+
+typedef void (*passbook_trace_callback)(const struct passbook_trace_event* event, void* user);
+
+/*
+ * Has all that happens told to the host, while it happens, on the thread that makes the call.
+ * callback  NULL: no more. It must not call this library. What it gets is valid until it returns.
+ * The trace holds everything: account numbers on stripes and texts of customers too. The host masks what it keeps.
+ * Returns 0.
+ */
+PASSBOOK_API int passbook_set_trace(passbook_trace_callback callback, void* user);
+
+typedef int (*passbook_progress_callback)(long long done, long long total, void* user);
+
+/*
+ * Has the host told how far a call has come: between strips, lines, blocks of a scan, and questions.
+ * callback  NULL: no more. done and total are as in struct passbook_outcome. A result other than 0 ends the call at
+ *           that point. It must not call this library, except passbook_cancel.
+ * A call that is ended returns PASSBOOK_CANCELLED. There is no half command on the line then: an eject works. The rest
+ * of a scan is read away, for at most two minutes. passbook_outcome tells what is on the paper. A host that does not
+ * ask for this never gets this result.
+ * Returns 0.
+ */
+PASSBOOK_API int passbook_set_progress(passbook_progress_callback callback, void* user);
+
+/*
+ * Ends the call that is running, as a progress callback does. For other threads, and for handlers of signals. Without a
+ * running call it does nothing: it does not end the next call. A pause or a read that has begun goes on to its end
+ * first. Returns 0.
+ */
+PASSBOOK_API int passbook_cancel(void);
+
+/*
+ * Limits how long a serial or parallel printer can take nothing before a write fails.
+ * milliseconds  0, as it is at first: no limit. Any other value: a write that makes no progress for so long fails,
+ *               which gives the function's -3. A write then goes on until all is taken, also when a signal cuts it.
+ *               Closing a serial port waits no longer either; what has not gone out by then is thrown away.
+ * Returns 0; -1 negative.
+ */
+PASSBOOK_API int passbook_set_write_limit(int milliseconds);
+
+struct passbook_oki_paper {
+    unsigned size; /* in: sizeof(struct passbook_oki_paper) */
+    int status;    /* 1 or 2, as the printer tells it; -3 or -20 when it does not */
+    int width;     /* of the document, in the printer's own units; 0 not told */
+    int length;    /* the same */
+};
+
+/*
+ * Asks an OKI printer for its paper status, and for the width and length of the document. So a host of that family sees
+ * more than that bytes were sent. Opens the port and closes it, as the PT_ functions do. If a port is open, it uses
+ * that port and leaves it open.
+ * portName  in: as in YARDO_PR2_OpenPort.
+ * out       in: size; out: the other fields.
+ * Each answer is read once. A late answer is not waited for.
+ * Returns 0 the printer told its status; -1 portName or out is NULL, or the size is too small; -3; -20.
+ */
+PASSBOOK_API int passbook_oki_paper(const char* portName, struct passbook_oki_paper* out);
+
+/*
+ * Sets the directory for the temporary files of the PT_ functions.
+ * directory  in: a directory that the host may write into, at most 220 characters; NULL: the current one, as at first.
+ * Returns 0; -1 it is longer, or it is no directory that can be written into: the setting stays as it was.
+ */
+PASSBOOK_API int passbook_set_temporary_directory(const char* directory);
+
+/* The version of the library that is loaded, for example "1.0.0". */
+PASSBOOK_API const char* passbook_version(void);
+
+#if defined(__GNUC__) && defined(__cplusplus)
+#pragma GCC diagnostic pop
+#endif
 
 #ifdef __cplusplus
 }

@@ -1,5 +1,6 @@
 // The exported functions of the OKI family. Each call opens the port, does its job and closes the port again.
 
+#include "api/call.h"
 #include "api/codeset.h"
 #include "api/passbook.h"
 #include "api/units.h"
@@ -28,32 +29,24 @@ bool isGood(const char* portName, int timeout, int x, int y, const void* content
     return portName != nullptr && timeout >= 0 && x >= 0 && y >= 0 && content != nullptr;
 }
 
-/// Does a job on the port, whoever opened it: one that was open before is closed as well.
-template <typename Job>
-int onPort(const char* portName, Job job) {
-    if (PRSinit(portName) != 0)
-        return PASSBOOK_PT_NOT_OPENED;
-    const int result = job();
-    (void)PRSexit();  // a port that will not close is taken over by the next call
-    return result;
-}
-
 template <typename Print>
-int printImage(const char* portName, int mode, int timeout, int x, int y, const void* image, int turns, Print print) {
+int printImage(const char* function, const char* portName, int mode, int timeout, int x, int y, const void* image,
+               int turns, Print print) {
     if (!isGood(portName, timeout, x, y, image) || turns < PASSBOOK_UPRIGHT || turns > PASSBOOK_TURNED_270)
-        return PASSBOOK_BAD_ARGUMENT;
+        return refused(function, PASSBOOK_BAD_ARGUMENT);
     g_timeout = timeout;
     const Millimetres place = Millimetres::from(mode, x, y);
-    return onPort(portName, [&] { return print(ImagePlace{place.xDots(), place.yDots(), turns}); });
+    return recordedOnPort(function, portName, [&] { return print(ImagePlace{place.xDots(), place.yDots(), turns}); });
 }
 
 /// Prints what `text` gives, a text and its length, or says why not.
 template <typename Text>
-int printText(const char* portName, int mode, int timeout, int x, int y, const char* source, Text text) {
+int printText(const char* function, const char* portName, int mode, int timeout, int x, int y, const char* source,
+              Text text) {
     if (!isGood(portName, timeout, x, y, source))
-        return PASSBOOK_BAD_ARGUMENT;
+        return refused(function, PASSBOOK_BAD_ARGUMENT);
     g_timeout = timeout;
-    return onPort(portName, [&] {
+    return recordedOnPort(function, portName, [&] {
         const Millimetres place = Millimetres::from(mode, x, y);
         int length = 0;
         const ConvertedText converted = text(&length);
@@ -66,38 +59,41 @@ int printText(const char* portName, int mode, int timeout, int x, int y, const c
 
 }  // namespace
 
-int PT_PrintImageFile(const char* portName, int mode, int timeout, int x, int y, int reserved, const char* path) {
-    return PT_PrintImageFileRevolve(portName, mode, timeout, x, y, reserved, path, PASSBOOK_UPRIGHT);
+int PT_PrintImageFile(const char* portName, int mode, int timeout, int x, int y, int /*reserved*/, const char* path) {
+    return printImage(
+        __func__, portName, mode, timeout, x, y, path, PASSBOOK_UPRIGHT,
+        [&](const ImagePlace& place) { return printImageFile_OKI(path, place); });
 }
 
 int PT_PrintImageFileRevolve(const char* portName, int mode, int timeout, int x, int y, int /*reserved*/,
                              const char* path, int turns) {
     return printImage(
-        portName, mode, timeout, x, y, path, turns,
+        __func__, portName, mode, timeout, x, y, path, turns,
         [&](const ImagePlace& place) { return printImageFile_OKI(path, place); });
 }
 
 int PT_PrintImageStream(const char* portName, int mode, int timeout, int x, int y, int /*reserved*/,
                         const unsigned char* data, int length) {
     return printImage(
-        portName, mode, timeout, x, y, data, PASSBOOK_UPRIGHT,
+        __func__, portName, mode, timeout, x, y, data, PASSBOOK_UPRIGHT,
         [&](const ImagePlace& place) { return printImageStream_OKI(data, length, place, false); });
 }
 
 int PT_PrintImageStreamRevolve(const char* portName, int mode, int timeout, int x, int y, int /*reserved*/,
                                const unsigned char* data, int length, int turns) {
     return printImage(
-        portName, mode, timeout, x, y, data, turns,
+        __func__, portName, mode, timeout, x, y, data, turns,
         [&](const ImagePlace& place) { return printImageStream_OKI(data, length, place, true); });
 }
 
 int PT_Eject(const char* portName, int /*reserved*/) {
-    return portName != nullptr ? onPort(portName, EjectPaper_OKI) : PASSBOOK_BAD_ARGUMENT;
+    return portName != nullptr ? recordedOnPort(__func__, portName, EjectPaper_OKI)
+                               : refused(__func__, PASSBOOK_BAD_ARGUMENT);
 }
 
 int PT_PrintTxtFile(const char* portName, int mode, int timeout, int x, int y, const char* path) {
     return printText(
-        portName, mode, timeout, x, y, path,
+        __func__, portName, mode, timeout, x, y, path,
         [&](int* length) {
             unsigned char* content = nullptr;
             int contentLength = 0;
@@ -110,6 +106,6 @@ int PT_PrintTxtFile(const char* portName, int mode, int timeout, int x, int y, c
 
 int PT_PrintTxtStream(const char* portName, int mode, int timeout, int x, int y, const char* text, int length) {
     return printText(
-        portName, mode, timeout, x, y, text,
+        __func__, portName, mode, timeout, x, y, text,
         [&](int* convertedLength) { return toPrinter(text, length, convertedLength); });
 }

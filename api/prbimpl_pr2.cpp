@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "api/call.h"
 #include "api/codeset.h"
 #include "api/passbook.h"
 #include "api/units.h"
@@ -39,164 +40,207 @@ bool isScanName(const char* path) {
     return path != nullptr && std::strlen(path) < scanNameBytes;
 }
 
+/// Does a job on the port that is open, and keeps the record of the call.
+template <typename Job>
+int onOpenPort(const char* function, Job job) {
+    return recorded(
+        function, [&] { return g_portOpen ? int{job()} : int{PASSBOOK_NOT_OPEN}; });
+}
+
 }  // namespace
 
 int YARDO_PR2_OpenPort(const char* portName) {
-    if (g_portOpen)
-        return PASSBOOK_ALREADY_OPEN;
-    if (portName == nullptr)
-        return PASSBOOK_BAD_ARGUMENT;
-    if (PRSinit(portName) != 0)
-        return PASSBOOK_NOT_OPENED;
-    g_portOpen = true;
-    return 0;
+    return recorded(
+        __func__,
+        [&]() -> int {
+            if (g_portOpen)
+                return PASSBOOK_ALREADY_OPEN;
+            if (portName == nullptr)
+                return PASSBOOK_BAD_ARGUMENT;
+            if (PRSinit(portName) != 0)
+                return PASSBOOK_NOT_OPENED;
+            g_portOpen = true;
+            return PASSBOOK_OK;
+        });
 }
 
 int YARDO_PR2_ClosePort(void) {
-    if (!g_portOpen)
-        return PASSBOOK_NOT_OPEN;
-    (void)PRSexit();  // a transport that will not close is taken over by the next open
-    g_portOpen = false;
-    return 0;
+    return onOpenPort(
+        __func__,
+        [] {
+            (void)PRSexit();  // a transport that will not close is taken over by the next open
+            g_portOpen = false;
+            return PASSBOOK_OK;
+        });
 }
 
 int YARDO_PR2_Command(const unsigned char* data, int length) {
-    if (!g_portOpen)
-        return PASSBOOK_NOT_OPEN;
-    if (length < 0 || (data == nullptr && length > 0))
-        return PASSBOOK_BAD_ARGUMENT;
-    return Command_OLI(data, length);
+    return onOpenPort(
+        __func__,
+        [&]() -> int {
+            if (length < 0 || (data == nullptr && length > 0))
+                return PASSBOOK_BAD_ARGUMENT;
+            return Command_OLI(data, length);
+        });
 }
 
 int YARDO_PR2_InitPrinter(int mode, int timeoutSeconds) {
-    return g_portOpen ? InitPrinter_OLI(mode, timeoutSeconds) : PASSBOOK_NOT_OPEN;
+    return onOpenPort(
+        __func__, [&] { return InitPrinter_OLI(mode, timeoutSeconds); });
 }
 
 int YARDO_PR2_PrintData(int unit, int x, int y, const char* text, int length) {
-    if (!g_portOpen)
-        return PASSBOOK_NOT_OPEN;
-    if (text == nullptr)
-        return PASSBOOK_BAD_ARGUMENT;
-    const bool inches = unit != PASSBOOK_MILLIMETRES;
-    // Text in millimetres goes one millimetre lower; text in inches, and pictures, do not.
-    const int xDots = inches ? dotsFromInches(x) : dotsFromMillimetres(x);
-    const int yDots = inches ? dotsFromInches(y) : dotsFromMillimetres(std::int64_t{y} + 1);
-    int convertedLength = 0;
-    const ConvertedText converted = toPrinter(text, length, &convertedLength);
-    if (converted == nullptr)
-        return PASSBOOK_NO_TEXT;
-    return PrintData_OLI(reinterpret_cast<const unsigned char*>(converted.get()), convertedLength, xDots, yDots);
+    return onOpenPort(
+        __func__,
+        [&]() -> int {
+            if (text == nullptr)
+                return PASSBOOK_BAD_ARGUMENT;
+            const bool inches = unit != PASSBOOK_MILLIMETRES;
+            // Text in millimetres goes one millimetre lower; text in inches, and pictures, do not.
+            const int xDots = inches ? dotsFromInches(x) : dotsFromMillimetres(x);
+            const int yDots = inches ? dotsFromInches(y) : dotsFromMillimetres(std::int64_t{y} + 1);
+            int convertedLength = 0;
+            const ConvertedText converted = toPrinter(text, length, &convertedLength);
+            if (converted == nullptr)
+                return PASSBOOK_NO_TEXT;
+            return PrintData_OLI(reinterpret_cast<const unsigned char*>(converted.get()), convertedLength, xDots,
+                                 yDots);
+        });
 }
 
 int YARDO_PR2_SetFormat(double pitch, int bold, int width, int height) {
-    if (!g_portOpen)
-        return PASSBOOK_NOT_OPEN;
-    if (const int result = SetFontSpace_OLI(pitch); result != 0)
-        return result;
-    if (const int result = SetFontBold_OLI(bold); result != 0)
-        return result;
-    if (const int result = SetFontWidth_OLI(width); result != 0)
-        return result;
-    return SetFontHeight_OLI(height);
+    return onOpenPort(
+        __func__,
+        [&] {
+            if (const int result = SetFontSpace_OLI(pitch); result != 0)
+                return result;
+            if (const int result = SetFontBold_OLI(bold); result != 0)
+                return result;
+            if (const int result = SetFontWidth_OLI(width); result != 0)
+                return result;
+            return SetFontHeight_OLI(height);
+        });
 }
 
 int YARDO_PR2_SetLineSpace(int /*unit*/, double space) {
-    return g_portOpen ? SetLineSpace_OLI(space) : PASSBOOK_NOT_OPEN;
+    return onOpenPort(
+        __func__, [&] { return SetLineSpace_OLI(space); });
 }
 
 int YARDO_PR2_SetUnderLine(int mode) {
-    return g_portOpen ? SetUnderLine_OLI(mode) : PASSBOOK_NOT_OPEN;
+    return onOpenPort(
+        __func__, [&] { return SetUnderLine_OLI(mode); });
 }
 
 int YARDO_PR2_LR(void) {
-    return g_portOpen ? SendLineBreak_OLI() : PASSBOOK_NOT_OPEN;
+    return onOpenPort(__func__, SendLineBreak_OLI);
 }
 
 int YARDO_PR2_InsertPaper(void) {
-    return g_portOpen ? InsertPaper_OLI() : PASSBOOK_NOT_OPEN;
+    return onOpenPort(__func__, InsertPaper_OLI);
 }
 
 int YARDO_PR2_EjectPaper(void) {
-    return g_portOpen ? EjectPaper_OLI() : PASSBOOK_NOT_OPEN;
+    return onOpenPort(__func__, EjectPaper_OLI);
 }
 
 int YARDO_PR2_ClearError(void) {
-    return g_portOpen ? ClearError_OLI() : PASSBOOK_NOT_OPEN;
+    return onOpenPort(__func__, ClearError_OLI);
 }
 
 int YARDO_PR2_CLearAll(void) {
-    return g_portOpen ? ClearAll_OLI() : PASSBOOK_NOT_OPEN;
+    return onOpenPort(__func__, ClearAll_OLI);
 }
 
 int YARDO_PR2_GetFWID(unsigned char* out) {
-    if (!g_portOpen)
-        return PASSBOOK_NOT_OPEN;
-    return out != nullptr ? GetFWID_OLI(out) : PASSBOOK_BAD_ARGUMENT;
+    return onOpenPort(
+        __func__, [&] { return out != nullptr ? GetFWID_OLI(out) : PASSBOOK_BAD_ARGUMENT; });
 }
 
 int YARDO_PR2_GetPrinterStatus(void) {
-    return g_portOpen ? GetPrinterStatus_OLI() : PASSBOOK_NOT_OPEN;
+    return onOpenPort(__func__, GetPrinterStatus_OLI);
 }
 
 int YARDO_PR2_GetPaperStatus(void) {
-    return g_portOpen ? GetPaperStatus_OLI() : PASSBOOK_NOT_OPEN;
+    return onOpenPort(__func__, GetPaperStatus_OLI);
 }
 
 int YARDO_PR2_MSR(int track, char* buffer, int length) {
-    return g_portOpen ? ReadStripe(track, buffer, length) : PASSBOOK_NOT_OPEN;
+    return onOpenPort(
+        __func__, [&] { return ReadStripe(track, buffer, length); });
 }
 
 int YARDO_PR2_MSW(int track, const char* data, int length) {
-    return g_portOpen ? WriteStripe(track, data, length) : PASSBOOK_NOT_OPEN;
+    return onOpenPort(
+        __func__, [&] { return WriteStripe(track, data, length); });
 }
 
 int YARDO_PR2_MSRALL(char* buffer0, int length0, char* buffer1, int length1) {
-    if (!g_portOpen)
-        return PASSBOOK_NOT_OPEN;
-    // Tested for both before the first read, whose own result is not returned: a bad buffer must not look
-    // like a stripe that was read.
-    if (buffer0 == nullptr || length0 < 2 || buffer1 == nullptr || length1 < 2)
-        return PASSBOOK_BAD_ARGUMENT;
-    (void)ReadStripe(0, buffer0, length0);
-    return ReadStripe(1, buffer1, length1);
+    return onOpenPort(
+        __func__,
+        [&]() -> int {
+            // Tested for both before the first read, whose own result is not returned: a bad buffer must not look
+            // like a stripe that was read.
+            if (buffer0 == nullptr || length0 < 2 || buffer1 == nullptr || length1 < 2)
+                return PASSBOOK_BAD_ARGUMENT;
+            const bool first = ReadStripe(0, buffer0, length0) == 0;
+            if (first)
+                havePart(0);
+            if (!goOn(first ? 1 : 0, 2))
+                return PASSBOOK_CANCELLED;
+            const int result = ReadStripe(1, buffer1, length1);
+            if (result == 0)
+                havePart(1);
+            haveDone((first ? 1 : 0) + (result == 0 ? 1 : 0), 2);
+            return result;
+        });
 }
 
 int YARDO_PR2_SPB(int seconds) {
-    return g_portOpen ? DealCradOvertime_OLI(seconds) : PASSBOOK_NOT_OPEN;
+    return onOpenPort(
+        __func__, [&] { return DealCradOvertime_OLI(seconds); });
 }
 
 int YARDO_PrintBmpOLI(const char* path, bool eject, int x, int y) {
-    if (!g_portOpen)
-        return PASSBOOK_NOT_OPEN;
-    if (path == nullptr)
-        return PASSBOOK_BAD_ARGUMENT;
-    const int result = PrintBmp_OLI(path, eject, dotsFromMillimetres(x), dotsFromMillimetres(y));
-    // Settles the line after the picture; whatever the printer says, the picture's result stands.
-    for (int queries = 0; queries < 5; ++queries)
-        if (GetPrinterStatus_OLI() >= 0)
-            break;
-    return result;
+    return onOpenPort(
+        __func__,
+        [&]() -> int {
+            if (path == nullptr)
+                return PASSBOOK_BAD_ARGUMENT;
+            const int result = PrintBmp_OLI(path, eject, dotsFromMillimetres(x), dotsFromMillimetres(y));
+            // Settles the line after the picture; whatever the printer says, the picture's result stands.
+            for (int queries = 0; queries < 5 && !isEnding(); ++queries)
+                if (GetPrinterStatus_OLI() >= 0)
+                    break;
+            return result;
+        });
 }
 
 int YARDO_ScantoFileOKI(const char* frontFile, const char* backFile, int imageType, int frontParam1, int backParam1,
                         int param2, bool optionFlag, int sides, int dpi, int direction) {
-    if (!g_portOpen)
-        return PASSBOOK_NOT_OPEN;
-    if (!isScanName(frontFile) || !isScanName(backFile))
-        return PASSBOOK_BAD_ARGUMENT;
-    scans record;
-    FormatScanParam(&record, frontFile, backFile, imageType, frontParam1, backParam1, param2, optionFlag, sides, dpi,
-                    direction);
-    return ScanToFileOKI(&record);
+    return onOpenPort(
+        __func__,
+        [&]() -> int {
+            if (!isScanName(frontFile) || !isScanName(backFile))
+                return PASSBOOK_BAD_ARGUMENT;
+            scans record;
+            FormatScanParam(&record, frontFile, backFile, imageType, frontParam1, backParam1, param2, optionFlag, sides,
+                            dpi, direction);
+            callIsRelative();
+            return ScanToFileOKI(&record);
+        });
 }
 
 int YARDO_ScantoFileOLI(const char* frontFile, const char* backFile, int imageType, int param1, int param2,
                         bool optionFlag, int sides, int dpi, int direction) {
-    if (!g_portOpen)
-        return PASSBOOK_NOT_OPEN;
-    if (!isScanName(frontFile) || !isScanName(backFile))
-        return PASSBOOK_BAD_ARGUMENT;
-    scans record;
-    FormatScanParam(&record, frontFile, backFile, imageType, param1, param1, param2, optionFlag, sides, dpi, direction);
-    return ScanToFileOLI(&record);
+    return onOpenPort(
+        __func__,
+        [&]() -> int {
+            if (!isScanName(frontFile) || !isScanName(backFile))
+                return PASSBOOK_BAD_ARGUMENT;
+            scans record;
+            FormatScanParam(&record, frontFile, backFile, imageType, param1, param1, param2, optionFlag, sides, dpi,
+                            direction);
+            return ScanToFileOLI(&record);
+        });
 }

@@ -18,6 +18,7 @@ enum Result : int {
     noMemory = -31,        ///< no memory; of a scan, no temporary file either
     imageBrokenOff = -40,  ///< a scan's image did not come whole
     notAnImage = -6,       ///< OKI images: no such file, or no image
+    cancelled = -100,      ///< the host has ended the call
     scanNotReady = 2,      ///< OLI scans: the printer was not ready, or the image has another number of rows
 };
 

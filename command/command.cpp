@@ -2,7 +2,9 @@
 
 #include <array>
 
+#include "base/results.h"
 #include "device/device.h"
+#include "device/outcome.h"
 
 namespace passbook {
 
@@ -12,7 +14,22 @@ bool sendCommand(std::span<const unsigned char> command) {
 }
 
 int send(std::span<const unsigned char> command) {
-    return sendCommand(command) ? 0 : -3;
+    return sendCommand(command) ? success : notSent;
+}
+
+int sendPlacing(std::span<const unsigned char> command) {
+    const SendingScope scope(Sending::place);
+    return send(command);
+}
+
+int sendInk(std::span<const unsigned char> ink) {
+    const SendingScope scope(Sending::ink);
+    return send(ink);
+}
+
+int sendAnnouncedInk(std::span<const unsigned char> ink) {
+    const SendingScope scope(Sending::announcedInk);
+    return send(ink);
 }
 
 std::size_t receiveReply(std::span<unsigned char> reply, int reads) {

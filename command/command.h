@@ -13,6 +13,15 @@ namespace passbook {
 /// The same as a result: 0 or -3.
 [[nodiscard]] int send(std::span<const unsigned char> command);
 
+/// The same for a command that places ink (see Sending::place).
+[[nodiscard]] int sendPlacing(std::span<const unsigned char> command);
+
+/// Sends what becomes dots or characters, in one write. 0 or -3.
+[[nodiscard]] int sendInk(std::span<const unsigned char> ink);
+
+/// The same of ink that the printer has been told the length of: it waits for all of it.
+[[nodiscard]] int sendAnnouncedInk(std::span<const unsigned char> ink);
+
 /// Reads a reply piece by piece into `reply`: at most `reads` reads, each for what is still missing and each
 /// followed by a pause of 100 microseconds, until the reply is full. Returns the number of bytes received;
 /// the rest of `reply` stays as it was.

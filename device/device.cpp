@@ -8,9 +8,11 @@
 #include <limits>
 #include <memory>
 #include <new>
+#include <span>
 #include <string_view>
 
 #include "device/hidusbdriver.h"
+#include "device/outcome.h"
 #include "device/parallel.h"
 #include "device/serial.h"
 
@@ -19,6 +21,7 @@ namespace passbook {
 Protocol* protocol = nullptr;
 bool usbFlag = false;
 int g_timeout = 10;
+int g_writeLimitMs = 0;
 
 namespace {
 
@@ -74,6 +77,7 @@ int PRSinit(const char* portName) {
     if (portName == nullptr)
         return -1;
     std::unique_ptr<Protocol> transport = openTransport(portName);
+    noteOpening(portName, transport != nullptr);
     if (transport == nullptr)
         return -1;
     protocol = transport.release();
@@ -83,7 +87,9 @@ int PRSinit(const char* portName) {
 
 int PRSexit() {
     if (protocol != nullptr) {
-        if (protocol->CloseDevice() != 0)
+        const bool closed = protocol->CloseDevice() == 0;
+        noteClosing(closed);
+        if (!closed)
             return 1;
         delete protocol;
         protocol = nullptr;
@@ -93,22 +99,34 @@ int PRSexit() {
 }
 
 int SendData(const unsigned char* data, int length) {
-    if (protocol == nullptr)
+    const std::span bytes(data, static_cast<std::size_t>(std::max(length, 0)));
+    if (protocol == nullptr) {
+        noteWrite(bytes, 0, 0);
         return 0;
+    }
     protocol->writeLength = length;
-    return protocol->WritePipe(data) == 0 ? length : 0;
+    const bool sent = protocol->WritePipe(data) == 0;
+    noteWrite(bytes, protocol->taken, protocol->systemError);
+    return sent ? length : 0;
 }
 
 int GetData(unsigned char* buffer, int length) {
     if (protocol == nullptr)
         return 0;
     protocol->readLength = length;
-    return protocol->ReadPipe(buffer) == 0 ? protocol->readLength : 0;
+    if (protocol->ReadPipe(buffer) != 0)
+        return 0;
+    noteRead({buffer, static_cast<std::size_t>(protocol->readLength)});
+    return protocol->readLength;
 }
 
 std::int64_t monotonicMs() {
+    return monotonicUs() / 1000;
+}
+
+std::int64_t monotonicUs() {
     const timespec now = monotonicNow();
-    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+    return std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
 }
 
 std::int32_t GetTickCount() {

@@ -14,6 +14,8 @@ class Protocol {
  public:
     int readLength = 0;   ///< before ReadPipe: the buffer's capacity in bytes; after a success: bytes received
     int writeLength = 0;  ///< before WritePipe: bytes to send
+    int taken = 0;        ///< after WritePipe: bytes that were taken, also when it failed; -1 nobody knows
+    int systemError = 0;  ///< after a failure: errno, or libusb's code below 0
 
     Protocol() = default;
     Protocol(const Protocol&) = delete;
@@ -39,6 +41,9 @@ extern Protocol* protocol;
 extern bool usbFlag;
 /// USB transfer time-out in seconds, read when a USB port is opened. 10 at first.
 extern int g_timeout;
+/// How long a serial or parallel printer may take nothing before a write fails, in milliseconds. 0 at first: without
+/// limit.
+extern int g_writeLimitMs;
 
 /// Opens the port `portName`: "USB" (exactly), a name containing "LPT" or "lpt" (parallel), or a serial
 /// device's name below /dev. A port that is already open stays, whatever the name. Returns 0, or -1 when
@@ -55,8 +60,9 @@ extern int g_timeout;
 /// port.
 [[nodiscard]] int GetData(unsigned char* buffer, int length);
 
-/// Milliseconds of a clock that nobody sets.
+/// Of a clock that nobody sets.
 [[nodiscard]] std::int64_t monotonicMs();
+[[nodiscard]] std::int64_t monotonicUs();
 
 /// Wall-clock milliseconds in 32 bits; wraps. Use Deadline rather than comparing readings by hand.
 [[nodiscard]] std::int32_t GetTickCount();

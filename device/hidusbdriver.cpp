@@ -4,9 +4,12 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <limits>
 #include <new>
 #include <span>
+
+#include "device/outcome.h"
 
 namespace passbook {
 
@@ -114,6 +117,43 @@ bool HidUsb::growScratch(std::size_t size) {
     return size <= scratchBytes_;
 }
 
+void HidUsb::explain(int result) const {
+    if (result == LIBUSB_ERROR_BUSY)
+        explainFailure(result, "the USB printer %04x:%04x is in use: another program has it open", vendorId, productId);
+    else if (result == LIBUSB_ERROR_ACCESS)
+        explainFailure(
+            result,
+            "the USB printer %04x:%04x cannot be opened: permission denied; the rule for udev gives the right "
+            "to group lp",
+            vendorId, productId);
+    else
+        explainFailure(result, "the USB printer %04x:%04x cannot be opened: %s", vendorId, productId,
+                       libusb_strerror(result));
+}
+
+void HidUsb::explainAbsence() {
+    libusb_device** list = nullptr;
+    const ssize_t count = context != nullptr ? libusb_get_device_list(context.get(), &list) : 0;
+    for (libusb_device* const each : std::span(list, static_cast<std::size_t>(std::max<ssize_t>(count, 0)))) {
+        libusb_device_descriptor descriptor{};
+        (void)libusb_get_device_descriptor(each, &descriptor);  // always succeeds
+        vendorId = descriptor.idVendor;
+        productId = descriptor.idProduct;
+        const bool known = std::any_of(std::begin(printers), std::end(printers), [&](const UsbId& id) {
+            return id.vendor == vendorId && id.product == productId;
+        });
+        libusb_device_handle* opened = nullptr;
+        // It is there, and was not found: opening it once more tells why.
+        if (const int result = known ? libusb_open(each, &opened) : 0; result != 0)
+            explain(result);
+        else if (opened != nullptr)
+            libusb_close(opened);
+    }
+    if (list != nullptr)
+        libusb_free_device_list(list, 1);
+    explainFailure(LIBUSB_ERROR_NO_DEVICE, "none of the known printers is on the USB");
+}
+
 int HidUsb::ReadPipe(unsigned char* buffer) {
     if (handle == nullptr)
         return noDeviceOpen;
@@ -129,6 +169,8 @@ int HidUsb::ReadPipe(unsigned char* buffer) {
 }
 
 int HidUsb::WritePipe(const unsigned char* data) {
+    taken = 0;
+    systemError = 0;
     if (handle == nullptr)
         return noDeviceOpen;
     if (writeLength < 0)
@@ -136,6 +178,9 @@ int HidUsb::WritePipe(const unsigned char* data) {
     int sent = 0;
     // One function serves both directions in libusb; it reads only from what goes out.
     const int result = transfer(outEndpoint, const_cast<unsigned char*>(data), writeLength, sent);
+    // How far a transfer came that failed nobody knows for certain, but for one that never began.
+    taken = result == 0 ? sent : result == LIBUSB_ERROR_NO_DEVICE && sent == 0 ? 0 : -1;
+    systemError = result;
     return result == 0 && sent >= writeLength ? 0 : writeFailed;
 }
 
@@ -154,11 +199,15 @@ int OpenUSBDevice(HidUsb* device) {
         static_cast<int>(std::clamp<std::int64_t>(std::int64_t{g_timeout} * 1000, 0, std::numeric_limits<int>::max()));
     for (const UsbId& each : printers) {
         device->SetDeviceInfo(static_cast<short>(each.vendor), static_cast<short>(each.product));
-        if (device->OpenDevice() == 0) {
+        const int result = device->OpenDevice();
+        if (result == 0) {
             usbFlag = true;
             return 0;
         }
+        if (result != noSuchDevice)
+            device->explain(result);
     }
+    device->explainAbsence();
     return -1;
 }
 

@@ -37,6 +37,11 @@ class HidUsb : public Protocol {
     /// 0, or -1 when no device is open.
     [[nodiscard]] int CloseDevice() override;
 
+    /// Tells the record of the call why the chosen device was not opened, by OpenDevice's result; or, when no known one
+    /// was found, whether one is there that cannot be opened.
+    void explain(int result) const;
+    void explainAbsence();
+
  private:
     struct ContextEnd {
         void operator()(libusb_context* each) const;

@@ -4,8 +4,10 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 
+#include "device/outcome.h"
 #include "device/posix_pipe.h"
 
 namespace passbook {
@@ -23,6 +25,9 @@ int Parallel::OpenDevice() {
         fd = retryInterrupted([&] { return open(path, O_RDWR | O_EXCL); });
         if (fd >= 0 && claimDevice(fd))
             break;
+        // The one that is there tells more than the ones that are not.
+        if (errno != ENOENT || n == 3)
+            explainOpening(path, errno);
         if (fd >= 0)
             (void)close(fd);
         fd = -1;
@@ -44,7 +49,7 @@ int Parallel::ReadPipe(unsigned char* buffer) {
 }
 
 int Parallel::WritePipe(const unsigned char* data) {
-    return writeOnce(fd, data, writeLength);
+    return writeOnce(fd, data, *this);
 }
 
 int Parallel::CloseDevice() {

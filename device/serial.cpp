@@ -2,13 +2,16 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
 
+#include "device/outcome.h"
 #include "device/posix_pipe.h"
 
 namespace passbook {
@@ -94,15 +97,20 @@ Serial::Serial(const char* name) {
 }
 
 int Serial::OpenDevice() {
-    if (!nameFits_)
-        return -1;  // a name cut short could be another device's
+    if (!nameFits_) {  // cut short it could be another device's
+        explainFailure(ENAMETOOLONG, "the name of the port is longer than %zu characters", sizeof portName - 1);
+        return -1;
+    }
     char path[256];
     (void)std::snprintf(path, sizeof path, "/dev/%s", portName);
     // Without O_NONBLOCK the open itself would wait for a carrier on a line that has modem control set.
     fd = retryInterrupted([&] { return open(path, O_RDWR | O_NOCTTY | O_NONBLOCK); });
-    if (fd < 0)
+    if (fd < 0) {
+        explainOpening(path, errno);
         return -1;
+    }
     if (!claimDevice(fd) || retryInterrupted([&] { return fcntl(fd, F_SETFL, 0); }) < 0) {
+        explainOpening(path, errno);
         (void)close(fd);
         fd = -1;
         return -1;
@@ -135,6 +143,21 @@ int Serial::SetOption(int speed, int flowControl, int dataBits, int stopBits, in
     return 0;
 }
 
+bool Serial::goesOut() const {
+    constexpr int lookEveryMs = 10;
+    int waiting = 0;
+    int before = 0;
+    for (std::int64_t endMs = monotonicMs() + g_writeLimitMs;; pauseMicroseconds(lookEveryMs * 1000)) {
+        if (ioctl(fd, TIOCOUTQ, &waiting) != 0 || waiting == 0)
+            return true;
+        if (waiting != before)
+            endMs = monotonicMs() + g_writeLimitMs;
+        else if (monotonicMs() > endMs)
+            return false;
+        before = waiting;
+    }
+}
+
 int Serial::ReadPipe(unsigned char* buffer) {
     if (readLength < 1)
         return -1;
@@ -156,10 +179,12 @@ int Serial::ReadPipe(unsigned char* buffer) {
 }
 
 int Serial::WritePipe(const unsigned char* data) {
-    return writeOnce(fd, data, writeLength);
+    return writeOnce(fd, data, *this);
 }
 
 int Serial::CloseDevice() {
+    if (g_writeLimitMs > 0 && !goesOut())
+        (void)tcflush(fd, TCOFLUSH);  // the printer takes nothing any more, and closing would wait for it
     (void)retryInterrupted([&] { return tcsetattr(fd, TCSADRAIN, &savedOptions); });
     (void)close(fd);  // nothing can be done about a failing close, and the descriptor is gone either way
     fd = -1;

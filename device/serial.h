@@ -32,6 +32,9 @@ class Serial : public Protocol {
     int SetOption(int speed, int flowControl, int dataBits, int stopBits, int parity);
 
  private:
+    /// Waits until what was sent is out. False when nothing of it goes out for as long as g_writeLimitMs.
+    [[nodiscard]] bool goesOut() const;
+
     int fd = -1;
     termios savedOptions{};
     char portName[128] = {};

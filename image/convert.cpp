@@ -51,16 +51,22 @@ int identifyFileFormat(const char* path, IMAGE_FORMAT* format) {
     return 0;
 }
 
-int saveBitmapData(const char* bmp, const char* destination) {
+bool putUnderName(const char* bmp, const char* destination) {
     if (access(bmp, F_OK) != 0)
-        return 0;  // the encoder would put an empty file under the final name
+        return false;  // the encoder would put an empty file under the final name
     if (std::string_view(destination).find(".jpg") != std::string_view::npos) {
-        (void)saveAsJPG(bmp, destination, 20);  // the host misses a file that could not be made
+        const bool saved = saveAsJPG(bmp, destination, 20) == 0;
         (void)std::remove(bmp);
-    } else {
-        if (std::rename(bmp, destination) == 0)
-            publish(destination);
+        return saved;
     }
+    if (std::rename(bmp, destination) != 0)
+        return false;
+    publish(destination);
+    return true;
+}
+
+int saveBitmapData(const char* bmp, const char* destination) {
+    (void)putUnderName(bmp, destination);  // the host sees by the file whether there is one
     return 0;
 }
 

@@ -52,6 +52,9 @@ int writePNGrow(std::FILE* file, unsigned char* row, int width, int pixelBytes);
 /// stays. A JPEG that cannot be finished is removed. Always 0: the host sees by the file whether there is one.
 int saveBitmapData(const char* bmp, const char* destination);
 
+/// The same, and tells: true when the document stands under its final name.
+[[nodiscard]] bool putUnderName(const char* bmp, const char* destination);
+
 /// Turns a BMP clockwise by 90, 180 or 270 degrees into a top-down one of the same depth, 1 and 4 bits
 /// becoming 8. 0; -1 another angle; -12 depths other than 1, 4, 8, 24, 32; -3 the destination cannot be
 /// created; or a code of getBitmapInfo, getBitmapData, expandToGrey. Nothing is written after a failure.

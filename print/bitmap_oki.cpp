@@ -2,7 +2,8 @@
 #include <cstdint>
 
 #include "base/results.h"
-#include "device/device.h"
+#include "command/command.h"
+#include "device/outcome.h"
 #include "print/print_oki.h"
 #include "print/raster.h"
 #include "print/strips.h"
@@ -23,7 +24,11 @@ struct OkiStrips {
     int xDots;
     std::int64_t paperRow;  // the row of the picture that the paper stands at; negative above the picture
 
-    static int begin() { return 0; }
+    static int begin() {
+        headAt(0);
+        paperAt(0);
+        return 0;
+    }
 
     static void pack(int width, int rowsLeft, const unsigned char* strip, unsigned char* columns) {
         AdjustDataOrder(width, rowsLeft, strip, columns);
@@ -41,8 +46,9 @@ struct OkiStrips {
         if (first && xDots != 0)
             (void)SetXPosition_OKI(xDots);
         (void)SetBMPHead_OKI(count);
-        const int bytes = count * columnBytes;
-        return SendData(columns, bytes) == bytes ? success : notSent;
+        const int result = sendAnnouncedInk({columns, static_cast<std::size_t>(count) * columnBytes});
+        headBy(count);
+        return result;
     }
 
     /// Before the first run, the way to the picture's left edge is gone together with the gap.

@@ -19,7 +19,7 @@ struct OliStrips {
     int topDots;  // a multiple of 3, as is every strip's first row
 
     static int begin() {
-        (void)sendCommand(oli::graphicsMode);  // a broken line shows at the first run's data
+        (void)sendPlacing(oli::graphicsMode);  // a broken line shows at the first run's data
         return 0;
     }
 
@@ -34,7 +34,7 @@ struct OliStrips {
             (void)SetXPosition_OLI(xDots);
         SetBMPHead_OLI();
         const std::int64_t bytes = std::int64_t{count} * columnBytes;
-        if (bytes > INT32_MAX || SendData(columns, static_cast<int>(bytes)) != bytes)
+        if (bytes > INT32_MAX || sendInk({columns, static_cast<std::size_t>(bytes)}) != 0)
             return notSent;
         SetBMPEnd_OLI();
         return 0;
@@ -55,12 +55,12 @@ struct OliStrips {
 }  // namespace
 
 int SetBMPHead_OLI() {
-    (void)sendCommand(oli::runHead);
+    (void)sendPlacing(oli::runHead);
     return 0;
 }
 
 int SetBMPEnd_OLI() {
-    (void)sendCommand(oli::runEnd);
+    (void)sendInk(oli::runEnd);  // without it the printer may not print the run
     return 0;
 }
 

@@ -8,6 +8,7 @@
 #include "command/fields.h"
 #include "command/oki.h"
 #include "device/device.h"
+#include "device/outcome.h"
 #include "image/file.h"
 
 namespace passbook {
@@ -19,16 +20,31 @@ constexpr int maxDistance = 0xFFFF;
 /// Sends a command that ends with a count, high byte first.
 int sendCounted(Bytes<5> command, int count) {
     putHighFirst(std::span(command).last<2>(), std::clamp(count, 0, maxDistance));
-    return send(command);
+    return sendPlacing(command);
 }
 
 /// A line's bytes and CR. The text is on paper once its bytes are sent: what becomes of CR must not make a
 /// host print the line again.
 int sendLine(const unsigned char* text, int length) {
-    if (SendData(text, length) != length)
-        return notSent;
-    (void)sendCommand(carriageReturn);
+    if (const int result = sendInk({text, static_cast<std::size_t>(length)}); result != 0)
+        return result;
+    (void)sendPlacing(carriageReturn);
+    headAt(0);
     return 0;
+}
+
+/// The lines that PrintLineData_OKI makes of a text.
+int countLines(const unsigned char* text, int length) {
+    int lines = 1;
+    bool empty = false;
+    for (int i = 0; i < length; ++i) {
+        const bool cut = text[i] == '\n' || text[i] == 0;
+        if (cut && empty)
+            break;
+        lines += !cut && empty ? 1 : 0;
+        empty = cut;
+    }
+    return lines;
 }
 
 }  // namespace
@@ -41,15 +57,21 @@ int SetYPosition_OKI(int distance) {
         const int feed = std::min(units, mostAtOnce);
         auto command = oki::paperFeed;
         command.back() = static_cast<unsigned char>(feed);
-        if (const int result = send(command); result != 0)
+        if (const int result = sendPlacing(command); result != 0)
             return result;
         units -= feed;
+        if (!goOn())
+            return cancelled;
     }
+    paperBy(distance / 3 * 3);
+    headAt(0);  // it goes home while the paper moves
     return 0;
 }
 
 int SetXPosition_OKI(int distance) {
-    return sendCounted(oki::headMove, distance);
+    const int result = sendCounted(oki::headMove, distance);
+    headBy(distance);
+    return result;
 }
 
 int SetBMPHead_OKI(int columns) {
@@ -57,7 +79,12 @@ int SetBMPHead_OKI(int columns) {
 }
 
 int EjectPaper_OKI() {
-    return send(oki::eject);
+    const bool understood = owedBytes() == 0;
+    const int failed = outcome().failedTransfers;
+    const int result = sendPlacing(oki::eject);
+    if (understood && outcome().failedTransfers == failed)
+        findTrack();
+    return result;
 }
 
 int InsertPaper_OKI(int distance) {
@@ -79,22 +106,34 @@ int ResetPrint_OKI() {
 }
 
 int PrintLineData_OKI(unsigned char* text, int length, int x, int y) {
+    const int lines = countLines(text, length);
+    if (!goOn(0, lines))
+        return cancelled;
+    headAt(0);
+    paperAt(0);
     int lineLength = stripString(text, length, '\n');
     (void)SetYPosition_OKI(y);  // a broken line shows at the very next command, whose result counts
+    if (isEnding())
+        return cancelled;
     if (const int result = SetXPosition_OKI(x); result != 0)
         return result;
     if (const int result = sendLine(text, lineLength); result != 0)
         return result;
-    for (std::int64_t offset = std::int64_t{lineLength} + 1; offset < length; offset += lineLength + 1) {
+    int done = 1;
+    for (std::int64_t offset = std::int64_t{lineLength} + 1; offset < length; offset += lineLength + 1, ++done) {
         lineLength = stripString(text + offset, static_cast<int>(length - offset), '\n');
         if (lineLength <= 0)
-            return 0;
-        (void)sendCommand(lineFeed);  // as above
+            break;
+        if (!goOn(done, lines))
+            return cancelled;
+        (void)sendPlacing(lineFeed);  // as above
+        paperAt(-1);                   // how far the printer knows
         if (const int result = SetXPosition_OKI(x); result != 0)
             return result;
         if (const int result = sendLine(text + offset, lineLength); result != 0)
             return result;
     }
+    haveDone(done, lines);
     return 0;
 }
 

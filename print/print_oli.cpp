@@ -9,6 +9,7 @@
 #include "command/fields.h"
 #include "command/oli.h"
 #include "device/device.h"
+#include "device/outcome.h"
 
 namespace passbook {
 
@@ -41,7 +42,9 @@ int SetXPosition_OLI(int x) {
     // a small negative one would truncate to a valid 0.
     if (!fits(x, maxXDots) || !putDecimal(std::span(command).last<3>(), x * 2 / 3))
         return badArgument;
-    return send(command);
+    const int result = sendPlacing(command);
+    headAt(result == 0 ? x : -1);
+    return result;
 }
 
 int SetYPosition_OLI(int y) {
@@ -49,18 +52,23 @@ int SetYPosition_OLI(int y) {
     // 1/240 inch, but the paper moves in steps of 3 dots: divided first. y * 4 / 3 would be another place.
     if (!fits(y, maxYDots) || !putDecimal(std::span(command).last<4>(), y / 3 * 4))
         return badArgument;
-    return send(command);
+    const int result = sendPlacing(command);
+    paperAt(result == 0 ? y : -1);
+    return result;
 }
 
 int PrintData_OLI(const unsigned char* data, int length, int x, int y) {
     if (!fitsPage_OLI(x, y))
         return badArgument;
+    if (!goOn(0, 1))
+        return cancelled;
     // A line that broke shows at the very next command, whose result counts. A single lost transfer does not.
     (void)SetYPosition_OLI(y);
     if (const int result = SetXPosition_OLI(x); result != 0)
         return result;
-    if (SendData(data, length) != length)
-        return notSent;
+    if (const int result = sendInk({data, static_cast<std::size_t>(length)}); result != 0)
+        return result;
+    haveDone(1, 1);
     (void)sendCommand(carriageReturn);  // the text has been printed; a failure now must not make the host repeat it
     return 0;
 }
@@ -137,7 +145,7 @@ int ClearAll_OLI() {
 }
 
 int Command_OLI(const unsigned char* data, int length) {
-    return SendData(data, length) == length ? 0 : notSent;
+    return sendInk({data, static_cast<std::size_t>(length)});  // it may be anything
 }
 
 int InitPrinter_OLI(int mode, int timeoutSeconds) {
@@ -165,8 +173,10 @@ int InitPrinter_OLI(int mode, int timeoutSeconds) {
             (void)sendCommand(oli::printerStatus);
         }
         pauseSeconds(1);
-        if (deadline.passed())
+        if (deadline.passed() || !goOn()) {
+            missAnswer();
             return notReady;
+        }
     }
 }
 
@@ -176,8 +186,10 @@ int GetFWID_OLI(unsigned char* out) {
     std::array<unsigned char, headerBytes + identifierBytes + 2> reply{};
     (void)sendCommand(oli::firmware);  // a printer that did not hear it will not answer
     (void)receiveReply(reply, 6);      // what is missing stays zero
-    if (reply[0] != escapeByte || reply[1] != 'b')
+    if (reply[0] != escapeByte || reply[1] != 'b') {
+        missAnswer();
         return noAnswer;
+    }
     for (std::size_t i = 0; i < identifierBytes; ++i)
         out[i] = reply[headerBytes + i];
     return 0;

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "base/results.h"
+#include "device/outcome.h"
 #include "print/raster.h"
 
 namespace passbook {
@@ -56,19 +57,24 @@ template <typename Family>
 
     if (const int result = family.begin(); result < 0)
         return result;
-    int row = 0;
-    int blankRows = 0;
-    while (row < height) {
-        if (isBlankRow(width, rowAt(row)) == 1) {
-            ++blankRows;
+    // Paper moves in steps of 3 dots: a strip takes blank rows in until it begins on such a step.
+    const auto nextStrip = [&](int row) {
+        const int first = row;
+        while (row < height && isBlankRow(width, rowAt(row)) == 1)
             ++row;
-            continue;
-        }
-        // Paper moves in steps of 3 dots: a strip takes blank rows in until it begins on such a step.
-        row -= blankRows % 3;
-        blankRows = 0;
+        return row < height ? row - (row - first) % 3 : height;
+    };
+    int total = 0;
+    for (int row = nextStrip(0); row < height; row = nextStrip(row + stripRows))
+        ++total;
+    int done = 0;
+    for (int row = nextStrip(0); row < height; row = nextStrip(row + stripRows)) {
+        if (!goOn(done++, total))
+            return cancelled;
         family.pack(width, height - row, rowAt(row), strip.get());
         family.startStrip(row);
+        if (isEnding())
+            return cancelled;
         for (int column = 0; column < width;) {
             const bool first = column == 0;
             Segment segment;
@@ -87,8 +93,8 @@ template <typename Family>
             }
         }
         family.endStrip();
-        row += stripRows;
     }
+    haveDone(total, total);
     return 0;
 }
 

@@ -7,6 +7,7 @@
 
 #include "command/command.h"
 #include "device/device.h"
+#include "device/outcome.h"
 
 namespace passbook {
 
@@ -100,8 +101,10 @@ int pb2Prt(const unsigned char* command, int length) {
         return result;
     const ExpectedReply& expected = reqCmd[index];
     std::memset(g_receive, 0, sizeof g_receive);
-    if (GetData(g_receive, sizeof g_receive - 1) != expected.length)
+    if (GetData(g_receive, sizeof g_receive - 1) != expected.length) {
+        missAnswer();
         return result | otherLength;
+    }
     if (std::memcmp(g_receive, expected.bytes.data(), expected.length) != 0)
         result |= otherBytes;
     return result;

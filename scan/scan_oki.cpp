@@ -8,6 +8,7 @@
 #include "command/command.h"
 #include "command/oki.h"
 #include "device/device.h"
+#include "device/outcome.h"
 #include "image/convert.h"
 #include "image/file.h"
 #include "image/handles.h"
@@ -65,6 +66,7 @@ class SideReceiver {
 
  private:
     bool fail(Result result) {
+        missAnswer();
         record_.result = static_cast<std::int8_t>(result);
         return false;
     }
@@ -96,8 +98,10 @@ bool SideReceiver::receive(std::uint8_t side) {
                                static_cast<std::uint32_t>(first[6]) << 16 | static_cast<std::uint32_t>(first[7]) << 24;
     if (size != 0 && !receiveData(size, first.data() + headerBytes, count - headerBytes))
         return false;
-    (void)saveBitmapData(temporary_,
-                         record_.current().fileName);  // what came is kept; there is no code for this
+    // What came is kept; a file that cannot be put under its name has no result.
+    if (putUnderName(temporary_, record_.current().fileName))
+        havePart(side);
+    haveDone(size, size);
     return true;
 }
 
@@ -119,6 +123,8 @@ bool SideReceiver::receiveData(std::uint32_t size, const unsigned char* begun, s
         auto count = static_cast<std::size_t>(GetData(block, static_cast<int>(blockBytes)));
         if (count == 0)
             return fail(imageBrokenOff);
+        if (!goOn(static_cast<std::int64_t>(total), size))
+            return failDrained();
         if (count == 1 && block[0] == endMark) {
             record_.result = 0;
             break;

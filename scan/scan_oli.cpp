@@ -12,6 +12,7 @@
 #include "command/command.h"
 #include "command/oli.h"
 #include "device/device.h"
+#include "device/outcome.h"
 #include "image/bmp.h"
 #include "scan/exchange.h"
 #include "scan/scan.h"
@@ -36,7 +37,7 @@ int WaitInsertPaper_OLI() {
             pauseSeconds(1);
         }
         pauseSeconds(1);
-        if (deadline.passed())
+        if (deadline.passed() || !goOn())
             return notReady;
     }
 }
@@ -48,7 +49,7 @@ bool isReady() {
 /// Waits until the printer is ready, as far as 22 questions go. What follows shows if it is not.
 void GStatues() {
     constexpr int repeats = 21;
-    for (int i = 0; !isReady() && i < repeats; ++i)
+    for (int i = 0; !isReady() && i < repeats && goOn(); ++i)
         (void)exchange(noReply, oli::clearError);
 }
 
@@ -143,7 +144,8 @@ void SideReceiver::run() {
                 record_.result = scanNotReady;
             return;
         }
-        if (message_.length == 0 || patience_.ends()) {
+        if (message_.length == 0 || patience_.ends() || !goOn()) {
+            missAnswer();
             record_.result = imageBrokenOff;
             return;
         }
@@ -206,9 +208,12 @@ bool SideReceiver::receiveData() {
         unsigned char* block = room >= blockBytes ? data_.get() + position_ : scratch.data();
         const int count = GetData(block, blockBytes);
         if (count == 0) {
+            missAnswer();
             record_.result = imageBrokenOff;
             return false;
         }
+        if (!goOn(position_, entry.requiredBytes))
+            return false;
         if (Message::isEnd(block, count)) {
             std::copy_n(block, count, message_.bytes.begin());
             message_.bytes[static_cast<std::size_t>(count)] = 0;
@@ -249,8 +254,10 @@ void SideReceiver::save() {
         padRows(data_.get(), static_cast<std::size_t>(entry.requiredBytes), rowBits, stride, entry.height);
     entry.imageSize = entry.requiredBytes;
     // A file that cannot be made has no code; the host misses it.
-    (void)saveImageASBMP(entry.width, entry.height, bitsPerPixel_, record_.direction,
-                         static_cast<char>(record_.colorMode), data_.get(), entry.fileName);
+    if (saveImageASBMP(entry.width, entry.height, bitsPerPixel_, record_.direction,
+                       static_cast<char>(record_.colorMode), data_.get(), entry.fileName) == 0)
+        havePart(record_.side);
+    haveDone(position_, position_);
 }
 
 int getimgn(scans* record) {
@@ -265,6 +272,8 @@ void pb2_scan(scans* record) {
     (void)WaitInsertPaper_OLI();
     (void)exchange(firstPreparationReply, oli::scanFirstPreparation);
     (void)exchange(secondPreparationReply, oli::scanSecondPreparation);
+    if (isEnding())
+        return;
     if (GStatuesEject() == 1) {
         record->result = scanNotReady;
         return;
@@ -273,12 +282,13 @@ void pb2_scan(scans* record) {
     GStatues();
     (void)exchange(noReply, joined(oli::scanSides, scanSideBlock(*record), oli::scanSidesEnd));
     for (const std::uint8_t side : {std::uint8_t{0}, std::uint8_t{1}}) {
-        if (record->entry(side).enabled == 0)
+        if (record->entry(side).enabled == 0 || isEnding())
             continue;
         record->side = side;
         (void)getimgn(record);  // a front side that fails does not stop the back side; the record keeps the code
     }
-    (void)GStatuesEject();
+    if (!isEnding())
+        (void)GStatuesEject();
 }
 
 }  // namespace
@@ -286,6 +296,8 @@ void pb2_scan(scans* record) {
 int ScanToFileOLI(scans* record) {
     (void)exchange(noReply, oli::scanAnnouncement);
     pb2_scan(record);
+    if (isEnding())
+        (void)drainPort();  // or the next question gets the image for its answer
     return record->result;
 }
 

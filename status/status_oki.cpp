@@ -8,6 +8,7 @@
 #include "command/command.h"
 #include "command/oki.h"
 #include "device/device.h"
+#include "device/outcome.h"
 #include "status/status.h"
 
 namespace passbook {
@@ -18,8 +19,10 @@ namespace {
 int measure(std::span<const unsigned char> request) {
     std::array<unsigned char, 6> reply{};
     (void)sendCommand(request);  // a printer that did not hear it does not answer
-    if (GetData(reply.data(), static_cast<int>(reply.size())) != static_cast<int>(reply.size()))
+    if (GetData(reply.data(), static_cast<int>(reply.size())) != static_cast<int>(reply.size())) {
+        missAnswer();
         return 0;
+    }
     char digits[5] = {};
     std::copy(reply.begin() + 2, reply.end(), digits);
     return static_cast<int>(std::strtol(digits, nullptr, 10));
@@ -33,8 +36,10 @@ int GetPaperStatus() {
     std::array<unsigned char, 4> reply{};
     constexpr int tellingByte = 2;
     const int received = GetData(reply.data(), static_cast<int>(reply.size()));
-    if (received <= tellingByte || reply[tellingByte] > 1)
+    if (received <= tellingByte || reply[tellingByte] > 1) {
+        missAnswer();
         return paperUnknown;
+    }
     return reply[tellingByte] + 1;
 }
 

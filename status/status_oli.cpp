@@ -8,6 +8,7 @@
 #include "command/command.h"
 #include "command/oli.h"
 #include "device/device.h"
+#include "device/outcome.h"
 #include "status/status.h"
 
 namespace passbook {
@@ -73,8 +74,10 @@ bool fallsSilent() {
 }
 
 int runQuery(const StatusQuery& query) {
-    if (!fallsSilent())
+    if (!fallsSilent()) {
+        missAnswer();
         return query.notRecognised;
+    }
     if (!sendCommand(query.request))
         return notSent;
     std::array<unsigned char, longestReply> reply{};
@@ -90,6 +93,7 @@ int runQuery(const StatusQuery& query) {
         return row.value;
     }
     const auto expected = static_cast<std::int32_t>(query.replyBytes);
+    missAnswer();
     data_len = std::min(data_len, std::numeric_limits<std::int32_t>::max() - expected) + expected;
     return query.notRecognised;
 }
@@ -129,6 +133,8 @@ int DealCradOvertime_OLI(int seconds) {
             (void)sendCommand(oli::removalTimeout);  // the wait is over either way
             return 0;
         }
+        if (!goOn())
+            return 0;
         status = GetPaperStatus_OLI();
     }
     return std::min(status, 0);

@@ -4,6 +4,7 @@
 #include "command/command.h"
 #include "command/oli.h"
 #include "device/device.h"
+#include "device/outcome.h"
 
 namespace passbook {
 
@@ -27,7 +28,10 @@ int receiveStripe(unsigned char* reply, int length) {
         // Header bytes are not looked at, and one of them could have the terminator's value.
         if (received == length || (received > headerBytes && reply[received - 1] == terminator))
             return received;
+        if (!goOn())
+            break;
     }
+    missAnswer();
     return -1;
 }
 

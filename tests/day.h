@@ -22,6 +22,66 @@ struct Step {
     Call call;
     int good;               // its result on a good line
     std::set<int> failing;  // the header's other results
+    int result = 0;         // what became of it
+};
+
+inline struct passbook_outcome outcomeNow() {
+    struct passbook_outcome outcome {};
+    outcome.size = sizeof outcome;
+    EXPECT_EQ(passbook_outcome(&outcome), 0);
+    return outcome;
+}
+
+/// Holds what passbook_outcome says of each step against what the printer saw. The first day, on which nothing fails, is
+/// what the others are compared with.
+class Truth {
+ public:
+    using Events = std::vector<nlohmann::json>;
+
+    /// The step is over; `seen` is what has come of it, with text that has not ended.
+    void hold(const Step& step, const Events& seen) {
+        const struct passbook_outcome outcome = outcomeNow();
+        SCOPED_TRACE(std::string(step.name) + ": ink " + std::to_string(outcome.ink) + ", in place " +
+                     std::to_string(outcome.in_place) + ", " + outcome.message);
+        EXPECT_EQ(outcome.result, step.result);
+        Events ink;
+        for (const nlohmann::json& each : seen) {
+            const std::string kind = each.at("event");
+            // What a run has that was broken off is printed when the next command comes.
+            if (kind == "text" || kind == "bitmap" || (kind == "malformed" && each.value("columns", 0) > 0 && !before_))
+                ink.push_back(each);
+        }
+        before_ = outcome.ink == PASSBOOK_INK_POSSIBLE;
+        EXPECT_TRUE(ink.empty() || outcome.ink != PASSBOOK_INK_NONE) << ink.front();
+        const auto& [first, isNew] = good_.try_emplace(outcome.function + std::string(step.name), ink);
+        const bool lostNothing = outcome.failed_transfers == 0 && outcome.missing_answers == 0;
+        EXPECT_TRUE(!isNew || (lostNothing && outcome.message[0] == 0));
+        EXPECT_TRUE(!isNew || (outcome.in_place == 1 && outcome.ink == (ink.empty() ? 0 : PASSBOOK_INK_SENT)));
+        // A relative place counts from where the call before has ended, early if it failed.
+        const bool relative = std::string(outcome.function).starts_with("PT_");
+        if (!relative || outcome.function == std::string("PT_Eject"))
+            shifted_ = false;
+        if (std::exchange(shifted_, shifted_ || (relative && outcome.result < 0)))
+            return;
+        EXPECT_TRUE(outcome.ink != PASSBOOK_INK_SENT || outcome.in_place == 0 || ink == first->second) << ink;
+        for (const nlohmann::json& each : ink)
+            EXPECT_TRUE(outcome.in_place == 0 || standsIn(first->second, each)) << each;
+    }
+
+ private:
+    /// Whether ink that may be only a part stands where it stood on the good day.
+    static bool standsIn(const Events& good, const nlohmann::json& part) {
+        return std::any_of(
+            good.begin(), good.end(),
+            [&](const nlohmann::json& whole) {
+                const bool text = part.contains("text") && whole.contains("text");
+                return part.at("xDots") == whole.at("xDots") && part.at("yDots") == whole.at("yDots") &&
+                       (!text || std::string(whole.at("text")).starts_with(std::string(part.at("text"))));
+            });
+    }
+
+    std::map<std::string, Events> good_;
+    bool before_ = false, shifted_ = false;
 };
 
 /// Runs in a directory of its own, where the files to be printed lie and scans are put.
@@ -100,26 +160,30 @@ class Day : public ::testing::Test {
 
     /// Does the day. `open` opens the port in front of the first step and of any that finds it closed. True when every
     /// step went well. Without memory, a step may also end with any code that the header has for that.
-    static bool spend(const std::vector<Step>& steps, const std::function<void()>& open) {
+    static bool spend(std::vector<Step> steps, const std::function<void()>& open,
+                      const std::function<void(const Step&)>& over = {}) {
         virtualClock = {};
         open();
         bool good = YARDO_PR2_OpenPort("what is open") == 0;
         testing::internal::CaptureStdout();  // scans tell their progress
-        for (const Step& step : steps) {
+        for (Step& step : steps) {
             if (protocol == nullptr)
                 open();
             const bool memoryIsShort = AnyAllocation::untilFailure > 0;
-            const int result = [&] {
+            const int result = step.result = [&] {
                 const Spared spared(!memoryIsShort);
                 return step.call();
             }();
+            if (over)
+                over(step);
             good = good && result == step.good;
             static const std::set<int> withoutMemory = {-1, -3, -6, -11, -12, -13, -31, -60};
-            EXPECT_TRUE(result == step.good || step.failing.contains(result) ||
+            EXPECT_TRUE(result == step.good || step.failing.contains(result) || result == PASSBOOK_CANCELLED ||
                         (memoryIsShort && withoutMemory.contains(result)))
                 << step.name << " gave " << result;
         }
-        (void)testing::internal::GetCapturedStdout();
+        const std::string told = testing::internal::GetCapturedStdout();
+        std::fputs(HasFailure() ? told.c_str() : "", stdout);
         EXPECT_LT(virtualClock.microseconds - VirtualClock{}.microseconds, 250'000'000);
         EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
         // Of a scan that failed, a private temporary file may be there; nothing else is left.

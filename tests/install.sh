@@ -10,7 +10,7 @@ lib=$prefix/$3
 export LD_LIBRARY_PATH=$lib PKG_CONFIG_PATH=$lib/pkgconfig CMAKE_PREFIX_PATH=$prefix
 cmake --install "$build" --prefix "$prefix" >/dev/null
 # Nothing is exported that is not declared, and nothing declared is missing.
-diff <(sed -n 's/^PASSBOOK_API int \([A-Za-z0-9_]*\)(.*/\1/p' "$prefix/include/passbook.h" | sort) \
+diff <(sed -n 's/^PASSBOOK_API .* \**\([A-Za-z0-9_]*\)(.*/\1/p' "$prefix/include/passbook.h" | sort) \
      <(nm -D --defined-only "$lib/libpassbook.so" | awk '{print $NF}' | grep -vE '^__(asan|ubsan|odr_asan)' | sort)
 
 cd "$prefix"

@@ -176,8 +176,10 @@ TEST(Port, GivesAnswersToNobodyElse) {
         Descriptor hosts[2];
         for (const char step : row.script) {
             Descriptor& host = hosts[std::string_view("[]!").find(step) != std::string_view::npos ? 1 : 0];
-            if (step == '(' || step == '[') host = Descriptor(open(("/dev/" + port->name()).c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK));
-            if (step == ')' || step == ']') host = Descriptor();
+            if (step == '(' || step == '[')
+                host = Descriptor(open(("/dev/" + port->name()).c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK));
+            if (step == ')' || step == ']')
+                host = Descriptor();
             const bool asks = step == '?' || step == '!';
             ASSERT_TRUE(asks ? writeAll(host.get(), "\033j") : step != '.' || port->serve(0));
         }
@@ -185,7 +187,8 @@ TEST(Port, GivesAnswersToNobodyElse) {
             std::string all;
             char byte = 0;
             pollfd queue{host.get(), POLLIN, 0};  // brings there what was sent a moment ago
-            while (host.valid() && port->serve(0) && poll(&queue, 1, 0) == 1 && read(host.get(), &byte, 1) == 1) all += byte;
+            while (host.valid() && port->serve(0) && poll(&queue, 1, 0) == 1 && read(host.get(), &byte, 1) == 1)
+                all += byte;
             return all;
         };
         EXPECT_EQ(heard(hosts[0]), row.heardByA);

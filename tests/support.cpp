@@ -62,6 +62,7 @@ int __wrap_gettimeofday(timeval* now, void*) {
 
 int __real_open(const char* path, int flags, ...);
 int __wrap_open(const char* path, int flags, ...) {
+    const Spared spared;
     va_list arguments;
     va_start(arguments, flags);
     const auto mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : mode_t{0};
@@ -81,6 +82,7 @@ DeviceFile* deviceOf(int descriptor) {
 
 ssize_t __real_write(int descriptor, const void* data, std::size_t size);
 ssize_t __wrap_write(int descriptor, const void* data, std::size_t size) {
+    const Spared spared;
     DeviceFile* const device = deviceOf(descriptor);
     return device != nullptr ? device->write({static_cast<const char*>(data), size})
                              : __real_write(descriptor, data, size);
@@ -88,18 +90,26 @@ ssize_t __wrap_write(int descriptor, const void* data, std::size_t size) {
 
 ssize_t __real_read(int descriptor, void* buffer, std::size_t size);
 ssize_t __wrap_read(int descriptor, void* buffer, std::size_t size) {
+    const Spared spared;
     DeviceFile* const device = deviceOf(descriptor);
     return device != nullptr ? device->read(static_cast<char*>(buffer), size) : __real_read(descriptor, buffer, size);
 }
 
 int __real_poll(pollfd* watched, nfds_t count, int timeoutMs);
 int __wrap_poll(pollfd* watched, nfds_t count, int timeoutMs) {
+    const Spared spared;
     DeviceFile* const device = deviceOf(watched->fd);
-    return device != nullptr ? device->poll(timeoutMs) : __real_poll(watched, count, timeoutMs);
+    if (device != nullptr)
+        return device->poll(timeoutMs);
+    const int ready = __real_poll(watched, count, timeoutMs);
+    if (ready == 0 && gettid() == getpid())  // the virtual printer's thread has a clock of its own
+        virtualClock.microseconds += std::int64_t{timeoutMs} * 1000;
+    return ready;
 }
 
 int __real_close(int descriptor);
 int __wrap_close(int descriptor) {
+    const Spared spared;
     if (DeviceFile* const device = deviceOf(descriptor); device != nullptr)
         device->descriptor = -1;
     return __real_close(descriptor);
@@ -115,25 +125,26 @@ decltype(g_convert) __real_g_convert;
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 namespace {
 bool findsNoMemory() {
-    return !AnyAllocation::spared && --AnyAllocation::untilFailure == 0;
+    return !AnyAllocation::spared && AnyAllocation::untilFailure > 0 && --AnyAllocation::untilFailure == 0;
 }
 }  // namespace
 void* __libc_malloc(std::size_t size);
-void* malloc(std::size_t size) {
+[[gnu::visibility("default")]] void* malloc(std::size_t size) {
     return findsNoMemory() ? nullptr : __libc_malloc(size);
 }
 void* __libc_calloc(std::size_t count, std::size_t size);
-void* calloc(std::size_t count, std::size_t size) {
+[[gnu::visibility("default")]] void* calloc(std::size_t count, std::size_t size) {
     return findsNoMemory() ? nullptr : __libc_calloc(count, size);
 }
 void* __libc_realloc(void* old, std::size_t size);
-void* realloc(void* old, std::size_t size) {
+[[gnu::visibility("default")]] void* realloc(void* old, std::size_t size) {
     return findsNoMemory() ? nullptr : __libc_realloc(old, size);
 }
 #endif
 
 int __real_access(const char* path, int mode);
 int __wrap_access(const char* path, int mode) {
+    const Spared spared;
     return __real_access(redirected(path), mode);
 }
 

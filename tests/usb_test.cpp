@@ -122,7 +122,10 @@ class UsbPrinter {
 
     std::vector<nlohmann::json> takeEvents() {
         std::vector<nlohmann::json> taken;
-        port_->with([&] { taken.swap(events_); });
+        port_->with([&] {
+            printer_.printWaitingText();
+            taken.swap(events_);
+        });
         return taken;
     }
     /// The bus hears of a closed device a little later.
@@ -283,30 +286,39 @@ TEST_F(Usb, AnInterfaceIsClaimedSixTimesAtMost) {
 }
 
 TEST_F(Usb, AnyTransferMayFail) {
-    const auto day = steps(sim::Family::kOli, "USB");
-    int transfers = 0;
-    {
-        UsbPrinter printer({}, scenario(sim::Family::kOli));
-        ASSERT_TRUE(spend(day, [] { EXPECT_EQ(PRSinit("USB"), 0); }));
-        transfers = printer->use().transfers;
-    }
     using sim::UsbFault;
     const UsbFault faults[] = {UsbFault::kStall, UsbFault::kShort, UsbFault::kHang, UsbFault::kUnplug};
-    for (int i = 0; i < 4; ++i) {
-        for (int at = 1 + i; at <= transfers && !HasFailure(); at += 4) {  // between them they meet every transfer
-            SCOPED_TRACE("fault " + std::to_string(i) + " at transfer " + std::to_string(at));
-            UsbPrinter printer({}, scenario(sim::Family::kOli));
-            printer->setFault(faults[i], at);
-            (void)spend(day, openUsb);
-            printer.expectNothingHeld();
-            if (faults[i] == UsbFault::kUnplug) {
-                EXPECT_FALSE(printsALine());  // while it is still listed, and when it is not
-                printer->unplug();
-                EXPECT_FALSE(printsALine());
-                printer->plug();
+    for (const auto family : {sim::Family::kOli, sim::Family::kOki}) {
+        const auto day = steps(family, "USB");
+        Truth truth;
+        int transfers = 0;
+        const auto spendOn = [&](UsbPrinter& printer) {
+            const bool good = spend(day, openUsb, [&](const Step& step) { truth.hold(step, printer.takeEvents()); });
+            transfers = std::max(transfers, printer->use().transfers);
+            return good;
+        };
+        {
+            UsbPrinter printer({}, scenario(family));
+            ASSERT_TRUE(spendOn(printer));
+        }
+        const int all = transfers;
+        for (int i = 0; i < 4; ++i) {
+            for (int at = 1 + i; at <= all && !HasFailure(); at += 4) {  // between them they meet every transfer
+                SCOPED_TRACE("fault " + std::to_string(i) + " at transfer " + std::to_string(at));
+                UsbPrinter printer({}, scenario(family));
+                printer->setFault(faults[i], at);
+                (void)spendOn(printer);
+                printer.expectNothingHeld();
+                if (faults[i] == UsbFault::kUnplug) {
+                    EXPECT_FALSE(printsALine());  // while it is still listed, and when it is not
+                    printer->unplug();
+                    EXPECT_FALSE(printsALine());
+                    printer->plug();
+                }
+                EXPECT_TRUE(printsALine());
+                (void)run([] { return 0; });       // an answer that never came is remembered beyond the port
+                EXPECT_EQ(PT_Eject("USB", 0), 0);  // and so is a lost movement
             }
-            EXPECT_TRUE(printsALine());
-            (void)run([] { return 0; });  // an answer that never came is remembered beyond the port
         }
     }
 }

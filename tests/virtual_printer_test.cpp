@@ -195,11 +195,18 @@ class FailingLine : public DeviceFile {
     enum Fault { none, error, interrupted, cutShort, truncated, doubled, silence, garbage, faults };
 
     FailingLine(const std::string& path, const sim::Scenario& scenario, Fault fault = none, int at = 0)
-        : DeviceFile(path), printer_(scenario), fault_(fault), at_(at) {}
+        : DeviceFile(path),
+          printer_(scenario, [this](const nlohmann::json& event) { events_.push_back(event); }),
+          fault_(fault),
+          at_(at) {}
     int transfers = 0;
 
+    Truth::Events takeEvents() {
+        printer_.printWaitingText();
+        return std::exchange(events_, {});
+    }
+
     ssize_t write(const std::string& data) override {
-        const Spared spared;
         std::string sent = data;
         const Fault met = meet(sent);
         if (met == error || met == interrupted)
@@ -209,7 +216,6 @@ class FailingLine : public DeviceFile {
         return static_cast<ssize_t>(met == cutShort ? sent.size() : data.size());
     }
     int poll(int timeoutMs) override {
-        const Spared spared;
         bring();
         if (coming_.empty() && pending_ == none)
             virtualClock.microseconds += std::int64_t{timeoutMs} * 1000;
@@ -218,7 +224,6 @@ class FailingLine : public DeviceFile {
                                                      : 1;
     }
     ssize_t read(char* buffer, std::size_t size) override {
-        const Spared spared;
         bring();
         if (pending_ != none)
             return failing(std::exchange(pending_, none));
@@ -261,6 +266,7 @@ class FailingLine : public DeviceFile {
         short_ = met == cutShort ? piece.size() : 0;
     }
 
+    Truth::Events events_;
     sim::Printer printer_;
     Fault fault_;
     int at_;
@@ -271,14 +277,29 @@ class FailingLine : public DeviceFile {
 
 /// Spends a day on a device file; every other one on a parallel port.
 class DayOnALine : public Day {
+ private:
+    Truth truth_;
+
  protected:
+    int ended_ = 0, failed_ = 0;  // calls that the host has ended, and those that went wrong
+
     /// How many transfers it took, 0 when a step went wrong.
     int day(sim::Family family, FailingLine::Fault fault = FailingLine::none, int at = 0) {
         const bool serial = at % 2 == 0;
         FailingLine line(serial ? "/dev/line" : "/dev/lp0", scenario(family), fault, at);
         redirectedPaths["/dev/parallel/"] = redirectedPaths["/dev/printers"] = "";
         const char* const port = serial ? "line" : "LPT1";
-        const bool good = spend(steps(family, port), [port] { EXPECT_EQ(PRSinit(port), 0); });
+        // What the line does with the bytes that it has taken nobody can know.
+        const bool visible = fault < FailingLine::truncated;
+        const bool good = spend(
+            steps(family, port), [port] { EXPECT_EQ(PRSinit(port), 0); },
+            [&](const Step& step) {
+                ended_ += step.result == PASSBOOK_CANCELLED ? 1 : 0;
+                failed_ += step.result != step.good && step.result != PASSBOOK_CANCELLED ? 1 : 0;
+                const Truth::Events events = line.takeEvents();
+                if (visible)
+                    truth_.hold(step, events);
+            });
         return good ? line.transfers : 0;
     }
 };
@@ -304,8 +325,35 @@ INSTANTIATE_TEST_SUITE_P(Lines, AnyFault, testing::ValuesIn([] {
                              return each;
                          }()));
 
+/// How often the host is told how far a call has come, until it ends one: itself or, every other time, by passbook_cancel.
+struct Impatience {
+    int point, left = point;
+    static int told(long long, long long, void* self) {
+        auto& each = *static_cast<Impatience*>(self);
+        return --each.left != 0 ? 0 : each.point % 2 == 0 ? 1 : passbook_cancel();
+    }
+};
+
+TEST_F(DayOnALine, AnyCallMayBeEndedByTheHost) {
+    for (const auto family : {sim::Family::kOli, sim::Family::kOki}) {
+        ASSERT_GT(day(family), 0);
+        ended_ = 0;
+        for (int nth = 1, left = 0; left <= 0; ++nth) {
+            SCOPED_TRACE("point " + std::to_string(nth));
+            Impatience impatience{nth};
+            (void)passbook_set_progress(Impatience::told, &impatience);
+            (void)day(family);
+            (void)passbook_set_progress(nullptr, nullptr);
+            left = impatience.left;
+            ASSERT_EQ(failed_, 0);
+        }
+        EXPECT_GT(ended_, 10);
+    }
+}
+
 TEST_F(DayOnALine, AnyAllocationMayFail) {
     for (const auto family : {sim::Family::kOli, sim::Family::kOki}) {
+        ASSERT_GT(day(family), 0);
         for (int nth = 1, left = 0; left == 0 && !HasFailure(); ++nth) {
             SCOPED_TRACE("allocation " + std::to_string(nth));
             AnyAllocation::untilFailure = nth;
