@@ -160,8 +160,11 @@ int HidUsb::ReadPipe(unsigned char* buffer) {
     if (readLength < 0 || !growScratch(static_cast<std::size_t>(readLength)))
         return readFailed;
     int received = 0;
-    if (transfer(inEndpoint, scratch_.get(), readLength, received) != 0)
+    if (const int result = transfer(inEndpoint, scratch_.get(), readLength, received); result != 0) {
+        if (result == LIBUSB_ERROR_NO_DEVICE)
+            explainFailure(result, "the USB printer is gone: %s", libusb_strerror(result));
         return readFailed;
+    }
     if (received > 0)
         std::memcpy(buffer, scratch_.get(), static_cast<std::size_t>(received));
     readLength = received;
@@ -181,6 +184,8 @@ int HidUsb::WritePipe(const unsigned char* data) {
     // How far a transfer came that failed nobody knows for certain, but for one that never began.
     taken = result == 0 ? sent : result == LIBUSB_ERROR_NO_DEVICE && sent == 0 ? 0 : -1;
     systemError = result;
+    if (result != 0)
+        explainFailure(result, "%d bytes were not taken whole over USB: %s", writeLength, libusb_strerror(result));
     return result == 0 && sent >= writeLength ? 0 : writeFailed;
 }
 

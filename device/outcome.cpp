@@ -164,7 +164,10 @@ void explainOpening(const char* path, int systemError) {
         group entry{};
         group* found = nullptr;
         char names[1024];
-        if (getgrgid_r(status.st_gid, &entry, names, sizeof names, &found) == 0 && found != nullptr)
+        const bool named = getgrgid_r(status.st_gid, &entry, names, sizeof names, &found) == 0 && found != nullptr;
+        if ((status.st_mode & S_IWGRP) == 0)
+            explainFailure(systemError, "%s cannot be opened: permission denied; only its owner may", path);
+        else if (named)
             explainFailure(systemError, "%s cannot be opened: permission denied; the device belongs to group %s", path,
                            found->gr_name);
         else
@@ -203,15 +206,10 @@ void noteWrite(std::span<const unsigned char> data, int taken, int systemError) 
             g_trackLost = g_trackLost || waits || g_sending == Sending::place;
         }
         char text[128];
-        const char* const why = systemError > 0   ? strerror_r(systemError, text, sizeof text)
-                                : systemError < 0 ? "the USB transfer failed"
-                                : taken > 0       ? "the rest was lost"
-                                                  : "no port is open";
-        if (taken >= 0)
-            explainFailure(systemError, "the printer took %d of %d bytes: %s", taken, static_cast<int>(length), why);
-        else
-            explainFailure(systemError, "%d bytes were not taken whole: %s (%d)", static_cast<int>(length), why,
-                           systemError);
+        const char* const why = systemError > 0 ? strerror_r(systemError, text, sizeof text)
+                                : taken > 0     ? "the rest was lost"
+                                                : "no port is open";
+        explainFailure(systemError, "the printer took %d of %d bytes: %s", taken, static_cast<int>(length), why);
     }
     if (g_trace != nullptr)
         trace({TraceEvent::bytesWritten, nullptr, taken, data.data(), static_cast<int>(length), systemError, 0});

@@ -161,12 +161,14 @@ int InitPrinter_OLI(int mode, int timeoutSeconds) {
     const Deadline deadline(timeoutSeconds);
     std::array<unsigned char, 256> reply{};
     std::size_t received = 0;
+    int heard = -1;  // the status byte of the last answer
     for (;;) {
         const auto room = std::span(reply).subspan(received);
         received += static_cast<std::size_t>(GetData(room.data(), static_cast<int>(room.size())));
         if (received > 2) {
             if (reply[2] == 'P')
                 return 0;
+            heard = reply[2];
             // Not ready: an error is cleared and the question put again, for as long as there is time.
             (void)ClearError_OLI();
             received = 0;
@@ -175,6 +177,10 @@ int InitPrinter_OLI(int mode, int timeoutSeconds) {
         pauseSeconds(1);
         if (deadline.passed() || !goOn()) {
             missAnswer();
+            if (heard < 0)
+                explainFailure(0, "the printer does not answer: see whether it is on, and of the OLI family");
+            else
+                explainFailure(0, "the printer answers, but is not ready: its status byte is %02X", heard);
             return notReady;
         }
     }

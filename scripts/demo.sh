@@ -37,6 +37,9 @@ else
   exit 1
 fi
 
+echo "A single transfer is lost, and a line would stand at the height of the line before, with result 0:"
+with fault --usb --usb-fault stall:23 -- "$bin/examples/print_page" {} "$out/stamp.bmp" 2>&1 | sed 's/^/  /' || true
+
 echo "An OKI printer prints a statement:"
 began=$(clock)
 with oki --family oki --page "$out/oki.png" -- "$bin/examples/print_oki" {} "$out"
