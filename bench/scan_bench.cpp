@@ -59,7 +59,7 @@ Finished scan(int height, const std::string& directory) {
     const pid_t printer = fork();
     if (printer == 0) {
         passbook::sim::Scenario scenario;
-        scenario.family = passbook::sim::Family::kOki;
+        scenario.family = passbook::sim::Family::oki;
         scenario.scan.sides[0] = {width, height, [](int y, std::span<std::uint8_t> row) {
                                       std::fill(row.begin(), row.end(), static_cast<std::uint8_t>(y));
                                   }};

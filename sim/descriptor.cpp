@@ -8,9 +8,8 @@
 namespace passbook::sim {
 
 Descriptor::~Descriptor() {
-    if (valid()) {
+    if (valid())
         close(value_);
-    }
 }
 
 Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
@@ -21,9 +20,8 @@ Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
 bool writeAll(int descriptor, std::string_view bytes) {
     while (!bytes.empty()) {
         const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
-        if (written < 0 && errno != EINTR) {
+        if (written < 0 && errno != EINTR)
             return false;
-        }
         bytes.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
     }
     return true;

@@ -4,7 +4,7 @@
 
 namespace passbook::sim {
 
-// A file descriptor that is closed with its owner.
+/// A file descriptor that is closed with its owner.
 class Descriptor {
  public:
     explicit Descriptor(int value = -1) : value_(value) {}
@@ -19,7 +19,7 @@ class Descriptor {
     int value_;
 };
 
-// False if not all of it could be written; errno then says why.
+/// False if not all of it could be written; errno then says why.
 [[nodiscard]] bool writeAll(int descriptor, std::string_view bytes);
 
 }  // namespace passbook::sim

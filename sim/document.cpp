@@ -12,11 +12,11 @@ namespace passbook::sim {
 
 namespace {
 
-constexpr std::uint8_t kWhite = 0xFF;
+constexpr std::uint8_t white = 0xFF;
 
-// A channel laid over white paper.
+/// A channel laid over white paper.
 std::uint8_t onWhite(unsigned value, unsigned alpha) {
-    return static_cast<std::uint8_t>((value * alpha + kWhite * (0xFFU - alpha) + 0x7FU) / 0xFFU);
+    return static_cast<std::uint8_t>((value * alpha + white * (0xFFU - alpha) + 0x7FU) / 0xFFU);
 }
 
 }  // namespace
@@ -37,33 +37,29 @@ Document documentFromFile(const std::string& path, std::string& error) {
                                    static_cast<std::ptrdiff_t>(y) * gdk_pixbuf_get_rowstride(picture.get());
         for (std::size_t at = 0; at + 3 <= bgr.size(); at += 3, from += channels) {
             const unsigned alpha = channels == 4 ? from[3] : 0xFFU;
-            for (std::size_t channel = 0; channel < 3; ++channel) {
+            for (std::size_t channel = 0; channel < 3; ++channel)
                 bgr[at + channel] = onWhite(from[2 - channel], alpha);
-            }
         }
     };
     return {gdk_pixbuf_get_width(picture.get()), gdk_pixbuf_get_height(picture.get()), row};
 }
 
 Document documentFromPage(const Page& page) {
-    constexpr std::size_t kPixelBytes = 4;
+    constexpr std::size_t pixelBytes = 4;
     const auto pixels = std::make_shared<const std::vector<std::uint8_t>>(page.render());
-    if (pixels->empty()) {
+    if (pixels->empty())
         return {};
-    }
-    const auto stride = static_cast<std::size_t>(page.width()) * kPixelBytes;
+    const auto stride = static_cast<std::size_t>(page.width()) * pixelBytes;
     const auto row = [pixels, stride](int y, std::span<std::uint8_t> bgr) {
         const std::uint8_t* from = pixels->data() + static_cast<std::size_t>(y) * stride;
-        for (std::size_t at = 0; at + 3 <= bgr.size(); at += 3, from += kPixelBytes) {
+        for (std::size_t at = 0; at + 3 <= bgr.size(); at += 3, from += pixelBytes)
             std::copy_n(from, 3, bgr.begin() + static_cast<std::ptrdiff_t>(at));
-        }
     };
     return {page.paperWidth(), page.paperHeight(), row};
 }
 
 Document blankDocument(int width, int height) {
-    return {width, height,
-            [](int, std::span<std::uint8_t> bgr) { std::fill(bgr.begin(), bgr.end(), kWhite); }};
+    return {width, height, [](int, std::span<std::uint8_t> bgr) { std::fill(bgr.begin(), bgr.end(), white); }};
 }
 
 }  // namespace passbook::sim

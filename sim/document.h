@@ -9,22 +9,22 @@ namespace passbook::sim {
 
 class Page;
 
-// One side of a document as it lies under the scanner, row by row: a picture from a file, a printed page, or
-// whatever a test wants to be there, however large.
+/// One side of a document as it lies under the scanner, row by row: a picture from a file, a printed page, or whatever
+/// a test wants to be there, however large.
 struct Document {
     int width = 0;  // pixels
     int height = 0;
-    // Fills in row `y` from the top: blue, green and red of each pixel.
+    /// Fills in row `y` from the top: blue, green and red of each pixel.
     std::function<void(int y, std::span<std::uint8_t> bgr)> row{};
 
     [[nodiscard]] bool empty() const { return width <= 0 || height <= 0 || !row; }
 };
 
-// The picture in a PNG, JPEG or BMP file, what is transparent in it on white; empty if it can't be read, and
-// `error` then says why.
+/// The picture in a PNG, JPEG or BMP file, what is transparent in it on white; empty if it can't be read, and `error`
+/// then says why.
 [[nodiscard]] Document documentFromFile(const std::string& path, std::string& error);
 
-// The paper of a page with what has been printed on it until now.
+/// The paper of a page with what has been printed on it until now.
 [[nodiscard]] Document documentFromPage(const Page& page);
 
 [[nodiscard]] Document blankDocument(int width, int height);

@@ -10,9 +10,8 @@ namespace passbook::sim {
 bool EventLog::open(const std::string& path, std::string& error) {
     path_ = path;
     file_ = Descriptor(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-    if (!file_.valid()) {
+    if (!file_.valid())
         error = path + ": " + std::strerror(errno);
-    }
     return file_.valid();
 }
 
@@ -23,9 +22,8 @@ void EventLog::toStandardOutput() {
 
 void EventLog::add(const nlohmann::json& event) {
     ++count_;
-    if (!file_.valid() || !problem_.empty()) {
+    if (!file_.valid() || !problem_.empty())
         return;
-    }
     const auto sinceStart =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start_);
     // What is read first stands first, for someone who follows the log on a screen.
@@ -33,9 +31,8 @@ void EventLog::add(const nlohmann::json& event) {
     stamped.update(nlohmann::ordered_json(event));
     // Bytes that are no text must not end the log: they become replacement characters.
     const std::string line = stamped.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
-    if (!writeAll(file_.get(), line + '\n')) {
+    if (!writeAll(file_.get(), line + '\n'))
         problem_ = path_ + ": " + std::strerror(errno);
-    }
 }
 
 }  // namespace passbook::sim

@@ -9,18 +9,18 @@
 
 namespace passbook::sim {
 
-// One JSON object a line, each in the file as soon as it has happened.
+/// One JSON object a line, each in the file as soon as it has happened.
 class EventLog {
  public:
-    // False if the file can't be written; `error` then says why.
+    /// False if the file can't be written; `error` then says why.
     [[nodiscard]] bool open(const std::string& path, std::string& error);
     void toStandardOutput();
 
     void add(const nlohmann::json& event);
 
-    // How many events there have been, also without a file.
+    /// How many events there have been, also without a file.
     [[nodiscard]] std::uint64_t count() const { return count_; }
-    // Empty as long as everything could be written.
+    /// Empty as long as everything could be written.
     [[nodiscard]] const std::string& problem() const { return problem_; }
 
  private:

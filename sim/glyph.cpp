@@ -6,33 +6,33 @@ namespace passbook::sim {
 
 namespace {
 
-// The mono face keeps its characters in line within the cells better than the proportional one.
-constexpr const char* kFontFamily = "WenQuanYi Micro Hei Mono";
+/// The mono face keeps its characters in line within the cells better than the proportional one.
+constexpr const char* fontFamily = "WenQuanYi Micro Hei Mono";
 
-// So large, and with its baseline there, the face fills a cell of kLineDots from the tops of its Chinese
-// characters to the ends of its descenders.
-constexpr double kFontDots = 22.5;
-constexpr double kBaselineDots = 18.5;
+/// So large, and with its baseline there, the face fills a cell of lineDots from the tops of its Chinese characters to
+/// the ends of its descenders.
+constexpr double fontDots = 22.5;
+constexpr double baselineDots = 18.5;
 
-// How much wider than drawn a character may become to fill its cell. Beyond that a wide cell gets air on both
-// sides instead of a stretched letter.
-constexpr double kWidest = 1.2;
+/// How much wider than drawn a character may become to fill its cell. Beyond that a wide cell gets air on both sides
+/// instead of a stretched letter.
+constexpr double widestStretch = 1.2;
 
 void underline(cairo_t* cairo, const Glyph& glyph, double height) {
     const auto line = [&](double below, double thickness) {
         cairo_rectangle(cairo, glyph.xDots, glyph.yDots + height + below, glyph.widthDots, thickness);
     };
     switch (glyph.underline) {
-        case Underline::kNone:
+        case Underline::none:
             return;
-        case Underline::kSingle:
+        case Underline::single:
             line(1, 1);
             break;
-        case Underline::kDouble:
+        case Underline::doubled:
             line(0, 1);
             line(2, 1);
             break;
-        case Underline::kHeavy:
+        case Underline::heavy:
             line(1, 3);
             break;
     }
@@ -55,24 +55,22 @@ void GlyphPainter::findFonts() {
     cairo_font_options_destroy(options);
 
     PangoFontDescription* font = pango_font_description_new();
-    pango_font_description_set_family_static(font, kFontFamily);
-    pango_font_description_set_absolute_size(font, kFontDots * PANGO_SCALE);
+    pango_font_description_set_family_static(font, fontFamily);
+    pango_font_description_set_absolute_size(font, fontDots * PANGO_SCALE);
     pango_layout_set_font_description(layout_.get(), font);
     pango_font_description_free(font);
 }
 
 void GlyphPainter::draw(cairo_t* cairo, std::span<const Glyph> glyphs) {
     const std::lock_guard lock(mutex_);
-    if (!layout_) {
+    if (!layout_)
         findFonts();  // only now: it takes a while
-    }
-    for (const Glyph& glyph : glyphs) {
+    for (const Glyph& glyph : glyphs)
         drawOne(cairo, glyph);
-    }
 }
 
 void GlyphPainter::drawOne(cairo_t* cairo, const Glyph& glyph) {
-    const double height = glyph.heightFactor * kLineDots;
+    const double height = glyph.heightFactor * lineDots;
     cairo_save(cairo);
     underline(cairo, glyph, height);
     cairo_restore(cairo);
@@ -81,10 +79,9 @@ void GlyphPainter::drawOne(cairo_t* cairo, const Glyph& glyph) {
     PangoRectangle extents;
     pango_layout_get_extents(layout_.get(), nullptr, &extents);
     const double advance = pango_units_to_double(extents.width);
-    if (advance <= 0) {
+    if (advance <= 0)
         return;
-    }
-    const double widest = kWidest * (glyph.doubleWidth ? 2 : 1);
+    const double widest = widestStretch * (glyph.doubleWidth ? 2 : 1);
     const double scale = std::min(glyph.widthDots / advance, widest);
     const double left = glyph.xDots + (glyph.widthDots - advance * scale) / 2;
     const double baseline = pango_units_to_double(pango_layout_get_baseline(layout_.get()));
@@ -98,7 +95,7 @@ void GlyphPainter::drawOne(cairo_t* cairo, const Glyph& glyph) {
         cairo_save(cairo);
         cairo_translate(cairo, left + strike, glyph.yDots);
         cairo_scale(cairo, scale, glyph.heightFactor);
-        cairo_move_to(cairo, 0, kBaselineDots - baseline);
+        cairo_move_to(cairo, 0, baselineDots - baseline);
         pango_cairo_show_layout(cairo, layout_.get());
         cairo_restore(cairo);
     }

@@ -31,47 +31,45 @@ namespace {
 
 using std::chrono::steady_clock;
 
-// How long the program sleeps at most; whatever happens wakes it earlier.
-constexpr int kRoundMs = 1000;
+/// How long the program sleeps at most; whatever happens wakes it earlier.
+constexpr int roundMs = 1000;
 
-// The same with a host on USB, whose doings don't wake it.
-constexpr int kUsbRoundMs = 50;
+/// The same with a host on USB, whose doings don't wake it.
+constexpr int usbRoundMs = 50;
 
-// The picture of an ejected page is written when nothing has happened for so long, and after a while also if
-// the host never pauses.
-constexpr int kQuietMs = 5;
-constexpr std::chrono::seconds kLongestBusy(1);
+/// The picture of an ejected page is written when nothing has happened for so long, and after a while also if the host
+/// never pauses.
+constexpr int quietMs = 5;
+constexpr std::chrono::seconds longestBusy(1);
 
 int fail(const std::string& message) {
     std::cerr << "passbook-sim: " << message << '\n';
-    return kExitFailure;
+    return exitFailure;
 }
 
-// The signals the program answers to, blocked and readable from a descriptor instead.
+/// The signals the program answers to, blocked and readable from a descriptor instead.
 Descriptor takeSignals(std::initializer_list<int> numbers) {
     sigset_t signals;
     sigemptyset(&signals);
     for (const int signal : numbers) {
         // nohup(1) says so: who is started by it is to go on when the terminal closes.
         struct sigaction now {};
-        const bool unwanted =
-            signal == SIGHUP && sigaction(signal, nullptr, &now) == 0 && now.sa_handler == SIG_IGN;
-        if (!unwanted) {
+        const bool unwanted = signal == SIGHUP && sigaction(signal, nullptr, &now) == 0 && now.sa_handler == SIG_IGN;
+        if (!unwanted)
             sigaddset(&signals, signal);
-        }
     }
     sigprocmask(SIG_BLOCK, &signals, nullptr);
     return Descriptor(signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC));
 }
 
-// The next signal that has arrived, number 0 if none has.
+/// The next signal that has arrived, number 0 if none has.
 signalfd_siginfo nextSignal(const Descriptor& signals) {
     signalfd_siginfo info{};
     const ssize_t got = read(signals.get(), &info, sizeof info);
     return got == static_cast<ssize_t>(sizeof info) ? info : signalfd_siginfo{};
 }
 
-// The printer with what is kept of its doings.
+/// The printer with what is kept of its doings.
 class Desk {
  public:
     explicit Desk(const Options& options, EventLog& log)
@@ -88,9 +86,8 @@ class Desk {
     bool lookAfter() {
         const bool quiet = events_ == log_.count();
         events_ = log_.count();
-        if (pageFile_.pending() && (quiet || steady_clock::now() - pendingSince_ > kLongestBusy)) {
+        if (pageFile_.pending() && (quiet || steady_clock::now() - pendingSince_ > longestBusy))
             pageFile_.writeEjected();
-        }
         return pageFile_.pending();
     }
 
@@ -98,9 +95,8 @@ class Desk {
     void keepPage() {
         printer_.printWaitingText();
         pageFile_.writeEjected();
-        if (const Page* page = printer_.page()) {
+        if (const Page* page = printer_.page())
             pageFile_.write(*page);
-        }
     }
 
     [[nodiscard]] std::string problem() const {
@@ -117,9 +113,8 @@ class Desk {
     }
 
     void keep(Page page) {
-        if (!pageFile_.pending()) {
+        if (!pageFile_.pending())
             pendingSince_ = steady_clock::now();
-        }
         pageFile_.take(std::move(page));
     }
 
@@ -130,7 +125,7 @@ class Desk {
     Printer printer_;
 };
 
-// Where hosts find the printer.
+/// Where hosts find the printer.
 class Connection {
  public:
     Connection() = default;
@@ -171,7 +166,7 @@ class UsbBus : public Connection {
     [[nodiscard]] std::string hostSetting() const override { return UsbPort::hostEnvironment(); }
     [[nodiscard]] bool serve(int timeoutMs, const Descriptor& signals) override {
         pollfd wake{signals.get(), POLLIN, 0};
-        (void)poll(&wake, 1, std::min(timeoutMs, kUsbRoundMs));
+        (void)poll(&wake, 1, std::min(timeoutMs, usbRoundMs));
         return true;
     }
     [[nodiscard]] bool takeIn() override { return true; }  // a transfer that was begun has been taken
@@ -187,18 +182,17 @@ std::unique_ptr<Connection> connect(const Options& options, Printer& printer, st
         return port ? std::make_unique<SerialLine>(std::move(port)) : nullptr;
     }
     std::unique_ptr<UsbPort> port = UsbPort::open(printer, options.device, error);
-    if (!port) {
+    if (!port)
         return nullptr;
-    }
     port->setFault(options.fault, options.faultAt);
     return std::make_unique<UsbBus>(std::move(port));
 }
 
-// Serves hosts until a signal ends that, or until `host` ends if one is run. The exit status.
+/// Serves hosts until a signal ends that, or until `host` ends if one is run. The exit status.
 int serve(Desk& desk, Connection& connection, const Descriptor& signals, HostProcess* host) {
     std::string problem;
     std::optional<int> status;
-    int timeoutMs = kRoundMs;
+    int timeoutMs = roundMs;
     for (bool running = true; running;) {
         if (!connection.serve(timeoutMs, signals)) {
             problem = connection.portName() + ": the pseudo-terminal has failed";
@@ -216,15 +210,14 @@ int serve(Desk& desk, Connection& connection, const Descriptor& signals, HostPro
             }
         }
         connection.with([&] {
-            timeoutMs = desk.lookAfter() ? kQuietMs : kRoundMs;
+            timeoutMs = desk.lookAfter() ? quietMs : roundMs;
             problem = desk.problem();
         });
         status = host != nullptr ? host->exitStatus() : std::nullopt;
         running = running && !status && (host != nullptr || problem.empty());
     }
-    if (problem.empty() && !connection.takeIn()) {
+    if (problem.empty() && !connection.takeIn())
         problem = connection.portName() + ": the pseudo-terminal has failed";
-    }
     connection.with([&] {
         desk.printer().finish();
         desk.keepPage();
@@ -240,65 +233,54 @@ int run(Options options) {
     std::unique_ptr<ScratchDirectory> scratch;
     if (options.usb) {
         scratch = ScratchDirectory::make(error);
-        if (!scratch) {
+        if (!scratch)
             return fail(error);
-        }
     }
     EventLog log;
-    if (options.eventFile == kStandardOutput) {
+    if (options.eventFile == standardOutput)
         log.toStandardOutput();
-    } else if (!options.eventFile.empty() && !log.open(options.eventFile, error)) {
+    else if (!options.eventFile.empty() && !log.open(options.eventFile, error))
         return fail(error);
-    }
     for (std::size_t side = 0; side < options.scanFiles.size(); ++side) {
         const std::string& file = options.scanFiles[side];
-        if (!file.empty()) {
+        if (!file.empty())
             options.scenario.scan.sides[side] = documentFromFile(file, error);
-        }
-        if (!error.empty()) {
+        if (!error.empty())
             return fail(error);
-        }
     }
     Desk desk(options, log);
-    if (!desk.pageFile().canBeWritten()) {
+    if (!desk.pageFile().canBeWritten())
         return fail(desk.problem());
-    }
     const Descriptor signals = takeSignals({SIGINT, SIGTERM, SIGHUP, SIGUSR1, SIGCHLD});
-    if (!signals.valid()) {
+    if (!signals.valid())
         return fail("signals can't be received");
-    }
     const std::unique_ptr<Connection> connection = connect(options, desk.printer(), error);
-    if (!connection) {
+    if (!connection)
         return fail(error);
-    }
     std::unique_ptr<PortLink> link;
     if (!options.link.empty()) {
         link = PortLink::make(options.link, "/dev/" + connection->portName(), error);
-        if (!link) {
+        if (!link)
             return fail(error);
-        }
     }
     if (options.runsHost) {
         // Standard output is the host's.
-        if (scratch) {
+        if (scratch)
             scratch->restoreSetting();
-        }
         HostProcess host;
-        const int status =
-            host.start(withPort(options.host, connection->portName()), connection->hostSetting(), error);
+        const int status = host.start(withPort(options.host, connection->portName()), connection->hostSetting(), error);
         if (status != 0) {
             (void)fail(error);
             return status;
         }
         return serve(desk, *connection, signals, &host);
     }
-    if (!writeAll(STDOUT_FILENO, "port: " + connection->portName() + '\n')) {
+    if (!writeAll(STDOUT_FILENO, "port: " + connection->portName() + '\n'))
         return fail(std::string("standard output: ") + std::strerror(errno));
-    }
     return serve(desk, *connection, signals, nullptr);
 }
 
-// What is not open would be the next file's number, and its reader would get what is meant for the user.
+/// What is not open would be the next file's number, and its reader would get what is meant for the user.
 void openStandardFiles() {
     int file = -1;
     do {

@@ -11,7 +11,7 @@ namespace passbook::sim {
 
 namespace {
 
-constexpr const char* kDescription =
+constexpr const char* description =
     "A virtual passbook printer on a pseudo-terminal.\n"
     "\n"
     "Prints one line, \"port: pts/N\", when it is ready; a host opens /dev/pts/N like a serial port. What "
@@ -23,7 +23,7 @@ constexpr const char* kDescription =
     "that of passbook-sim. \"{}\" in its arguments stands for the port's name. With --usb the printer hangs\n"
     "on an emulated USB bus, which only the host program sees; its port is \"USB\".";
 
-constexpr const char* kExample =
+constexpr const char* example =
     "Example:\n"
     "  passbook-sim --page page.png --events events.jsonl --stripe0 6217000012345678\n"
     "  passbook-sim --page page.png -- ./host {}\n"
@@ -31,21 +31,20 @@ constexpr const char* kExample =
     "\n"
     "The picture is written when the document is ejected, at the end, and at SIGUSR1.";
 
-constexpr double kSmallestPageMm = 10;
-constexpr double kMaxSeconds = 1e6;
+constexpr double smallestPageMm = 10;
+constexpr double maxSeconds = 1e6;
 
-// The whole text as a number, as the "C" locale writes it.
+/// The whole text as a number, as the "C" locale writes it.
 template <typename Number>
 std::optional<Number> numberFrom(std::string_view text) {
     Number number{};
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc{} || end != text.data() + text.size()) {
+    if (error != std::errc{} || end != text.data() + text.size())
         return std::nullopt;
-    }
     return number;
 }
 
-// Takes a whole number in decimal digits. What another base would make of them is nobody's meaning.
+/// Takes a whole number in decimal digits. What another base would make of them is nobody's meaning.
 template <typename Number, typename Target>
 void addNumber(CLI::App& app, const std::string& name, Target& target, Number lowest, Number highest,
                const std::string& help) {
@@ -53,11 +52,9 @@ void addNumber(CLI::App& app, const std::string& name, Target& target, Number lo
            name,
            [name, &target, lowest, highest](const std::string& text) {
                const std::optional<Number> number = numberFrom<Number>(text);
-               if (!number || *number < lowest || *number > highest) {
+               if (!number || *number < lowest || *number > highest)
                    throw CLI::ValidationError(name, "\"" + text + "\" is no whole number from " +
-                                                        std::to_string(lowest) + " to " +
-                                                        std::to_string(highest));
-               }
+                                                        std::to_string(lowest) + " to " + std::to_string(highest));
                target = *number;
            },
            help)
@@ -71,13 +68,11 @@ void addFile(CLI::App& app, const std::string& name, std::string& path, const st
 }
 
 std::optional<std::chrono::milliseconds> delayFrom(const std::string& text) {
-    if (text == "never") {
-        return kNever;
-    }
+    if (text == "never")
+        return never;
     const std::optional<double> seconds = numberFrom<double>(text);
-    if (!seconds || !(*seconds >= 0 && *seconds <= kMaxSeconds)) {
+    if (!seconds || !(*seconds >= 0 && *seconds <= maxSeconds))
         return std::nullopt;
-    }
     return std::chrono::milliseconds(static_cast<std::chrono::milliseconds::rep>(*seconds * 1000));
 }
 
@@ -88,16 +83,14 @@ void addPageSize(CLI::App& app, Scenario& scenario) {
                const std::size_t cross = text.find('x');
                const std::string_view whole(text);
                const auto width = numberFrom<double>(whole.substr(0, cross));
-               const auto height = cross == std::string::npos ? std::optional<double>()
-                                                              : numberFrom<double>(whole.substr(cross + 1));
-               const double widest = dotsToMm(kMaxPageWidthDots);
-               const double longest = dotsToMm(kMaxPageHeightDots);
+               const auto height =
+                   cross == std::string::npos ? std::optional<double>() : numberFrom<double>(whole.substr(cross + 1));
+               const double widest = dotsToMm(maxPageWidthDots);
+               const double longest = dotsToMm(maxPageHeightDots);
                if (!width || !height ||
-                   !(*width >= kSmallestPageMm && *width <= widest && *height >= kSmallestPageMm &&
-                     *height <= longest)) {
-                   throw CLI::ValidationError(
-                       "--page-size", "\"" + text + "\" is no WIDTHxHEIGHT from 10x10 to 211x1072 mm");
-               }
+                   !(*width >= smallestPageMm && *width <= widest && *height >= smallestPageMm && *height <= longest))
+                   throw CLI::ValidationError("--page-size",
+                                              "\"" + text + "\" is no WIDTHxHEIGHT from 10x10 to 211x1072 mm");
                scenario.pageWidthDots = mmToDots(*width);
                scenario.pageHeightDots = mmToDots(*height);
            },
@@ -111,10 +104,9 @@ void addDelay(CLI::App& app, const std::string& name, const std::string& help,
            name,
            [name, set = std::move(set)](const std::string& text) {
                const auto delay = delayFrom(text);
-               if (!delay) {
+               if (!delay)
                    throw CLI::ValidationError(
                        name, "\"" + text + "\" is neither a number of seconds up to 1000000 nor \"never\"");
-               }
                set(*delay);
            },
            help)
@@ -125,7 +117,7 @@ void addStripe(CLI::App& app, const std::string& name, std::string& data) {
     app.add_option(name, data, "oli: what is on that magnetic stripe [nothing]")
         ->type_name("TEXT")
         ->check([](const std::string& text) {
-            return text.size() > kMaxStripeData ? std::string("a stripe holds 1024 bytes") : std::string();
+            return text.size() > maxStripeData ? std::string("a stripe holds 1024 bytes") : std::string();
         });
 }
 
@@ -134,15 +126,13 @@ void addScan(CLI::App& app, Options& options) {
     addFile(app, "--scan-front", options.scanFiles[0],
             "Scan this PNG, JPEG or BMP file as the front [the page as printed]");
     addFile(app, "--scan-back", options.scanFiles[1], "The same for the back [blank]");
-    addNumber(app, "--scan-block", scan.block, std::size_t{2}, kPtyBlock,
-              "Bytes of image data at once, at most [4095]");
-    addNumber(app, "--scan-break", scan.breakAfter, std::uint64_t{0},
-              std::numeric_limits<std::uint64_t>::max(), "Break a scan off after N bytes of image data");
-    constexpr int kMost = std::numeric_limits<int>::max();
-    addNumber(app, "--scan-size-error", scan.sizeError, -kMost, kMost,
+    addNumber(app, "--scan-block", scan.block, std::size_t{2}, ptyBlock, "Bytes of image data at once, at most [4095]");
+    addNumber(app, "--scan-break", scan.breakAfter, std::uint64_t{0}, std::numeric_limits<std::uint64_t>::max(),
+              "Break a scan off after N bytes of image data");
+    constexpr int most = std::numeric_limits<int>::max();
+    addNumber(app, "--scan-size-error", scan.sizeError, -most, most,
               "Announce N more (or -N less) than there are: oki bytes, oli rows");
-    addNumber(app, "--scan-rows-error", scan.rowsError, -kMost, kMost,
-              "oli: end with a row count that is wrong by N");
+    addNumber(app, "--scan-rows-error", scan.rowsError, -most, most, "oli: end with a row count that is wrong by N");
     app.add_flag("--scan-fillers", scan.fillers, "Put eight bytes that are no image between the blocks");
     app.add_flag("--scan-no-end", scan.noEnd, "End no side of a scan");
     app.add_flag("--scan-silent", scan.silent, "Deliver nothing of a scan");
@@ -155,18 +145,16 @@ void addUsb(CLI::App& app, Options& options) {
     app.add_option_function<std::string>(
            "--usb-fault",
            [&options](const std::string& text) {
-               static const std::map<std::string, UsbFault> faults{{"stall", UsbFault::kStall},
-                                                                   {"short", UsbFault::kShort},
-                                                                   {"hang", UsbFault::kHang},
-                                                                   {"unplug", UsbFault::kUnplug}};
+               static const std::map<std::string, UsbFault> faults{{"stall", UsbFault::stall},
+                                                                   {"short", UsbFault::cutShort},
+                                                                   {"hang", UsbFault::hang},
+                                                                   {"unplug", UsbFault::unplug}};
                const std::size_t colon = std::min(text.find(':'), text.size());
                const auto fault = faults.find(text.substr(0, colon));
-               const auto at =
-                   numberFrom<int>(std::string_view(text).substr(std::min(colon + 1, text.size())));
+               const auto at = numberFrom<int>(std::string_view(text).substr(std::min(colon + 1, text.size())));
                if (fault == faults.end() || !at || *at < 1) {
                    throw CLI::ValidationError(
-                       "--usb-fault",
-                       "\"" + text + "\" is no KIND:N, with stall, short, hang or unplug for KIND");
+                       "--usb-fault", "\"" + text + "\" is no KIND:N, with stall, short, hang or unplug for KIND");
                }
                options.fault = fault->second;
                options.faultAt = *at;
@@ -175,28 +163,23 @@ void addUsb(CLI::App& app, Options& options) {
         ->type_name("KIND:N");
 }
 
-// What the printers of one family don't have, and the other's do.
+/// What the printers of one family don't have, and the other's do.
 struct FamilyOption {
     const char* name;
     Family family;
 };
-constexpr FamilyOption kFamilyOptions[] = {
-    {"--printer-status", Family::kOli},
-    {"--stripe0", Family::kOli},
-    {"--stripe1", Family::kOli},
-    {"--scan-rows-error", Family::kOli},
-    {"--paper-width", Family::kOki},
-    {"--paper-length", Family::kOki},
-    {"--configuration-result", Family::kOki},
+constexpr FamilyOption familyOptions[] = {
+    {"--printer-status", Family::oli},       {"--stripe0", Family::oli},     {"--stripe1", Family::oli},
+    {"--scan-rows-error", Family::oli},      {"--paper-width", Family::oki}, {"--paper-length", Family::oki},
+    {"--configuration-result", Family::oki},
 };
 
-// The file that a name stands for, also if that is yet to be made.
+/// The file that a name stands for, also if that is yet to be made.
 std::filesystem::path fileMeant(std::filesystem::path path) {
-    constexpr int kMostLinks = 40;
+    constexpr int mostLinks = 40;
     std::error_code ignored;
-    for (int i = 0; i < kMostLinks && is_symlink(path, ignored); ++i) {
+    for (int i = 0; i < mostLinks && is_symlink(path, ignored); ++i)
         path = path.parent_path() / read_symlink(path, ignored);
-    }
     return weakly_canonical(absolute(path, ignored), ignored);
 }
 
@@ -206,20 +189,20 @@ bool sameFile(const std::string& one, const std::string& other) {
     return std::filesystem::equivalent(one, other, missing) || (!meant.empty() && meant == fileMeant(other));
 }
 
-// What is written would end what was written or is to be read there.
+/// What is written would end what was written or is to be read there.
 void checkFiles(const Options& options) {
     const std::pair<const char*, std::string> files[] = {
         {"--page", options.pageFile},
-        {"--events", options.eventFile == kStandardOutput ? "/dev/stdout" : options.eventFile},
+        {"--events", options.eventFile == standardOutput ? "/dev/stdout" : options.eventFile},
         {"--link", options.link},
         {"--scan-front", options.scanFiles[0]},
         {"--scan-back", options.scanFiles[1]},
     };
-    constexpr std::size_t kWritten = 3;
-    for (std::size_t i = 0; i < kWritten; ++i) {
+    constexpr std::size_t written = 3;
+    for (std::size_t i = 0; i < written; ++i) {
         for (std::size_t j = i + 1; j < std::size(files); ++j) {
             // To scan the page that a run before has left is no mistake: it is read first.
-            const bool clash = i > 0 || j < kWritten;
+            const bool clash = i > 0 || j < written;
             if (clash && !files[i].second.empty() && !files[j].second.empty() &&
                 sameFile(files[i].second, files[j].second)) {
                 throw CLI::ValidationError(std::string(files[i].first) + " and " + files[j].first,
@@ -230,27 +213,23 @@ void checkFiles(const Options& options) {
 }
 
 void check(const CLI::App& app, const Options& options) {
-    for (const FamilyOption& option : kFamilyOptions) {
+    for (const FamilyOption& option : familyOptions) {
         if (app.count(option.name) > 0 && option.family != options.scenario.family) {
-            throw CLI::ValidationError(option.name, std::string("it is for --family ") +
-                                                        (option.family == Family::kOki ? "oki" : "oli"));
+            throw CLI::ValidationError(
+                option.name, std::string("it is for --family ") + (option.family == Family::oki ? "oki" : "oli"));
         }
     }
-    for (const char* const option : {"--usb-busy", "--usb-fault"}) {
-        if (app.count(option) > 0 && !options.usb) {
+    for (const char* const option : {"--usb-busy", "--usb-fault"})
+        if (app.count(option) > 0 && !options.usb)
             throw CLI::ValidationError(option, "it is for --usb");
-        }
-    }
-    if (options.usb && !options.link.empty()) {
+    if (options.usb && !options.link.empty())
         throw CLI::ValidationError("--link", "with --usb there is no port to link to");
-    }
     if (options.runsHost && options.host.empty()) {
         throw CLI::ValidationError(options.usb ? "--usb" : "--",
                                    "a host program is run with: -- PROGRAM [ARGUMENT...]");
     }
-    if (options.pageFile == kStandardOutput) {
+    if (options.pageFile == standardOutput)
         throw CLI::ValidationError("--page", "the picture is written again and again and needs a file");
-    }
     checkFiles(options);
 }
 
@@ -270,8 +249,8 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
     Scenario& scenario = options.scenario;
     std::string family = "oli";
     std::string paper = "in";
-    CLI::App app(kDescription, "passbook-sim");
-    app.footer(kExample);
+    CLI::App app(description, "passbook-sim");
+    app.footer(example);
     app.set_version_flag("--version", "passbook-sim " PASSBOOK_VERSION);
 
     app.add_option("--family", family, "Command set: oli or oki [oli]")
@@ -286,23 +265,21 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
     app.add_option("--paper", paper, "Is a document in place at the start: in or out [in]")
         ->check(CLI::IsMember({"in", "out"}).description(""))
         ->type_name("STATE");
-    addDelay(app, "--taken-after", "Seconds until an ejected document is taken, or \"never\" [0]",
-             [&scenario](std::chrono::milliseconds delay) { scenario.habits.takenAfter = delay; });
+    addDelay(
+        app, "--taken-after", "Seconds until an ejected document is taken, or \"never\" [0]",
+        [&scenario](std::chrono::milliseconds delay) { scenario.habits.takenAfter = delay; });
     addDelay(app, "--insert-after",
              "Seconds until a document lies at the free entry, or \"never\"\n[at the moment the host feeds "
              "one in; oki: at once]",
              [&scenario](std::chrono::milliseconds delay) { scenario.habits.insertAfter = delay; });
 
-    addNumber(app, "--printer-status", scenario.printerStatus, 1, 15,
-              "oli: state to report, 1 to 15; 1 is ready [1]");
+    addNumber(app, "--printer-status", scenario.printerStatus, 1, 15, "oli: state to report, 1 to 15; 1 is ready [1]");
     addStripe(app, "--stripe0", scenario.stripes[0]);
     addStripe(app, "--stripe1", scenario.stripes[1]);
 
     const std::string unit = " in 1/10 mm, as the host gets it [as --page-size]";
-    addNumber(app, "--paper-width", scenario.paperWidth, 0, kLargestMeasure,
-              "oki: width of the document" + unit);
-    addNumber(app, "--paper-length", scenario.paperLength, 0, kLargestMeasure,
-              "oki: length of the document" + unit);
+    addNumber(app, "--paper-width", scenario.paperWidth, 0, largestMeasure, "oki: width of the document" + unit);
+    addNumber(app, "--paper-length", scenario.paperLength, 0, largestMeasure, "oki: length of the document" + unit);
     addNumber(app, "--configuration-result", scenario.configurationResult, 0, 2,
               "oki: what writing the configuration gives: 0 accepted, 1 or 2 refused [0]");
 
@@ -318,14 +295,14 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
     try {
         app.parse(argc, argv);
         options.runsHost = options.runsHost || options.usb;
-        scenario.family = family == "oki" ? Family::kOki : Family::kOli;
-        scenario.paper = paper == "in" ? PaperState::kInPlace : PaperState::kNone;
+        scenario.family = family == "oki" ? Family::oki : Family::oli;
+        scenario.paper = paper == "in" ? PaperState::inPlace : PaperState::none;
         check(app, options);
     } catch (const CLI::Success& success) {
         return {std::nullopt, app.exit(success)};
     } catch (const CLI::ParseError& error) {
         std::cerr << "passbook-sim: " << error.what() << "\nTry 'passbook-sim --help'.\n";
-        return {std::nullopt, kExitUsage};
+        return {std::nullopt, exitUsage};
     }
     return {std::move(options), 0};
 }

@@ -10,29 +10,29 @@
 
 namespace passbook::sim {
 
-// What the program was told on its command line.
+/// What the program was told on its command line.
 struct Options {
     Scenario scenario;
     std::string pageFile;   // empty: no picture is kept
-    std::string eventFile;  // empty: no log; may be kStandardOutput
+    std::string eventFile;  // empty: no log; may be standardOutput
     std::string link;       // to the port; empty: none
-    // Pictures of the document's sides for the scanner, not read yet; empty: none.
+    /// Pictures of the document's sides for the scanner, not read yet; empty: none.
     std::array<std::string, 2> scanFiles;
 
     bool usb = false;  // on an emulated USB bus
     bool runsHost = false;
     std::vector<std::string> host;  // with its arguments
     UsbDevice device;
-    UsbFault fault = UsbFault::kNone;
+    UsbFault fault = UsbFault::none;
     int faultAt = 0;
 };
 
-inline constexpr const char* kStandardOutput = "-";
+inline constexpr const char* standardOutput = "-";
 
-inline constexpr int kExitFailure = 1;
-inline constexpr int kExitUsage = 2;
+inline constexpr int exitFailure = 1;
+inline constexpr int exitUsage = 2;
 
-// The options, or the status to leave with: help and version have been printed, or what is wrong.
+/// The options, or the status to leave with: help and version have been printed, or what is wrong.
 struct ParsedOptions {
     std::optional<Options> options;
     int exitStatus = 0;

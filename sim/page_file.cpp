@@ -16,13 +16,13 @@ namespace passbook::sim {
 
 namespace {
 
-// A new file beside the one meant, so that renaming it doesn't leave the file system.
+/// A new file beside the one meant, so that renaming it doesn't leave the file system.
 Descriptor makeBeside(const std::string& path, std::string& name) {
     name = path + ".XXXXXX";
     return Descriptor(mkstemp(name.data()));
 }
 
-// mkstemp() makes files for our eyes only; a picture gets what any new file would.
+/// mkstemp() makes files for our eyes only; a picture gets what any new file would.
 bool openToOthers(int descriptor) {
     const mode_t mask = umask(0);
     umask(mask);
@@ -32,9 +32,8 @@ bool openToOthers(int descriptor) {
 }  // namespace
 
 bool PageFile::canBeWritten() {
-    if (path_.empty()) {
+    if (path_.empty())
         return true;
-    }
     // The picture takes the place of what is there. That must not be a device, or a link to another file.
     struct stat there {};
     if (lstat(path_.c_str(), &there) == 0 && !S_ISREG(there.st_mode)) {
@@ -52,23 +51,19 @@ bool PageFile::canBeWritten() {
 }
 
 void PageFile::take(Page page) {
-    if (!path_.empty() && !(page.blank() && ejected_)) {
+    if (!path_.empty() && !(page.blank() && ejected_))
         ejected_ = std::move(page);
-    }
 }
 
 void PageFile::writeEjected() {
-    if (ejected_) {
+    if (ejected_)
         write(*std::exchange(ejected_, std::nullopt));
-    }
 }
 
 void PageFile::write(const Page& page) {
     struct stat there {};
-    if (path_.empty() || !problem_.empty() ||
-        (page.blank() && lstat(path_.c_str(), &there) == 0 && there.st_size > 0)) {
+    if (path_.empty() || !problem_.empty() || (page.blank() && lstat(path_.c_str(), &there) == 0 && there.st_size > 0))
         return;
-    }
     const std::vector<std::uint8_t> picture = page.png();
     if (picture.empty()) {
         problem_ = path_ + ": no memory for the picture";
@@ -76,13 +71,11 @@ void PageFile::write(const Page& page) {
     }
     std::string name;
     const Descriptor file = makeBeside(path_, name);
-    if (!file.valid() ||
-        !writeAll(file.get(), {reinterpret_cast<const char*>(picture.data()), picture.size()}) ||
+    if (!file.valid() || !writeAll(file.get(), {reinterpret_cast<const char*>(picture.data()), picture.size()}) ||
         !openToOthers(file.get()) || rename(name.c_str(), path_.c_str()) != 0) {
         problem_ = path_ + ": " + std::strerror(errno);
-        if (file.valid()) {
+        if (file.valid())
             unlink(name.c_str());
-        }
     }
 }
 

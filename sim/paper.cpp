@@ -8,7 +8,7 @@ namespace passbook::sim {
 namespace {
 
 Paper::Clock later(Paper::Clock from, Paper::Clock delay) {
-    return delay > kNever - from ? kNever : from + delay;
+    return delay > never - from ? never : from + delay;
 }
 
 }  // namespace
@@ -16,27 +16,24 @@ Paper::Clock later(Paper::Clock from, Paper::Clock delay) {
 Paper::Paper(Slot slot, PaperState start, Habits habits, Changed changed)
     : slot_(slot), state_(start), habits_(habits), changed_(std::move(changed)) {
     // Only planned here, done by the first advance(): the owner is still being built.
-    if (state_ == PaperState::kEjected) {
+    if (state_ == PaperState::ejected)
         due_ = habits_.takenAfter;
-    } else if (state_ == PaperState::kNone) {
-        due_ = habits_.insertAfter.value_or(kNever);
-    }
+    else if (state_ == PaperState::none)
+        due_ = habits_.insertAfter.value_or(never);
 }
 
 void Paper::feedIn() {
-    if (state_ == PaperState::kInPlace) {
+    if (state_ == PaperState::inPlace)
         return;
-    }
-    if (state_ == PaperState::kAtEntry) {
-        state_ = PaperState::kInPlace;
+    if (state_ == PaperState::atEntry) {
+        state_ = PaperState::inPlace;
         changed_("fed-in");
         return;
     }
     waiting_ = true;
     changed_("waiting");
-    if (state_ == PaperState::kNone && !habits_.insertAfter) {
+    if (state_ == PaperState::none && !habits_.insertAfter)
         (void)insert();  // the slot is free, so it can't be refused
-    }
 }
 
 bool Paper::eject() {
@@ -44,10 +41,9 @@ bool Paper::eject() {
         changed_("waiting-ended");
         return true;
     }
-    if (state_ != PaperState::kInPlace) {
+    if (state_ != PaperState::inPlace)
         return false;
-    }
-    state_ = PaperState::kEjected;
+    state_ = PaperState::ejected;
     due_ = later(now_, habits_.takenAfter);
     changed_("ejected");
     settle();
@@ -55,40 +51,36 @@ bool Paper::eject() {
 }
 
 bool Paper::insert() {
-    if (state_ != PaperState::kNone) {
+    if (state_ != PaperState::none)
         return false;
-    }
-    state_ = PaperState::kAtEntry;
-    due_ = kNever;
+    state_ = PaperState::atEntry;
+    due_ = never;
     changed_("inserted");
-    if (std::exchange(waiting_, false) || slot_ == Slot::kDrawsIn) {
+    if (std::exchange(waiting_, false) || slot_ == Slot::drawsIn)
         feedIn();
-    }
     return true;
 }
 
 bool Paper::take() {
-    if (state_ != PaperState::kEjected && state_ != PaperState::kAtEntry) {
+    if (state_ != PaperState::ejected && state_ != PaperState::atEntry)
         return false;
-    }
-    state_ = PaperState::kNone;
+    state_ = PaperState::none;
     due_ = later(now_, insertionDelay());
     changed_("taken");
-    if (waiting_ && !habits_.insertAfter) {
+    if (waiting_ && !habits_.insertAfter)
         return insert();
-    }
     settle();
     return true;
 }
 
 Paper::Clock Paper::insertionDelay() const {
-    return habits_.insertAfter.value_or(slot_ == Slot::kDrawsIn ? Clock{0} : kNever);
+    return habits_.insertAfter.value_or(slot_ == Slot::drawsIn ? Clock{0} : never);
 }
 
 void Paper::advance(Clock now) {
     const Clock target = std::max(now, now_);
     // Each deed happens at its own moment, so that a long step gives the same times as many short ones.
-    while (due_ <= target && due_ != kNever) {
+    while (due_ <= target && due_ != never) {
         now_ = std::max(now_, due_);
         settle();
     }
@@ -96,15 +88,13 @@ void Paper::advance(Clock now) {
 }
 
 void Paper::settle() {
-    if (due_ == kNever || due_ > now_) {
+    if (due_ == never || due_ > now_)
         return;
-    }
-    due_ = kNever;
-    if (state_ == PaperState::kEjected) {
+    due_ = never;
+    if (state_ == PaperState::ejected)
         (void)take();
-    } else if (state_ == PaperState::kNone) {
+    else if (state_ == PaperState::none)
         (void)insert();
-    }
 }
 
 }  // namespace passbook::sim

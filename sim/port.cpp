@@ -21,25 +21,25 @@ namespace passbook::sim {
 
 namespace {
 
-constexpr std::string_view kDeviceDirectory = "/dev/";
+constexpr std::string_view deviceDirectory = "/dev/";
 
-// The system tells when the host has read, but not when it has thrown away what was there: so a piece that
-// may not go out yet is looked at again now and then.
-constexpr int kHostCheckMs = 20;
+/// The system tells when the host has read, but not when it has thrown away what was there: so a piece that may not go
+/// out yet is looked at again now and then.
+constexpr int hostCheckMs = 20;
 
-// How long the host is awaited between two pieces before the rest of a round is done. One that keeps up reads
-// within microseconds.
-constexpr int kHostPatienceMs = 2;
+/// How long the host is awaited between two pieces before the rest of a round is done. One that keeps up reads within
+/// microseconds.
+constexpr int hostPatienceMs = 2;
 
-// A few looks, with the processor offered to the host in between, bring the next piece out sooner than being
-// woken does: a scan has thousands of them.
-constexpr int kLooksBeforeSleep = 20;
+/// A few looks, with the processor offered to the host in between, bring the next piece out sooner than being woken
+/// does: a scan has thousands of them.
+constexpr int looksBeforeSleep = 20;
 
-// Read or handed over in one round at most, so that a host that never pauses doesn't keep the caller from its
-// other work. More bytes than a line holds: it brings them in pieces of any size.
-constexpr std::size_t kReadSize = 4096;
-constexpr std::size_t kMostAtOnce = 16 * kReadSize;
-constexpr int kPiecesPerRound = 64;
+/// Read or handed over in one round at most, so that a host that never pauses doesn't keep the caller from its other
+/// work. More bytes than a line holds: it brings them in pieces of any size.
+constexpr std::size_t readSize = 4096;
+constexpr std::size_t mostAtOnce = 16 * readSize;
+constexpr int piecesPerRound = 64;
 
 bool tryAgain() {
     return errno == EAGAIN || errno == EINTR;
@@ -61,65 +61,55 @@ std::unique_ptr<PtyPort> PtyPort::open(Printer& printer, std::string& error) {
     const int printerSide = line.printerSide.get();
     std::array<char, 64> path{};
     if (!line.printerSide.valid() || grantpt(printerSide) != 0 || unlockpt(printerSide) != 0 ||
-        ptsname_r(printerSide, path.data(), path.size()) != 0) {
+        ptsname_r(printerSide, path.data(), path.size()) != 0)
         return failed("no pseudo-terminal");
-    }
     line.path = path.data();
     line.hostSide = openHostSide(line.path);
     termios settings{};
-    if (!line.hostSide.valid() || tcgetattr(line.hostSide.get(), &settings) != 0) {
+    if (!line.hostSide.valid() || tcgetattr(line.hostSide.get(), &settings) != 0)
         return failed(line.path);
-    }
     // As a terminal it would echo our answers to the host back to us, and change line ends both ways.
     cfmakeraw(&settings);
-    if (tcsetattr(line.hostSide.get(), TCSANOW, &settings) != 0) {
+    if (tcsetattr(line.hostSide.get(), TCSANOW, &settings) != 0)
         return failed(line.path);
-    }
     // A host that reads makes room on the line; edge-triggered, that is told every time.
     line.hostReads = Descriptor(epoll_create1(EPOLL_CLOEXEC));
     epoll_event room{};
     room.events = EPOLLOUT | EPOLLET;
-    if (!line.hostReads.valid() || epoll_ctl(line.hostReads.get(), EPOLL_CTL_ADD, printerSide, &room) != 0) {
+    if (!line.hostReads.valid() || epoll_ctl(line.hostReads.get(), EPOLL_CTL_ADD, printerSide, &room) != 0)
         return failed("no pseudo-terminal");
-    }
     line.hostEvents = Descriptor(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
-    if (!line.hostEvents.valid() ||
-        inotify_add_watch(line.hostEvents.get(), line.path.c_str(), IN_OPEN | IN_CLOSE) < 0) {
+    if (!line.hostEvents.valid() || inotify_add_watch(line.hostEvents.get(), line.path.c_str(), IN_OPEN | IN_CLOSE) < 0)
         return failed(line.path + " can't be watched");
-    }
     return std::unique_ptr<PtyPort>(new PtyPort(printer, std::move(line)));
 }
 
 PtyPort::PtyPort(Printer& printer, Line line)
     : printer_(printer),
       line_(std::move(line)),
-      name_(line_.path.substr(line_.path.starts_with(kDeviceDirectory) ? kDeviceDirectory.size() : 0)),
+      name_(line_.path.substr(line_.path.starts_with(deviceDirectory) ? deviceDirectory.size() : 0)),
       start_(std::chrono::steady_clock::now()) {}
 
 bool PtyPort::serve(int timeoutMs, int wakeDescriptor) {
     using std::chrono::milliseconds;
     printer_.advance(now());
-    const int patienceMs = std::clamp(timeoutMs, 0, kHostPatienceMs);
-    if (!handOver(patienceMs)) {
+    const int patienceMs = std::clamp(timeoutMs, 0, hostPatienceMs);
+    if (!handOver(patienceMs))
         return false;
-    }
     milliseconds wait(std::max(timeoutMs, 0));
-    if (printer_.nextChange() != kNever) {
+    if (printer_.nextChange() != never) {
         // One more, since what is due falls between two milliseconds of the clock.
         wait = std::clamp(printer_.nextChange() - now() + milliseconds(1), milliseconds(0), wait);
     }
     const bool held = outgoing_.empty() && printer_.answerPending();
-    if (held) {
-        wait = std::min(wait, milliseconds(kHostCheckMs));
-    }
+    if (held)
+        wait = std::min(wait, milliseconds(hostCheckMs));
     const short room = outgoing_.empty() ? short{0} : short{POLLOUT};
     std::array<pollfd, 4> watched{pollfd{line_.printerSide.get(), static_cast<short>(POLLIN | room), 0},
-                                  pollfd{line_.hostEvents.get(), POLLIN, 0},
-                                  pollfd{wakeDescriptor, POLLIN, 0},
+                                  pollfd{line_.hostEvents.get(), POLLIN, 0}, pollfd{wakeDescriptor, POLLIN, 0},
                                   pollfd{held ? line_.hostReads.get() : -1, POLLIN, 0}};
-    if (poll(watched.data(), watched.size(), static_cast<int>(wait.count())) < 0 && errno != EINTR) {
+    if (poll(watched.data(), watched.size(), static_cast<int>(wait.count())) < 0 && errno != EINTR)
         return false;
-    }
     return takeIn() && handOver(patienceMs);
 }
 
@@ -128,8 +118,8 @@ std::chrono::milliseconds PtyPort::now() const {
 }
 
 bool PtyPort::hostHasReadAll() const {
-    // poll() on the queue's side makes the system bring there first what was written a moment ago. But a host
-    // can have said that less than so many bytes are nothing to it, so that they have to be counted, too.
+    // poll() on the queue's side makes the system bring there first what was written a moment ago. But a host can have
+    // said that less than so many bytes are nothing to it, so that they have to be counted, too.
     pollfd queue{line_.hostSide.get(), POLLIN, 0};
     int unread = 0;
     return poll(&queue, 1, 0) == 0 && ioctl(line_.hostSide.get(), FIONREAD, &unread) == 0 && unread == 0;
@@ -138,7 +128,7 @@ bool PtyPort::hostHasReadAll() const {
 bool PtyPort::awaitHost(int patienceMs) {
     const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(patienceMs);
     for (int looks = 1; !hostHasReadAll(); ++looks) {
-        if (looks < kLooksBeforeSleep && patienceMs > 0) {
+        if (looks < looksBeforeSleep && patienceMs > 0) {
             sched_yield();
         } else if (std::chrono::steady_clock::now() < limit) {
             epoll_event event{};  // tells no more than that it is worth another look
@@ -152,27 +142,23 @@ bool PtyPort::awaitHost(int patienceMs) {
 }
 
 bool PtyPort::handOver(int patienceMs) {
-    for (int piece = 0; piece < kPiecesPerRound; ++piece) {
+    for (int piece = 0; piece < piecesPerRound; ++piece) {
         if (outgoing_.empty()) {
-            if (!printer_.answerPending()) {
+            if (!printer_.answerPending())
                 return true;
-            }
             const bool standsAlone = printer_.answerStandsAlone();
             // A host that reads late must still see the pieces apart.
-            if ((standsAlone || lastStoodAlone_) && !awaitHost(patienceMs)) {
+            if ((standsAlone || lastStoodAlone_) && !awaitHost(patienceMs))
                 return true;
-            }
             outgoing_ = printer_.takeAnswer();
             lastStoodAlone_ = standsAlone;
         }
         const ssize_t written = write(line_.printerSide.get(), outgoing_.data(), outgoing_.size());
-        if (written < 0) {
+        if (written < 0)
             return tryAgain();
-        }
         outgoing_.erase(outgoing_.begin(), outgoing_.begin() + written);
-        if (!outgoing_.empty()) {
+        if (!outgoing_.empty())
             return true;
-        }
     }
     return true;
 }
@@ -180,29 +166,24 @@ bool PtyPort::handOver(int patienceMs) {
 bool PtyPort::takeIn() {
     printer_.advance(now());
     std::vector<std::uint8_t> bytes;
-    for (std::size_t taken = 0; taken < kMostAtOnce; taken += bytes.size()) {
-        bytes.resize(kReadSize);
+    for (std::size_t taken = 0; taken < mostAtOnce; taken += bytes.size()) {
+        bytes.resize(readSize);
         const ssize_t got = read(line_.printerSide.get(), bytes.data(), bytes.size());
-        if (got < 0 && !tryAgain()) {
+        if (got < 0 && !tryAgain())
             return false;
-        }
         bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
-        // A host has opened the line before it sends: whatever there is for a former one must go before these
-        // bytes are answered.
+        // A host has opened the line before it sends: whatever there is for a former one must go before these bytes are
+        // answered.
         const std::optional<Hosts> hosts = lookForHosts(bytes);
-        if (!hosts) {
+        if (!hosts)
             return false;
-        }
-        if (*hosts == Hosts::kChanged) {
+        if (*hosts == Hosts::changed)
             forgetAnswers();
-        }
         printer_.receive(bytes);
-        if (*hosts == Hosts::kGone) {
+        if (*hosts == Hosts::gone)
             forgetAnswers();
-        }
-        if (got <= 0) {
+        if (got <= 0)
             return true;
-        }
     }
     return true;
 }
@@ -226,15 +207,13 @@ PtyPort::Events PtyPort::countHosts() {
 }
 
 std::optional<PtyPort::Hosts> PtyPort::lookForHosts(std::vector<std::uint8_t>& bytes) {
-    if (!countHosts().unheld) {
-        return Hosts::kAsBefore;
-    }
-    if (hosts_ > 0) {
-        return Hosts::kChanged;
-    }
-    // By the count nobody is there. It can be wrong: two hosts that open the line at one moment are told of as
-    // one. With our own side closed, the line itself says it. A host's claim to have it alone ends as well, as
-    // on a serial line.
+    if (!countHosts().unheld)
+        return Hosts::asBefore;
+    if (hosts_ > 0)
+        return Hosts::changed;
+    // By the count nobody is there. It can be wrong: two hosts that open the line at one moment are told of as one.
+    // With our own side closed, the line itself says it. A host's claim to have it alone ends as well, as on a serial
+    // line.
     (void)ioctl(line_.hostSide.get(), TIOCNXCL);
     line_.hostSide = Descriptor();
     const bool gone = takeAllOfGoneHosts(bytes);
@@ -242,23 +221,22 @@ std::optional<PtyPort::Hosts> PtyPort::lookForHosts(std::vector<std::uint8_t>& b
     if (!gone && !opened) {
         // The opening of one that has just come may still be on its way to us.
         pollfd events{line_.hostEvents.get(), POLLIN, 0};
-        opened = poll(&events, 1, kHostPatienceMs) > 0 && countHosts().opened;
+        opened = poll(&events, 1, hostPatienceMs) > 0 && countHosts().opened;
     }
     line_.hostSide = openHostSide(line_.path);
-    if (!line_.hostSide.valid()) {
+    if (!line_.hostSide.valid())
         return std::nullopt;
-    }
     (void)countHosts();
     hosts_ = std::max(hosts_ - 1, gone ? 0 : 1);  // less our own opening
-    return gone ? Hosts::kGone : opened ? Hosts::kChanged : Hosts::kAsBefore;
+    return gone ? Hosts::gone : opened ? Hosts::changed : Hosts::asBefore;
 }
 
-// Adds what is left in the line. False if a host has it open.
+/// Adds what is left in the line. False if a host has it open.
 bool PtyPort::takeAllOfGoneHosts(std::vector<std::uint8_t>& bytes) {
-    std::array<std::uint8_t, kReadSize> buffer;
-    // The system looks for bytes first and for hosts next. Only a second look that finds neither tells that there
-    // were no bytes any more when the last host was gone.
-    for (int looks = 0; looks < 2 && bytes.size() < kMostAtOnce;) {
+    std::array<std::uint8_t, readSize> buffer;
+    // The system looks for bytes first and for hosts next. Only a second look that finds neither tells that there were
+    // no bytes any more when the last host was gone.
+    for (int looks = 0; looks < 2 && bytes.size() < mostAtOnce;) {
         const ssize_t got = read(line_.printerSide.get(), buffer.data(), buffer.size());
         if (got > 0) {
             bytes.insert(bytes.end(), buffer.begin(), buffer.begin() + got);
@@ -269,7 +247,7 @@ bool PtyPort::takeAllOfGoneHosts(std::vector<std::uint8_t>& bytes) {
             return false;
         }
     }
-    return bytes.size() < kMostAtOnce;
+    return bytes.size() < mostAtOnce;
 }
 
 void PtyPort::forgetAnswers() {

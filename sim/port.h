@@ -13,37 +13,36 @@
 
 namespace passbook::sim {
 
-// Connects a printer to a pseudo-terminal, which a host opens like a serial port, as often as it likes.
-//
-// When the last host closes the line, what it sent is printed, and what it has not read is lost: the next one
-// does not get it. The system tells of the closing a moment later. A host that opens the line and reads within
-// that moment may find an answer, and what a former one sent within it is answered to the next.
+/// Connects a printer to a pseudo-terminal, which a host opens like a serial port, as often as it likes.
+///
+/// When the last host closes the line, what it sent is printed, and what it has not read is lost: the next one does not
+/// get it. The system tells of the closing a moment later. A host that opens the line and reads within that moment may
+/// find an answer, and what a former one sent within it is answered to the next.
 class PtyPort {
  public:
-    // Null if the system has no pseudo-terminal to give; `error` then says why. The printer must outlive the
-    // port.
+    /// Null if the system has no pseudo-terminal to give; `error` then says why. The printer must outlive the port.
     [[nodiscard]] static std::unique_ptr<PtyPort> open(Printer& printer, std::string& error);
 
-    // What a host opens: the device's name relative to /dev, "pts/7".
+    /// What a host opens: the device's name relative to /dev, "pts/7".
     [[nodiscard]] const std::string& name() const { return name_; }
 
-    // One round: waits until the host has sent something, something is due at the slot, `wakeDescriptor` is
-    // readable or the time is up, and does what there is to do. Never waits longer than `timeoutMs` (and
-    // often less), however slow the host reads. False if the pseudo-terminal has failed.
-    //
-    // Call it again and again, from one thread, and touch the printer from that thread only.
+    /// One round: waits until the host has sent something, something is due at the slot, `wakeDescriptor` is readable
+    /// or the time is up, and does what there is to do. Never waits longer than `timeoutMs` (and often less), however
+    /// slow the host reads. False if the pseudo-terminal has failed.
+    ///
+    /// Call it again and again, from one thread, and touch the printer from that thread only.
     [[nodiscard]] bool serve(int timeoutMs, int wakeDescriptor = -1);
 
-    // Takes in what hosts have sent until now: all that the line can hold, and not much more of a host that
-    // goes on sending. Answers nothing. False if the pseudo-terminal has failed.
+    /// Takes in what hosts have sent until now: all that the line can hold, and not much more of a host that goes on
+    /// sending. Answers nothing. False if the pseudo-terminal has failed.
     [[nodiscard]] bool takeIn();
 
  private:
-    // What has become of the hosts since the last look.
+    /// What has become of the hosts since the last look.
     enum class Hosts {
-        kAsBefore,
-        kChanged,  // the last one has closed the line and another has opened it
-        kGone,
+        asBefore,
+        changed,  // the last one has closed the line and another has opened it
+        gone,
     };
 
     struct Line {

@@ -15,15 +15,15 @@ using wire::CommandId;
 
 namespace {
 
-using wire::kColumnBytes;
+using wire::columnBytes;
 
-// Far beyond the picture, near enough that no sum overflows: how far line feeds and text can carry the head.
-constexpr double kFarthestHeadDots = 4.0 * kMaxPageWidthDots;
-constexpr int kFarthestLine = 4 * kMaxPageHeightDots;
+/// Far beyond the picture, near enough that no sum overflows: how far line feeds and text can carry the head.
+constexpr double farthestHeadDots = 4.0 * maxPageWidthDots;
+constexpr int farthestLine = 4 * maxPageHeightDots;
 
-constexpr int kLinesPerFeedUnit = 2;  // 1/120 inch in 1/240 inch
+constexpr int linesPerFeedUnit = 2;  // 1/120 inch in 1/240 inch
 
-// 1/120 inch in dots, a half dot to the right; 1/240 inch in dots, to the nearest.
+/// 1/120 inch in dots, a half dot to the right; 1/240 inch in dots, to the nearest.
 constexpr int horizontalDots(int units) {
     return (units * 3 + 1) / 2;
 }
@@ -39,16 +39,15 @@ struct PitchCode {
     char code;
     int perInch;
 };
-constexpr PitchCode kPitches[] = {{'1', 10}, {'2', 12}, {'3', 15}, {'4', 16}, {'8', 17}};
+constexpr PitchCode pitches[] = {{'1', 10}, {'2', 12}, {'3', 15}, {'4', 16}, {'8', 17}};
 
 struct UnderlineCode {
     char code;
     Underline style;
 };
-constexpr UnderlineCode kUnderlines[] = {
-    {'0', Underline::kSingle}, {'3', Underline::kDouble}, {'4', Underline::kHeavy}};
+constexpr UnderlineCode underlines[] = {{'0', Underline::single}, {'3', Underline::doubled}, {'4', Underline::heavy}};
 
-constexpr int kHeightFactors = 3;  // codes '0' to '2': once, twice, three times
+constexpr int heightFactors = 3;  // codes '0' to '2': once, twice, three times
 
 }  // namespace
 
@@ -57,19 +56,18 @@ Printer::Printer(Scenario scenario, EventSink events, PageSink ejected)
       events_(std::move(events)),
       ejected_(std::move(ejected)),
       decoder_(wire::makeDecoder(scenario_.family)),
-      paper_(scenario_.family == Family::kOki ? Paper::Slot::kDrawsIn : Paper::Slot::kFedByHost,
-             scenario_.paper, scenario_.habits, [this](std::string_view what) { paperChanged(what); }),
+      paper_(scenario_.family == Family::oki ? Paper::Slot::drawsIn : Paper::Slot::fedByHost, scenario_.paper,
+             scenario_.habits, [this](std::string_view what) { paperChanged(what); }),
       painter_(std::make_shared<GlyphPainter>()) {
-    for (std::string& data : scenario_.stripes) {
-        data.resize(std::min(data.size(), kMaxStripeData));
-    }
-    if (paper_.state() == PaperState::kInPlace) {
+    for (std::string& data : scenario_.stripes)
+        data.resize(std::min(data.size(), maxStripeData));
+    if (paper_.state() == PaperState::inPlace)
         layPage();
-    }
 }
 
 void Printer::receive(std::span<const std::uint8_t> bytes) {
-    decoder_->feed(bytes, [this](const Command& command) { obey(command); });
+    decoder_->feed(
+        bytes, [this](const Command& command) { obey(command); });
 }
 
 void Printer::printWaitingText() {
@@ -82,21 +80,21 @@ void Printer::finish() {
 
 void Printer::obey(const Command& command) {
     switch (command.id) {
-        case CommandId::kUnknown:
+        case CommandId::unknown:
             emit({{"event", "unknown"}, {"bytes", toHex(command.bytes)}, {"note", command.note}});
             return;
-        case CommandId::kMalformedStripe:
-        case CommandId::kMalformedConfiguration:
+        case CommandId::malformedStripe:
+        case CommandId::malformedConfiguration:
             emit({{"event", "malformed"},
                   {"name", command.name},
                   {"note", command.note},
                   {"bytes", command.bytes.size()}});
             return;
-        case CommandId::kText:
+        case CommandId::text:
             printText(command);
             return;
-        case CommandId::kBitmapRun:
-        case CommandId::kMalformedBitmap:
+        case CommandId::bitmapRun:
+        case CommandId::malformedBitmap:
             printBitmap(command);
             return;
         default:
@@ -110,26 +108,26 @@ void Printer::obey(const Command& command) {
 
 bool Printer::obeyMove(const Command& command) {
     switch (command.id) {
-        case CommandId::kHorizontalPosition:
+        case CommandId::horizontalPosition:
             headDots_ = horizontalDots(command.number());
             break;
-        case CommandId::kVerticalPosition:
+        case CommandId::verticalPosition:
             line_ = command.number();
             break;
-        case CommandId::kHeadMove:
-            headDots_ = std::min(headDots_ + command.number(), kFarthestHeadDots);
+        case CommandId::headMove:
+            headDots_ = std::min(headDots_ + command.number(), farthestHeadDots);
             break;
-        case CommandId::kPaperFeed:
-            // The head goes home while the paper moves: hosts place each strip of a picture by a feed and a
-            // move from the margin, with no carriage return in between.
+        case CommandId::paperFeed:
+            // The head goes home while the paper moves: hosts place each strip of a picture by a feed and a move from
+            // the margin, with no carriage return in between.
             headDots_ = 0;
-            line_ = std::min(line_ + kLinesPerFeedUnit * command.number(), kFarthestLine);
+            line_ = std::min(line_ + linesPerFeedUnit * command.number(), farthestLine);
             break;
-        case CommandId::kCarriageReturn:
+        case CommandId::carriageReturn:
             headDots_ = 0;
             break;
-        case CommandId::kLineFeed:
-            line_ = std::min(line_ + format_.lineSpace, kFarthestLine);
+        case CommandId::lineFeed:
+            line_ = std::min(line_ + format_.lineSpace, farthestLine);
             break;
         default:
             return false;
@@ -143,50 +141,46 @@ bool Printer::obeyMove(const Command& command) {
 bool Printer::obeyFormat(const Command& command) {
     bool followed = true;
     switch (command.id) {
-        case CommandId::kLineSpace:
+        case CommandId::lineSpace:
             format_.lineSpace = command.number();
             break;
-        case CommandId::kPitch: {
-            const auto* pitch = std::find_if(std::begin(kPitches), std::end(kPitches),
+        case CommandId::pitch: {
+            const auto* pitch = std::find_if(std::begin(pitches), std::end(pitches),
                                              [&](const PitchCode& p) { return p.code == command.number(); });
-            followed = pitch != std::end(kPitches);
-            if (followed) {
-                format_.cellDots = static_cast<double>(kDotsPerInch) / pitch->perInch;
-            }
+            followed = pitch != std::end(pitches);
+            if (followed)
+                format_.cellDots = static_cast<double>(dotsPerInch) / pitch->perInch;
             break;
         }
-        case CommandId::kFontHeight: {
+        case CommandId::fontHeight: {
             const int factor = command.number() - '0' + 1;
-            followed = factor >= 1 && factor <= kHeightFactors;
-            if (followed) {
+            followed = factor >= 1 && factor <= heightFactors;
+            if (followed)
                 format_.heightFactor = factor;
-            }
             break;
         }
-        case CommandId::kBoldOn:
-        case CommandId::kBoldOff:
-            format_.bold = command.id == CommandId::kBoldOn;
+        case CommandId::boldOn:
+        case CommandId::boldOff:
+            format_.bold = command.id == CommandId::boldOn;
             break;
-        case CommandId::kLatinNormalWidth:
-        case CommandId::kLatinDoubleWidth:
-            format_.wideLatin = command.id == CommandId::kLatinDoubleWidth;
+        case CommandId::latinNormalWidth:
+        case CommandId::latinDoubleWidth:
+            format_.wideLatin = command.id == CommandId::latinDoubleWidth;
             break;
-        case CommandId::kChineseNormalWidth:
-        case CommandId::kChineseDoubleWidth:
-            format_.wideChinese = command.id == CommandId::kChineseDoubleWidth;
+        case CommandId::chineseNormalWidth:
+        case CommandId::chineseDoubleWidth:
+            format_.wideChinese = command.id == CommandId::chineseDoubleWidth;
             break;
-        case CommandId::kUnderlineOn: {
-            const auto* line =
-                std::find_if(std::begin(kUnderlines), std::end(kUnderlines),
-                             [&](const UnderlineCode& u) { return u.code == command.number(); });
-            followed = line != std::end(kUnderlines);
-            if (followed) {
+        case CommandId::underlineOn: {
+            const auto* line = std::find_if(std::begin(underlines), std::end(underlines),
+                                            [&](const UnderlineCode& u) { return u.code == command.number(); });
+            followed = line != std::end(underlines);
+            if (followed)
                 format_.underline = line->style;
-            }
             break;
         }
-        case CommandId::kUnderlineOff:
-            format_.underline = Underline::kNone;
+        case CommandId::underlineOff:
+            format_.underline = Underline::none;
             break;
         default:
             return false;
@@ -197,9 +191,8 @@ bool Printer::obeyFormat(const Command& command) {
 
 void Printer::report(const Command& command, bool followed) const {
     nlohmann::json event = commandEvent(command);
-    if (!followed) {
+    if (!followed)
         event["event"] = "bad-value";
-    }
     emit(event);
 }
 
@@ -219,11 +212,10 @@ void Printer::printText(const Command& command) {
         glyph.heightFactor = format_.heightFactor;
         glyph.bold = format_.bold;
         glyph.underline = format_.underline;
-        if (page_ && !page_->drawGlyph(glyph)) {
+        if (page_ && !page_->drawGlyph(glyph))
             lost += character.utf8;
-        }
         text += character.utf8;
-        headDots_ = std::min(headDots_ + glyph.widthDots, kFarthestHeadDots);
+        headDots_ = std::min(headDots_ + glyph.widthDots, farthestHeadDots);
     }
     event["text"] = text;
     if (!page_) {
@@ -231,16 +223,15 @@ void Printer::printText(const Command& command) {
         event["name"] = command.name;
     }
     emit(event);
-    if (!lost.empty()) {
+    if (!lost.empty())
         emit({{"event", "off-page"}, {"name", command.name}, {"text", lost}});
-    }
 }
 
 void Printer::printBitmap(const Command& command) {
-    const std::size_t columns = command.bytes.size() / kColumnBytes;
+    const std::size_t columns = command.bytes.size() / columnBytes;
     nlohmann::json event{{"event", "bitmap"}, {"columns", columns}, {"bytes", command.bytes.size()}};
     addPosition(event);
-    if (command.id == CommandId::kMalformedBitmap) {
+    if (command.id == CommandId::malformedBitmap) {
         event["event"] = "malformed";
         event["name"] = command.name;
         event["note"] = command.note;
@@ -249,32 +240,27 @@ void Printer::printBitmap(const Command& command) {
     // Of a malformed run the whole columns are printed all the same: the head strikes as the data comes in.
     std::size_t lost = 0;
     if (page_) {
-        const DotOrder order =
-            scenario_.family == Family::kOki ? DotOrder::kUpperHighest : DotOrder::kUpperLowest;
-        lost = page_->drawColumns(xDots(), yDots(), std::span(command.bytes).first(columns * kColumnBytes),
-                                  order);
+        const DotOrder order = scenario_.family == Family::oki ? DotOrder::upperHighest : DotOrder::upperLowest;
+        lost = page_->drawColumns(xDots(), yDots(), std::span(command.bytes).first(columns * columnBytes), order);
     } else {
         emit({{"event", "no-paper"}, {"name", command.name}, {"columns", columns}});
     }
-    headDots_ = std::min(xDots() + static_cast<double>(columns), kFarthestHeadDots);
-    if (lost > 0) {
+    headDots_ = std::min(xDots() + static_cast<double>(columns), farthestHeadDots);
+    if (lost > 0)
         emit({{"event", "off-page"}, {"name", command.name}, {"dots", lost}});
-    }
 }
 
 void Printer::emit(const nlohmann::json& event) const {
-    if (events_) {
+    if (events_)
         events_(event);
-    }
 }
 
 nlohmann::json Printer::commandEvent(const Command& command) const {
     nlohmann::json event{{"event", "command"}, {"name", command.name}};
-    if (command.numbers.size() > 1) {
+    if (command.numbers.size() > 1)
         event["values"] = command.numbers;
-    } else if (!command.numbers.empty()) {
+    else if (!command.numbers.empty())
         event["value"] = command.number();
-    }
     return event;
 }
 

@@ -15,21 +15,21 @@ using wire::CommandId;
 
 namespace {
 
-// What a host may leave unread. A host that only asks and never listens must not eat memory.
-constexpr std::size_t kMaxAnswers = 64 * 1024;
+/// What a host may leave unread. A host that only asks and never listens must not eat memory.
+constexpr std::size_t maxAnswers = 64 * 1024;
 
-constexpr std::size_t kFirmwareLength = 13;
+constexpr std::size_t firmwareLength = 13;
 
-// The status byte of each of the fifteen printer states, in the order of their numbers.
-constexpr std::string_view kPrinterStatusBytes = "PQTXabdh1248qrp";
+/// The status byte of each of the fifteen printer states, in the order of their numbers.
+constexpr std::string_view printerStatusBytes = "PQTXabdh1248qrp";
 
-// The status byte of each paper state, likewise: none, ejected, at the entry, in place.
-constexpr std::string_view kPaperStatusBytes = "@ABC";
+/// The status byte of each paper state, likewise: none, ejected, at the entry, in place.
+constexpr std::string_view paperStatusBytes = "@ABC";
 
-constexpr std::size_t kMeasureDigits = 4;
+constexpr std::size_t measureDigits = 4;
 
-// What ends a configuration block.
-constexpr std::string_view kBlockEnd = "\033Z";
+/// What ends a configuration block.
+constexpr std::string_view blockEnd = "\033Z";
 
 std::vector<std::uint8_t> bytesOf(std::string_view text) {
     return {text.begin(), text.end()};
@@ -39,59 +39,59 @@ std::vector<std::uint8_t> bytesOf(std::string_view text) {
 
 bool Printer::obeyDevice(const Command& command) {
     switch (command.id) {
-        case CommandId::kFeedIn:
+        case CommandId::feedIn:
             emit(commandEvent(command));
             paper_.feedIn();
             return true;
-        case CommandId::kEject:
-        case CommandId::kFormFeed:
+        case CommandId::eject:
+        case CommandId::formFeed:
             emit(commandEvent(command));
             eject(command);
             return true;
-        case CommandId::kClearAll:
+        case CommandId::clearAll:
             emit(commandEvent(command));
             format_ = Format{};
             headDots_ = 0;
             return true;
-        case CommandId::kPrinterStatus: {
+        case CommandId::printerStatus: {
             emit(commandEvent(command));
             const auto index = static_cast<std::size_t>(scenario_.printerStatus - 1);
-            const char status = index < kPrinterStatusBytes.size() ? kPrinterStatusBytes[index] : 'P';
+            const char status = index < printerStatusBytes.size() ? printerStatusBytes[index] : 'P';
             answer(command, bytesOf(std::string("\033r") + status));
             return true;
         }
-        case CommandId::kPaperStatus:
+        case CommandId::paperStatus:
             emit(commandEvent(command));
-            if (scenario_.family == Family::kOki) {
-                answer(command, {wire::kEsc, 'S', static_cast<std::uint8_t>(paperStatus() - 1), 0});
+            if (scenario_.family == Family::oki) {
+                answer(command, {wire::esc, 'S', static_cast<std::uint8_t>(paperStatus() - 1), 0});
             } else {
-                const char status = kPaperStatusBytes[static_cast<std::size_t>(paperStatus()) - 1];
+                const char status = paperStatusBytes[static_cast<std::size_t>(paperStatus()) - 1];
                 // Framed like the other long answers: what was asked, a fixed byte, the state, an end mark.
                 answer(command, bytesOf(std::string("\033B5") + status + "\033Z"));
             }
             return true;
-        case CommandId::kPaperWidth:
+        case CommandId::paperWidth:
             emit(commandEvent(command));
             answer(command, bytesOf("\033-" + measure(scenario_.paperWidth, scenario_.pageWidthDots)));
             return true;
-        case CommandId::kPaperLength:
+        case CommandId::paperLength:
             emit(commandEvent(command));
             answer(command, bytesOf("\033L" + measure(scenario_.paperLength, scenario_.pageHeightDots)));
             return true;
-        case CommandId::kConfigurationRead:
-        case CommandId::kConfigurationWrite:
+        case CommandId::configurationRead:
+        case CommandId::configurationWrite:
             obeyConfiguration(command);
             return true;
-        case CommandId::kFirmware: {
+        case CommandId::firmware: {
             emit(commandEvent(command));
             std::string identifier = scenario_.firmware;
-            identifier.resize(kFirmwareLength, ' ');
+            identifier.resize(firmwareLength, ' ');
             answer(command, bytesOf("\033b" + identifier + "\033Z"));
             return true;
         }
-        case CommandId::kStripeSelect:
-        case CommandId::kStripeRead:
-        case CommandId::kStripeWrite:
+        case CommandId::stripeSelect:
+        case CommandId::stripeRead:
+        case CommandId::stripeWrite:
             obeyStripe(command);
             return true;
         default:
@@ -102,7 +102,7 @@ bool Printer::obeyDevice(const Command& command) {
 void Printer::obeyStripe(const Command& command) {
     std::string& data = scenario_.stripes[stripe_];
     nlohmann::json event{{"event", "stripe"}};
-    if (command.id == CommandId::kStripeSelect) {
+    if (command.id == CommandId::stripeSelect) {
         stripe_ = command.number() == 0 ? 0 : 1;
         event["what"] = "selected";
         event["stripe"] = stripe_;
@@ -110,9 +110,9 @@ void Printer::obeyStripe(const Command& command) {
         return;
     }
     event["stripe"] = stripe_;
-    if (command.id == CommandId::kStripeRead) {
+    if (command.id == CommandId::stripeRead) {
         event["what"] = "read";
-    } else if (command.bytes.size() > kMaxStripeData) {
+    } else if (command.bytes.size() > maxStripeData) {
         event["what"] = "refused";
     } else {
         event["what"] = "written";
@@ -122,18 +122,16 @@ void Printer::obeyStripe(const Command& command) {
     event["bytes"] = toHex(now);
     event["text"] = toUtf8(now);
     emit(event);
-    if (command.id == CommandId::kStripeRead) {
+    if (command.id == CommandId::stripeRead)
         answer(command, bytesOf("\033]" + data + "\x1C"));
-    }
 }
 
 void Printer::obeyConfiguration(const Command& command) {
-    const bool read = command.id == CommandId::kConfigurationRead;
+    const bool read = command.id == CommandId::configurationRead;
     const bool accepted = scenario_.configurationResult == 0;
-    if (!read && accepted) {
-        scenario_.configuration.assign(command.bytes.begin(), command.bytes.end() - kBlockEnd.size());
-    }
-    const std::vector<std::uint8_t> block = bytesOf(scenario_.configuration + std::string(kBlockEnd));
+    if (!read && accepted)
+        scenario_.configuration.assign(command.bytes.begin(), command.bytes.end() - blockEnd.size());
+    const std::vector<std::uint8_t> block = bytesOf(scenario_.configuration + std::string(blockEnd));
     emit({{"event", "configuration"},
           {"what", read       ? "read"
                    : accepted ? "written"
@@ -143,25 +141,23 @@ void Printer::obeyConfiguration(const Command& command) {
 }
 
 int Printer::paperStatus() const {
-    if (scenario_.family == Family::kOki) {
-        return paper_.state() == PaperState::kInPlace ? 1 : 2;
-    }
+    if (scenario_.family == Family::oki)
+        return paper_.state() == PaperState::inPlace ? 1 : 2;
     return static_cast<int>(paper_.state());
 }
 
 std::string Printer::measure(std::optional<int> given, int dots) const {
     // Measured as the document is drawn in: without one there is nothing to tell.
     const int tenths = static_cast<int>(std::lround(dotsToMm(dots) * 10));
-    const int value = paper_.state() == PaperState::kInPlace ? given.value_or(tenths) : 0;
-    const std::string digits = std::to_string(std::clamp(value, 0, kLargestMeasure));
-    return std::string(kMeasureDigits - digits.size(), '0') + digits;
+    const int value = paper_.state() == PaperState::inPlace ? given.value_or(tenths) : 0;
+    const std::string digits = std::to_string(std::clamp(value, 0, largestMeasure));
+    return std::string(measureDigits - digits.size(), '0') + digits;
 }
 
 void Printer::eject(const Command& command) {
     // A form feed on an empty slot is how a host clears up; only an ejection proper misses its document.
-    if (!paper_.eject() && command.id == CommandId::kEject) {
+    if (!paper_.eject() && command.id == CommandId::eject)
         emit({{"event", "no-paper"}, {"name", command.name}});
-    }
 }
 
 void Printer::layPage() {
@@ -177,9 +173,8 @@ void Printer::paperChanged(std::string_view what) {
     } else if (what == "ejected") {
         endScan();
         std::optional<Page> ejected = std::exchange(page_, std::nullopt);
-        if (ejected_ && ejected) {
+        if (ejected_ && ejected)
             ejected_(std::move(*ejected));
-        }
     }
 }
 
@@ -187,12 +182,11 @@ void Printer::answer(const Command& command, std::vector<std::uint8_t> bytes) {
     nlohmann::json event{{"event", "answer"}, {"to", command.name}};
     if (scenario_.garble) {
         // The eighth bit set, as a line with the wrong parity would: no byte keeps its meaning.
-        for (std::uint8_t& byte : bytes) {
+        for (std::uint8_t& byte : bytes)
             byte = static_cast<std::uint8_t>(byte ^ 0x80U);
-        }
     }
     event["bytes"] = toHex(bytes);
-    if (scenario_.silent || answerBytes_ + bytes.size() > kMaxAnswers) {
+    if (scenario_.silent || answerBytes_ + bytes.size() > maxAnswers) {
         event["event"] = "answer-lost";
         event["note"] = scenario_.silent ? "silent" : "too many answers unread";
     } else {
@@ -206,19 +200,16 @@ void Printer::forgetAnswers(std::size_t unread) {
     unread += std::exchange(answerBytes_, 0);
     endScan();
     answers_.clear();
-    if (unread > 0) {
+    if (unread > 0)
         emit({{"event", "unread"}, {"bytes", unread}});
-    }
 }
 
 std::vector<std::uint8_t> Printer::takeAnswer() {
     std::vector<std::uint8_t> taken;
-    if (answers_.empty()) {
+    if (answers_.empty())
         return taken;
-    }
-    if (answers_.front().scan) {
+    if (answers_.front().scan)
         return takeScanPiece();
-    }
     while (scenario_.split == 0 && answerPending() && !answers_.front().scan) {
         const std::vector<std::uint8_t>& whole = answers_.front().bytes;
         taken.insert(taken.end(), whole.begin(), whole.end());
@@ -229,9 +220,8 @@ std::vector<std::uint8_t> Printer::takeAnswer() {
         const auto end = first.begin() + static_cast<std::ptrdiff_t>(std::min(scenario_.split, first.size()));
         taken.assign(first.begin(), end);
         first.erase(first.begin(), end);
-        if (first.empty()) {
+        if (first.empty())
             answers_.pop_front();
-        }
     }
     answerBytes_ -= taken.size();
     return taken;

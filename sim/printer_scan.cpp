@@ -13,36 +13,35 @@ using wire::CommandId;
 
 namespace {
 
-constexpr std::array<int, 4> kDotsPerInchOf{600, 400, 300, 200};
+constexpr std::array<int, 4> dotsPerInchOf{600, 400, 300, 200};
 
-// What each of the two preparations is answered with.
-const std::array<std::vector<std::uint8_t>, 2> kPrepared{{{wire::kEsc, 'S', 0, 0, 0, 0}, {0, 0, 0, 0, 0, 0}}};
+/// What each of the two preparations is answered with.
+const std::array<std::vector<std::uint8_t>, 2> prepared{{{wire::esc, 'S', 0, 0, 0, 0}, {0, 0, 0, 0, 0, 0}}};
 
 }  // namespace
 
 bool Printer::obeyScan(const Command& command) {
     bool followed = true;
     switch (command.id) {
-        case CommandId::kScanPrepare:
+        case CommandId::scanPrepare:
             emit(commandEvent(command));
-            answer(command, kPrepared.at(static_cast<std::size_t>(command.number())));
+            answer(command, prepared.at(static_cast<std::size_t>(command.number())));
             return true;
-        case CommandId::kScanMode:
+        case CommandId::scanMode:
             followed = setScanMode(scanRequest_, command.numbers[0], command.numbers[1]);
             break;
-        case CommandId::kScanSides:
+        case CommandId::scanSides:
             followed = setScanSides(scanRequest_, std::span(command.numbers).first(2));
             break;
-        case CommandId::kScanStart:
+        case CommandId::scanStart:
             break;
         default:
             return false;
     }
     report(command, followed);
     // The one family starts when it is told to, the other as soon as it knows the sides.
-    if (command.id == (scenario_.family == Family::kOki ? CommandId::kScanStart : CommandId::kScanSides)) {
+    if (command.id == (scenario_.family == Family::oki ? CommandId::scanStart : CommandId::scanSides))
         startScan(command);
-    }
     return true;
 }
 
@@ -56,23 +55,20 @@ void Printer::startScan(const Command& command) {
     emit({{"event", "scan"},
           {"what", "started"},
           {"bits", scanRequest_.bits},
-          {"dpi", kDotsPerInchOf.at(static_cast<std::size_t>(scanRequest_.resolution))},
+          {"dpi", dotsPerInchOf.at(static_cast<std::size_t>(scanRequest_.resolution))},
           {"fromBottom", scanRequest_.fromBottom}});
     auto delivery = std::make_unique<ScanDelivery>(scenario_.family, scanRequest_, scanOfDocument());
-    if (!delivery->done()) {
+    if (!delivery->done())
         answers_.push_back({{}, std::move(delivery)});
-    }
 }
 
 ScanScenario Printer::scanOfDocument() const {
     ScanScenario scan = scenario_.scan;
     scan.silent = scan.silent || scenario_.silent;
-    if (scan.sides[0].empty()) {
+    if (scan.sides[0].empty())
         scan.sides[0] = documentFromPage(*page_);
-    }
-    if (scan.sides[1].empty()) {
+    if (scan.sides[1].empty())
         scan.sides[1] = blankDocument(scan.sides[0].width, scan.sides[0].height);
-    }
     return scan;
 }
 
@@ -89,13 +85,13 @@ std::vector<std::uint8_t> Printer::takeScanPiece() {
 }
 
 bool Printer::dropScan() {
-    return std::erase_if(answers_, [](const Outgoing& outgoing) { return outgoing.scan != nullptr; }) > 0;
+    return std::erase_if(
+               answers_, [](const Outgoing& outgoing) { return outgoing.scan != nullptr; }) > 0;
 }
 
 void Printer::endScan() {
-    if (dropScan()) {
+    if (dropScan())
         emit({{"event", "scan"}, {"what", "ended"}});
-    }
 }
 
 }  // namespace passbook::sim

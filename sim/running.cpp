@@ -9,11 +9,10 @@ namespace passbook::sim {
 
 namespace {
 
-// How late the end of the object is noticed at most.
-constexpr int kRoundMs = 20;
+/// How late the end of the object is noticed at most.
+constexpr int roundMs = 20;
 
-constexpr std::array<std::string_view, 5> kMistakes = {"unknown", "malformed", "no-paper", "off-page",
-                                                       "bad-value"};
+constexpr std::array<std::string_view, 5> mistakes = {"unknown", "malformed", "no-paper", "off-page", "bad-value"};
 
 }  // namespace
 
@@ -34,17 +33,14 @@ RunningPrinter::~RunningPrinter() {
 
 void RunningPrinter::stop() {
     stop_ = true;
-    if (thread_.joinable()) {
+    if (thread_.joinable())
         thread_.join();
-    }
 }
 
 void RunningPrinter::serve() {
-    while (!stop_) {
-        if (!port_->serve(kRoundMs)) {
+    while (!stop_)
+        if (!port_->serve(roundMs))
             return;
-        }
-    }
     (void)port_->takeIn();  // what the host has sent before the end
 }
 
@@ -52,9 +48,8 @@ void RunningPrinter::note(const nlohmann::json& event) {
     const std::lock_guard lock(mutex_);
     events_.push_back(event);
     const std::string_view kind = event.at("event").get_ref<const std::string&>();
-    if (std::find(kMistakes.begin(), kMistakes.end(), kind) != kMistakes.end()) {
+    if (std::find(mistakes.begin(), mistakes.end(), kind) != mistakes.end())
         mistakes_.push_back(event);
-    }
 }
 
 void RunningPrinter::keep(Page page) {
@@ -75,9 +70,8 @@ std::vector<nlohmann::json> RunningPrinter::takeMistakes() {
 
 std::optional<Page> RunningPrinter::takePage(std::chrono::milliseconds patience) {
     std::unique_lock lock(mutex_);
-    if (!pageEjected_.wait_for(lock, patience, [this] { return !pages_.empty(); })) {
+    if (!pageEjected_.wait_for(lock, patience, [this] { return !pages_.empty(); }))
         return std::nullopt;
-    }
     Page page = std::move(pages_.front());
     pages_.pop_front();
     return page;

@@ -17,8 +17,8 @@
 
 namespace passbook::sim {
 
-// A printer on a pseudo-terminal, served by a thread of its own for as long as this object lives, which keeps
-// what happens to it: what a test of a host program wants.
+/// A printer on a pseudo-terminal, served by a thread of its own for as long as this object lives, which keeps what
+/// happens to it: what a test of a host program wants.
 class RunningPrinter {
  public:
     explicit RunningPrinter(Scenario scenario = {});
@@ -26,20 +26,19 @@ class RunningPrinter {
     RunningPrinter& operator=(const RunningPrinter&) = delete;
     ~RunningPrinter();
 
-    // What a host opens, relative to /dev; empty if the system had no pseudo-terminal to give, and error()
-    // says why.
+    /// What a host opens, relative to /dev; empty if the system had no pseudo-terminal to give, and error() says why.
     [[nodiscard]] const std::string& name() const { return name_; }
     [[nodiscard]] const std::string& error() const { return error_; }
 
-    // Ends the line. What the host has sent before is printed; nothing is served any more.
+    /// Ends the line. What the host has sent before is printed; nothing is served any more.
     void stop();
 
-    // What has happened since the last call, oldest first. Somebody has to take it, or it grows.
+    /// What has happened since the last call, oldest first. Somebody has to take it, or it grows.
     [[nodiscard]] std::vector<nlohmann::json> takeEvents();
-    // Of what has happened since the last call, what tells of a mistake of the host's: bytes that mean
-    // nothing, ink beside the page, printing without paper. It is in takeEvents() as well.
+    /// Of what has happened since the last call, what tells of a mistake of the host's: bytes that mean nothing, ink
+    /// beside the page, printing without paper. It is in takeEvents() as well.
     [[nodiscard]] std::vector<nlohmann::json> takeMistakes();
-    // The oldest ejected page that has not been taken yet. None if none is ejected for so long.
+    /// The oldest ejected page that has not been taken yet. None if none is ejected for so long.
     [[nodiscard]] std::optional<Page> takePage(std::chrono::milliseconds patience);
 
  private:

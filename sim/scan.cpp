@@ -11,56 +11,54 @@ namespace {
 
 using wire::Family;
 
-// Letters of the sides.
-constexpr int kBlackAndWhite = 'A';
-constexpr int kSixteenGreys = 'Q';
-constexpr int kGreyOrColour = 'a';
-constexpr int kNotWanted = 'q';
+/// Letters of the sides.
+constexpr int blackAndWhite = 'A';
+constexpr int sixteenGreys = 'Q';
+constexpr int greyOrColour = 'a';
+constexpr int notWanted = 'q';
 
-constexpr std::uint8_t kOkiHeader = 5;
-constexpr std::uint8_t kOkiEnd = 6;
-constexpr std::uint8_t kOliHeader = 1;
-constexpr std::uint8_t kOliStart = 2;
-constexpr std::uint8_t kOliEnd = 3;
+constexpr std::uint8_t okiHeader = 5;
+constexpr std::uint8_t okiEnd = 6;
+constexpr std::uint8_t oliHeader = 1;
+constexpr std::uint8_t oliStart = 2;
+constexpr std::uint8_t oliEnd = 3;
 
-constexpr std::size_t kOkiHeaderBytes = 8;
-// A host reads so much when it awaits a header; what comes beyond would be a read of its own.
-constexpr std::size_t kOkiFirstRead = 2048;
-constexpr std::size_t kFillerBytes = 8;
+constexpr std::size_t okiHeaderBytes = 8;
+/// A host reads so much when it awaits a header; what comes beyond would be a read of its own.
+constexpr std::size_t okiFirstRead = 2048;
+constexpr std::size_t fillerBytes = 8;
 
-// A pseudo-terminal passes on a larger piece in parts that may end at these places, and a host that is quick
-// enough gets them one by one.
-constexpr std::array<std::size_t, 2> kLineParts{2048, 1792};
+/// A pseudo-terminal passes on a larger piece in parts that may end at these places, and a host that is quick enough
+/// gets them one by one.
+constexpr std::array<std::size_t, 2> lineParts{2048, 1792};
 
-// A block that the host would not take for image data, or the rest of one.
+/// A block that the host would not take for image data, or the rest of one.
 bool misleads(Family family, std::size_t size) {
     const auto bad = [family](std::size_t part) {
-        return family == Family::kOki ? part == 1 || part == kOkiHeaderBytes : part == 6;
+        return family == Family::oki ? part == 1 || part == okiHeaderBytes : part == 6;
     };
-    const std::size_t rest = size % kLineParts[0];
-    return bad(size) || bad(rest) || bad(rest % kLineParts[1]);
+    const std::size_t rest = size % lineParts[0];
+    return bad(size) || bad(rest) || bad(rest % lineParts[1]);
 }
 
-// The size of the next block: the largest that misleads nobody and doesn't force the last one to. `inFront`
-// bytes come in the same piece.
+/// The size of the next block: the largest that misleads nobody and doesn't force the last one to. `inFront` bytes come
+/// in the same piece.
 std::size_t blockSize(Family family, std::uint64_t left, std::size_t most, std::size_t inFront) {
     const auto largest = static_cast<std::size_t>(std::min<std::uint64_t>(left, most));
     for (std::size_t size = largest; size > 0; --size) {
         const std::uint64_t rest = left - size;
         const bool restIsLast = rest > 0 && rest <= most;
-        if (!misleads(family, size + inFront) &&
-            !(restIsLast && misleads(family, static_cast<std::size_t>(rest)))) {
+        if (!misleads(family, size + inFront) && !(restIsLast && misleads(family, static_cast<std::size_t>(rest))))
             return size;
-        }
     }
     return largest;
 }
 
-// A number as the messages carry it.
+/// A number as the messages carry it.
 std::string fiveDigits(std::int64_t value) {
     std::array<char, 8> text{};
     std::snprintf(text.data(), text.size(), "%05d",
-                  static_cast<int>(std::clamp<std::int64_t>(value, 0, kMaxScanPixels)));
+                  static_cast<int>(std::clamp<std::int64_t>(value, 0, maxScanPixels)));
     return text.data();
 }
 
@@ -73,11 +71,10 @@ std::vector<std::uint8_t> message(std::uint8_t kind, std::string_view content) {
 }  // namespace
 
 bool setScanMode(ScanRequest& request, int mode, int colour) {
-    constexpr int kColour = 4;
-    if ((mode & 0xE0) != 0x40 || (colour & 0x88) != 0x88) {
+    constexpr int colourBit = 4;
+    if ((mode & 0xE0) != 0x40 || (colour & 0x88) != 0x88)
         return false;
-    }
-    request.colour = (colour & 7) >= kColour;
+    request.colour = (colour & 7) >= colourBit;
     request.resolution = static_cast<Resolution>(mode >> 3 & 3);
     request.fromBottom = (mode & 1) != 0;
     return true;
@@ -87,16 +84,16 @@ bool setScanSides(ScanRequest& request, std::span<const int> letters) {
     std::array<int, 2> bits{};
     for (std::size_t side = 0; side < bits.size() && side < letters.size(); ++side) {
         switch (letters[side]) {
-            case kBlackAndWhite:
+            case blackAndWhite:
                 bits[side] = 1;
                 break;
-            case kSixteenGreys:
+            case sixteenGreys:
                 bits[side] = 4;
                 break;
-            case kGreyOrColour:
+            case greyOrColour:
                 bits[side] = request.colour ? 24 : 8;
                 break;
-            case kNotWanted:
+            case notWanted:
                 break;
             default:
                 return false;
@@ -108,86 +105,79 @@ bool setScanSides(ScanRequest& request, std::span<const int> letters) {
 
 ScanDelivery::ScanDelivery(Family family, const ScanRequest& request, ScanScenario scenario)
     : family_(family), request_(request), scenario_(std::move(scenario)) {
-    scenario_.block =
-        std::clamp<std::size_t>(scenario_.block, family_ == Family::kOki ? 2 : 1, kMaxScanBlock);
-    if (!scenario_.silent) {
+    scenario_.block = std::clamp<std::size_t>(scenario_.block, family_ == Family::oki ? 2 : 1, maxScanBlock);
+    if (!scenario_.silent)
         beginSide(0);
-    }
 }
 
 void ScanDelivery::beginSide(std::size_t side) {
     side_ = side;
     bytes_.reset();
     if (side_ == request_.bits.size()) {
-        step_ = Step::kDone;
+        step_ = Step::done;
         return;
     }
     const int bits = request_.bits[side_];
     ScanImage image(bits > 0 ? scenario_.sides[side_] : Document{}, bits, request_.resolution);
     if (!image.empty()) {
-        const bool oki = family_ == Family::kOki;
-        bytes_.emplace(std::move(image), oki ? ScanBytes::Form::kBitmap : ScanBytes::Form::kRaw,
-                       request_.fromBottom);
-        if (oki && bytes_->size() > std::numeric_limits<std::uint32_t>::max()) {
+        const bool oki = family_ == Family::oki;
+        bytes_.emplace(std::move(image), oki ? ScanBytes::Form::bitmap : ScanBytes::Form::raw, request_.fromBottom);
+        if (oki && bytes_->size() > std::numeric_limits<std::uint32_t>::max())
             bytes_.reset();  // the header couldn't tell its size
-        }
     }
-    step_ = Step::kHeader;
-    if (family_ == Family::kOli && !bytes_) {
+    step_ = Step::header;
+    if (family_ == Family::oli && !bytes_)
         beginSide(side_ + 1);
-    }
 }
 
 std::vector<std::uint8_t> ScanDelivery::next() {
     switch (step_) {
-        case Step::kHeader: {
+        case Step::header: {
             std::vector<std::uint8_t> piece = header();
             afterHeader();
             return piece;
         }
-        case Step::kStart:
-            step_ = Step::kData;
+        case Step::start:
+            step_ = Step::data;
             afterData();
-            return message(kOliStart, std::string(1, side_ == 0 ? 'F' : 'B'));
-        case Step::kData: {
-            if (std::exchange(fillerDue_, false)) {
-                return std::vector<std::uint8_t>(kFillerBytes);
-            }
+            return message(oliStart, std::string(1, side_ == 0 ? 'F' : 'B'));
+        case Step::data: {
+            if (std::exchange(fillerDue_, false))
+                return std::vector<std::uint8_t>(fillerBytes);
             std::vector<std::uint8_t> piece = block(scenario_.block, 0);
             fillerDue_ = scenario_.fillers;
             afterData();
             return piece;
         }
-        case Step::kEnd: {
+        case Step::end: {
             const std::int64_t rows = std::int64_t{bytes_->image().height()} + scenario_.rowsError;
             beginSide(side_ + 1);
-            return family_ == Family::kOki ? std::vector{kOkiEnd} : message(kOliEnd, fiveDigits(rows));
+            return family_ == Family::oki ? std::vector{okiEnd} : message(oliEnd, fiveDigits(rows));
         }
-        case Step::kDone:
+        case Step::done:
             break;
     }
     return {};
 }
 
 std::vector<std::uint8_t> ScanDelivery::header() {
-    if (family_ == Family::kOli) {
+    if (family_ == Family::oli) {
         const ScanImage& image = bytes_->image();
-        return message(kOliHeader, fiveDigits(image.width()) + ' ' +
-                                       fiveDigits(std::int64_t{image.height()} + scenario_.sizeError));
+        return message(oliHeader, fiveDigits(image.width()) + ' ' +
+                                      fiveDigits(std::int64_t{image.height()} + scenario_.sizeError));
     }
     // Which of how many sides, a byte without meaning, and the size, lowest byte first.
-    std::vector<std::uint8_t> piece{kOkiHeader, static_cast<std::uint8_t>(side_ + 1), 2, 0};
+    std::vector<std::uint8_t> piece{okiHeader, static_cast<std::uint8_t>(side_ + 1), 2, 0};
     std::int64_t announced = 0;
     if (bytes_) {
-        announced = std::clamp<std::int64_t>(static_cast<std::int64_t>(bytes_->size()) + scenario_.sizeError,
-                                             0, std::numeric_limits<std::uint32_t>::max());
+        announced = std::clamp<std::int64_t>(static_cast<std::int64_t>(bytes_->size()) + scenario_.sizeError, 0,
+                                             std::numeric_limits<std::uint32_t>::max());
     }
-    for (int shift = 0; shift < 32; shift += 8) {
+    for (int shift = 0; shift < 32; shift += 8)
         piece.push_back(static_cast<std::uint8_t>(announced >> shift));
-    }
     if (bytes_) {
         const std::vector<std::uint8_t> first =
-            block(std::min(scenario_.block, kOkiFirstRead - kOkiHeaderBytes), kOkiHeaderBytes);
+            block(std::min(scenario_.block, okiFirstRead - okiHeaderBytes), okiHeaderBytes);
         piece.insert(piece.end(), first.begin(), first.end());
     }
     return piece;
@@ -195,28 +185,27 @@ std::vector<std::uint8_t> ScanDelivery::header() {
 
 void ScanDelivery::afterHeader() {
     fillerDue_ = false;
-    if (family_ == Family::kOli) {
-        step_ = Step::kStart;
+    if (family_ == Family::oli) {
+        step_ = Step::start;
     } else if (!bytes_) {
         beginSide(side_ + 1);
     } else {
-        step_ = Step::kData;
+        step_ = Step::data;
         fillerDue_ = scenario_.fillers;
         afterData();
     }
 }
 
 void ScanDelivery::afterData() {
-    if (dataLeft() > 0) {
+    if (dataLeft() > 0)
         return;
-    }
     if (bytes_->left() > 0) {
         brokenOff_ = true;
-        step_ = Step::kDone;
+        step_ = Step::done;
     } else if (scenario_.noEnd) {
         beginSide(side_ + 1);
     } else {
-        step_ = Step::kEnd;
+        step_ = Step::end;
     }
 }
 

@@ -14,30 +14,30 @@
 
 namespace passbook::sim {
 
-// What a host has asked for, as the bytes of its commands say it.
+/// What a host has asked for, as the bytes of its commands say it.
 struct ScanRequest {
-    Resolution resolution = Resolution::k200;
+    Resolution resolution = Resolution::dpi200;
     bool fromBottom = false;
     bool colour = false;
     std::array<int, 2> bits{};  // front and back, 1, 4, 8 or 24; 0 is a side not wanted
 };
 
-// False for a byte that means nothing; the request then stays as it is.
+/// False for a byte that means nothing; the request then stays as it is.
 [[nodiscard]] bool setScanMode(ScanRequest& request, int mode, int colour);
 [[nodiscard]] bool setScanSides(ScanRequest& request, std::span<const int> letters);
 
-// The largest block of image data there is; the largest that a pseudo-terminal hands over in one read.
-inline constexpr std::size_t kMaxScanBlock = 16384;
-inline constexpr std::size_t kPtyBlock = 4095;
+/// The largest block of image data there is; the largest that a pseudo-terminal hands over in one read.
+inline constexpr std::size_t maxScanBlock = 16384;
+inline constexpr std::size_t ptyBlock = 4095;
 
-// How a scan is handed over, and what goes wrong with it.
+/// How a scan is handed over, and what goes wrong with it.
 struct ScanScenario {
-    // The document's sides. If there is no front, the page in the printer is scanned with what has been
-    // printed on it; if there is no back, that is blank.
+    /// The document's sides. If there is no front, the page in the printer is scanned with what has been printed on it;
+    /// if there is no back, that is blank.
     std::array<Document, 2> sides{};
 
-    // Image data come in blocks of at most that many bytes, up to kMaxScanBlock; OKI at least 2.
-    std::size_t block = kPtyBlock;
+    /// Image data come in blocks of at most that many bytes, up to maxScanBlock; OKI at least 2.
+    std::size_t block = ptyBlock;
 
     std::optional<std::uint64_t> breakAfter{};  // bytes of image data; nothing more comes then
     int sizeError = 0;     // what is announced too much: OKI bytes of data, OLI rows of the picture
@@ -47,28 +47,28 @@ struct ScanScenario {
     bool silent = false;   // nothing of a scan comes
 };
 
-// A scan on its way to the host, piece by piece, made while it is taken: the pieces are what the host has to
-// get with one read each.
-//
-// OKI: of each side, front and back, an eight-byte header together with the first block, further blocks, and
-// a byte 06; a side that is not wanted is a header alone. Blocks are never of 1 or 8 bytes: hosts take such
-// reads for the end, or drop them.
-//
-// OLI: of each side wanted a header, a start, blocks and an end. Blocks are never of 6 bytes, which hosts
-// could take for the end.
+/// A scan on its way to the host, piece by piece, made while it is taken: the pieces are what the host has to get with
+/// one read each.
+///
+/// OKI: of each side, front and back, an eight-byte header together with the first block, further blocks, and a byte
+/// 06; a side that is not wanted is a header alone. Blocks are never of 1 or 8 bytes: hosts take such reads for the
+/// end, or drop them.
+///
+/// OLI: of each side wanted a header, a start, blocks and an end. Blocks are never of 6 bytes, which hosts could take
+/// for the end.
 class ScanDelivery {
  public:
     ScanDelivery(wire::Family family, const ScanRequest& request, ScanScenario scenario);
 
-    // The next piece; call it only while there is one.
+    /// The next piece; call it only while there is one.
     [[nodiscard]] std::vector<std::uint8_t> next();
-    [[nodiscard]] bool done() const { return step_ == Step::kDone; }
+    [[nodiscard]] bool done() const { return step_ == Step::done; }
 
     [[nodiscard]] std::uint64_t dataBytes() const { return dataSent_; }
     [[nodiscard]] bool brokenOff() const { return brokenOff_; }
 
  private:
-    enum class Step { kHeader, kStart, kData, kEnd, kDone };
+    enum class Step { header, start, data, end, done };
 
     [[nodiscard]] std::vector<std::uint8_t> header();
     [[nodiscard]] std::vector<std::uint8_t> block(std::size_t most, std::size_t inFront);
@@ -80,7 +80,7 @@ class ScanDelivery {
     wire::Family family_;
     ScanRequest request_;
     ScanScenario scenario_;
-    Step step_ = Step::kDone;
+    Step step_ = Step::done;
     std::size_t side_ = 0;
     std::optional<ScanBytes> bytes_;  // of the side, if it is wanted
     std::uint64_t dataSent_ = 0;

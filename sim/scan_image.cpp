@@ -7,29 +7,29 @@ namespace passbook::sim {
 
 namespace {
 
-constexpr int kColourBits = 24;
+constexpr int colourBits = 24;
 
-// By how much the picture grows, in halves.
+/// By how much the picture grows, in halves.
 int growth(Resolution resolution) {
     switch (resolution) {
-        case Resolution::k600:
+        case Resolution::dpi600:
             return 6;
-        case Resolution::k400:
+        case Resolution::dpi400:
             return 4;
-        case Resolution::k300:
+        case Resolution::dpi300:
             return 3;
-        case Resolution::k200:
+        case Resolution::dpi200:
             break;
     }
     return 2;
 }
 
 int dotsPerMetre(Resolution resolution) {
-    constexpr int kLowest = 7874;  // 200 dots per inch
-    return kLowest * growth(resolution) / 2;
+    constexpr int lowest = 7874;  // 200 dots per inch
+    return lowest * growth(resolution) / 2;
 }
 
-// A grey level of so many bits from a pixel.
+/// A grey level of so many bits from a pixel.
 unsigned greyLevel(const std::uint8_t* bgr, int bits) {
     const unsigned grey = (114U * bgr[0] + 587U * bgr[1] + 299U * bgr[2] + 500U) / 1000U;
     const unsigned white = (1U << bits) - 1U;
@@ -37,33 +37,31 @@ unsigned greyLevel(const std::uint8_t* bgr, int bits) {
 }
 
 void append(std::vector<std::uint8_t>& to, std::uint32_t value, int bytes) {
-    for (int i = 0; i < bytes; ++i) {
+    for (int i = 0; i < bytes; ++i)
         to.push_back(static_cast<std::uint8_t>(value >> 8 * i));
-    }
 }
 
 std::uint32_t paletteEntries(int bits) {
-    return bits == kColourBits ? 0U : 1U << bits;
+    return bits == colourBits ? 0U : 1U << bits;
 }
 
-constexpr std::size_t kBmpHeaderBytes = 54;
-constexpr std::size_t kPaletteEntryBytes = 4;
+constexpr std::size_t bmpHeaderBytes = 54;
+constexpr std::size_t paletteEntryBytes = 4;
 
 std::size_t bmpStride(const ScanImage& image) {
     return (image.rowBytes() + 3) / 4 * 4;
 }
 
 std::size_t bmpDataOffset(const ScanImage& image) {
-    return kBmpHeaderBytes + kPaletteEntryBytes * paletteEntries(image.bits());
+    return bmpHeaderBytes + paletteEntryBytes * paletteEntries(image.bits());
 }
 
 }  // namespace
 
 ScanImage::ScanImage(Document document, int bits, Resolution resolution)
     : document_(std::move(document)), bits_(bits), resolution_(resolution) {
-    if (document_.empty() || document_.width > kMaxScanPixels || document_.height > kMaxScanPixels) {
+    if (document_.empty() || document_.width > maxScanPixels || document_.height > maxScanPixels)
         return;
-    }
     width_ = document_.width * growth(resolution) / 2;
     height_ = document_.height * growth(resolution) / 2;
     bgr_.resize(3 * static_cast<std::size_t>(document_.width));
@@ -74,23 +72,22 @@ std::size_t ScanImage::rowBits() const {
 }
 
 bool ScanImage::empty() const {
-    return width_ == 0 || width_ > kMaxScanPixels || height_ > kMaxScanPixels;
+    return width_ == 0 || width_ > maxScanPixels || height_ > maxScanPixels;
 }
 
 void ScanImage::row(int y, std::span<std::uint8_t> to) {
     const int step = growth(resolution_);
     const int from = y * 2 / step;
-    if (bits_ == kColourBits && step == 2) {
+    if (bits_ == colourBits && step == 2) {
         document_.row(from, to);
         return;
     }
     document_.row(from, bgr_);
-    if (bits_ != kColourBits) {
+    if (bits_ != colourBits)
         std::fill(to.begin(), to.end(), std::uint8_t{0});
-    }
     for (int x = 0; x < width_; ++x) {
         const std::uint8_t* pixel = bgr_.data() + static_cast<std::ptrdiff_t>(x * 2 / step) * 3;
-        if (bits_ == kColourBits) {
+        if (bits_ == colourBits) {
             std::copy_n(pixel, 3, to.begin() + static_cast<std::ptrdiff_t>(x) * 3);
             continue;
         }
@@ -103,7 +100,7 @@ void ScanImage::row(int y, std::span<std::uint8_t> to) {
 ScanBytes::ScanBytes(ScanImage image, Form form, bool fromBottom)
     : image_(std::move(image)), form_(form), fromBottom_(fromBottom), row_(image_.rowBytes()) {
     const auto rows = static_cast<std::uint64_t>(image_.height());
-    if (form_ == Form::kRaw) {
+    if (form_ == Form::raw) {
         size_ = image_.rowBits() * rows / 8;
     } else {
         size_ = bmpDataOffset(image_) + bmpStride(image_) * rows;
@@ -149,9 +146,8 @@ void ScanBytes::makeHeader() {
     append(ready_, dots, 4);
     append(ready_, entries, 4);
     append(ready_, 0, 4);
-    for (std::uint32_t level = 0; level < entries; ++level) {
+    for (std::uint32_t level = 0; level < entries; ++level)
         append(ready_, level * 255U / (entries - 1U) * 0x010101U, 4);
-    }
 }
 
 void ScanBytes::fetchRow() {
@@ -159,9 +155,9 @@ void ScanBytes::fetchRow() {
     ++rowsFetched_;
     image_.row(y, row_);
     std::size_t bits = image_.rowBits();
-    if (form_ == Form::kBitmap || (bits % 8 == 0 && carryBits_ == 0)) {
+    if (form_ == Form::bitmap || (bits % 8 == 0 && carryBits_ == 0)) {
         ready_ = row_;
-        ready_.resize(form_ == Form::kBitmap ? bmpStride(image_) : row_.size());
+        ready_.resize(form_ == Form::bitmap ? bmpStride(image_) : row_.size());
         return;
     }
     for (const std::uint8_t byte : row_) {

@@ -9,22 +9,21 @@
 
 namespace passbook::sim {
 
-// How finely a document is scanned: the two bits that the host sends. The numbers in the names are those a
-// host thinks of.
-enum class Resolution : std::uint8_t { k600 = 0, k400 = 1, k300 = 2, k200 = 3 };
+/// How finely a document is scanned: the two bits that the host sends. The numbers in the names are those a host thinks
+/// of.
+enum class Resolution : std::uint8_t { dpi600 = 0, dpi400 = 1, dpi300 = 2, dpi200 = 3 };
 
-// The largest picture the scanner makes: as far as the size fields of its messages reach.
-inline constexpr int kMaxScanPixels = 65535;
+/// The largest picture the scanner makes: as far as the size fields of its messages reach.
+inline constexpr int maxScanPixels = 65535;
 
-// One side of a document as the scanner sees it. At 200 dots per inch every pixel of the document becomes one
-// pixel; at finer resolutions pixels are repeated: 3 for 2 at 300, 2 for 1 at 400, 3 for 1 at 600.
-//
-// 24 bits are blue, green, red. Of fewer bits each pixel is a grey level from 0, black, to the largest,
-// white; pixels follow one another from the highest bit of a byte down, and each row begins with a byte of
-// its own.
+/// One side of a document as the scanner sees it. At 200 dots per inch every pixel of the document becomes one pixel;
+/// at finer resolutions pixels are repeated: 3 for 2 at 300, 2 for 1 at 400, 3 for 1 at 600.
+///
+/// 24 bits are blue, green, red. Of fewer bits each pixel is a grey level from 0, black, to the largest, white; pixels
+/// follow one another from the highest bit of a byte down, and each row begins with a byte of its own.
 class ScanImage {
  public:
-    // `bits`: 1, 4, 8 or 24.
+    /// `bits`: 1, 4, 8 or 24.
     ScanImage(Document document, int bits, Resolution resolution);
 
     [[nodiscard]] int width() const { return width_; }
@@ -34,10 +33,10 @@ class ScanImage {
     [[nodiscard]] std::size_t rowBits() const;
     [[nodiscard]] std::size_t rowBytes() const { return (rowBits() + 7) / 8; }
 
-    // Nothing to be seen, or more than the messages can tell of.
+    /// Nothing to be seen, or more than the messages can tell of.
     [[nodiscard]] bool empty() const;
 
-    // Fills in row `y` from the top, rowBytes() long; bits behind the last pixel are 0.
+    /// Fills in row `y` from the top, rowBytes() long; bits behind the last pixel are 0.
     void row(int y, std::span<std::uint8_t> to);
 
  private:
@@ -49,23 +48,23 @@ class ScanImage {
     std::vector<std::uint8_t> bgr_;  // a row of the document
 };
 
-// The bytes of a side as they go over the line, made row by row while they are read.
+/// The bytes of a side as they go over the line, made row by row while they are read.
 class ScanBytes {
  public:
     enum class Form {
-        kRaw,     // rows without fill, one beginning in the middle of a byte if need be
-        kBitmap,  // a BMP file, with a grey palette below 24 bits
+        raw,     // rows without fill, one beginning in the middle of a byte if need be
+        bitmap,  // a BMP file, with a grey palette below 24 bits
     };
 
-    // `fromBottom`: the last row comes first.
+    /// `fromBottom`: the last row comes first.
     ScanBytes(ScanImage image, Form form, bool fromBottom);
 
     [[nodiscard]] const ScanImage& image() const { return image_; }
-    // Of the whole side. Of raw rows a last byte that isn't full is left out: hosts expect whole ones.
+    /// Of the whole side. Of raw rows a last byte that isn't full is left out: hosts expect whole ones.
     [[nodiscard]] std::uint64_t size() const { return size_; }
     [[nodiscard]] std::uint64_t left() const { return size_ - done_; }
 
-    // The next bytes, `count` of them or as many as there are left.
+    /// The next bytes, `count` of them or as many as there are left.
     [[nodiscard]] std::vector<std::uint8_t> take(std::size_t count);
 
  private:

@@ -15,10 +15,10 @@ namespace passbook::sim {
 
 namespace {
 
-constexpr const char* kSetting = "TMPDIR";
+constexpr const char* setting = "TMPDIR";
 
-// The helper makes the directory, too: so there is no moment at which nobody would remove it.
-constexpr const char* kScript =
+/// The helper makes the directory, too: so there is no moment at which nobody would remove it.
+constexpr const char* removerScript =
     R"(d=$(mktemp -d) && echo "$d" 2>/dev/null; exec >&- 2>&-; read -r _; rm -rf -- "$d")";
 
 bool makePipe(Descriptor& from, Descriptor& to) {
@@ -29,8 +29,8 @@ bool makePipe(Descriptor& from, Descriptor& to) {
     return made;
 }
 
-// Runs the script with these as its standard input and output, out of reach of the signals that end us: those
-// of a terminal go to a session, and others only to us. Its number, -1 if there is none; errno then says why.
+/// Runs the script with these as its standard input and output, out of reach of the signals that end us: those of a
+/// terminal go to a session, and others only to us. Its number, -1 if there is none; errno then says why.
 pid_t spawnHelper(const Descriptor& input, const Descriptor& output) {
     pid_t helper = -1;
     posix_spawnattr_t attributes;
@@ -46,7 +46,7 @@ pid_t spawnHelper(const Descriptor& input, const Descriptor& output) {
     posix_spawn_file_actions_adddup2(&files, output.get(), STDOUT_FILENO);
     std::string shell = "sh";
     std::string option = "-c";
-    std::string script = kScript;
+    std::string script = removerScript;
     const std::array<char*, 4> arguments{shell.data(), option.data(), script.data(), nullptr};
     const int problem = posix_spawn(&helper, "/bin/sh", &files, &attributes, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&files);
@@ -55,16 +55,15 @@ pid_t spawnHelper(const Descriptor& input, const Descriptor& output) {
     return problem == 0 ? helper : -1;
 }
 
-// The first line that comes; empty if none does.
+/// The first line that comes; empty if none does.
 std::string lineFrom(const Descriptor& input) {
     std::string line;
     char next = 0;
     ssize_t got = 0;
     do {
         got = read(input.get(), &next, 1);
-        if (got == 1 && next != '\n') {
+        if (got == 1 && next != '\n')
             line += next;
-        }
     } while ((got == 1 && next != '\n') || (got < 0 && errno == EINTR));
     return got == 1 ? line : std::string();
 }
@@ -88,10 +87,9 @@ std::unique_ptr<ScratchDirectory> ScratchDirectory::make(std::string& error) {
         error = "no directory for temporary files";  // mktemp has said why
         return nullptr;
     }
-    if (const char* former = std::getenv(kSetting)) {
+    if (const char* former = std::getenv(setting))
         scratch->former_ = former;
-    }
-    setenv(kSetting, path.c_str(), 1);
+    setenv(setting, path.c_str(), 1);
     return scratch;
 }
 
@@ -102,11 +100,10 @@ ScratchDirectory::~ScratchDirectory() {
 }
 
 void ScratchDirectory::restoreSetting() const {
-    if (former_) {
-        setenv(kSetting, former_->c_str(), 1);
-    } else {
-        unsetenv(kSetting);
-    }
+    if (former_)
+        setenv(setting, former_->c_str(), 1);
+    else
+        unsetenv(setting);
 }
 
 }  // namespace passbook::sim

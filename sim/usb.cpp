@@ -13,8 +13,8 @@ namespace passbook::sim {
 
 namespace {
 
-constexpr const char* kPreload = "libumockdev-preload.so.0";
-constexpr const char* kNodePath = "/dev/bus/usb/001/002";
+constexpr const char* preloadLibrary = "libumockdev-preload.so.0";
+constexpr const char* nodePath = "/dev/bus/usb/001/002";
 
 using Bytes = std::vector<std::uint8_t>;
 
@@ -26,27 +26,24 @@ constexpr std::size_t high(std::size_t value) {
 }
 
 void append(Bytes& bytes, std::initializer_list<std::size_t> values) {
-    for (const std::size_t value : values) {
+    for (const std::size_t value : values)
         bytes.push_back(static_cast<std::uint8_t>(value));
-    }
 }
 
-// The device's own descriptor and that of its one configuration, as the kernel shows them in one file.
+/// The device's own descriptor and that of its one configuration, as the kernel shows them in one file.
 Bytes descriptorsOf(const UsbDevice& device) {
     Bytes settings;
     std::set<std::uint8_t> interfaces;
     for (const UsbSetting& setting : device.settings) {
         interfaces.insert(setting.interface);
-        append(settings,
-               {9, 4, setting.interface, setting.alternate, setting.endpoints.size(), 0xFF, 0xFF, 0xFF, 0});
-        for (const UsbEndpoint& endpoint : setting.endpoints) {
+        append(settings, {9, 4, setting.interface, setting.alternate, setting.endpoints.size(), 0xFF, 0xFF, 0xFF, 0});
+        for (const UsbEndpoint& endpoint : setting.endpoints)
             append(settings, {7, 5, endpoint.address, endpoint.type, 64, 0, endpoint.type == 3 ? 10U : 0U});
-        }
     }
     Bytes bytes;
     append(bytes, {18, 1, 0x00, 0x02, 0, 0, 0, 64});
-    append(bytes, {low(device.vendorId), high(device.vendorId), low(device.productId), high(device.productId),
-                   0x00, 0x01, 0, 0, 0, 1});
+    append(bytes, {low(device.vendorId), high(device.vendorId), low(device.productId), high(device.productId), 0x00,
+                   0x01, 0, 0, 0, 1});
     const std::size_t total = 9 + settings.size();
     append(bytes, {9, 2, low(total), high(total), interfaces.size(), 1, 0, 0xC0, 50});
     bytes.insert(bytes.end(), settings.begin(), settings.end());
@@ -71,7 +68,7 @@ std::string hexOf(std::uint16_t id) {
 
 }  // namespace
 
-// The directory that stands in for /sys and /dev.
+/// The directory that stands in for /sys and /dev.
 struct UsbPort::Bed {
     Ref<UMockdevTestbed> testbed{umockdev_testbed_new()};
 
@@ -113,7 +110,7 @@ struct UsbPort::Bed {
 
 std::unique_ptr<UsbPort> UsbPort::open(Printer& printer, const UsbDevice& device, std::string& error) {
     // Without it a host would be let loose on the machine's own USB, and print on a real printer.
-    void* preload = dlopen(kPreload, RTLD_LAZY | RTLD_LOCAL);
+    void* preload = dlopen(preloadLibrary, RTLD_LAZY | RTLD_LOCAL);
     if (preload == nullptr) {
         error = std::string("no emulated USB: ") + dlerror();
         return nullptr;
@@ -122,13 +119,12 @@ std::unique_ptr<UsbPort> UsbPort::open(Printer& printer, const UsbDevice& device
     auto node = std::make_unique<UsbNode>(printer, device);
     auto bed = std::make_unique<Bed>();
     g_autoptr(GError) problem = nullptr;
-    if (!umockdev_testbed_attach_ioctl(bed->testbed.get(), kNodePath, node->handler(), &problem)) {
+    if (!umockdev_testbed_attach_ioctl(bed->testbed.get(), nodePath, node->handler(), &problem)) {
         error = std::string("no emulated USB: ") + problem->message;
         return nullptr;
     }
-    if (!bed->add(device, error)) {
+    if (!bed->add(device, error))
         return nullptr;
-    }
     return std::unique_ptr<UsbPort>(new UsbPort(std::move(node), std::move(bed)));
 }
 
@@ -139,10 +135,9 @@ UsbPort::~UsbPort() = default;
 
 std::string UsbPort::hostEnvironment() {
     const char* others = std::getenv("LD_PRELOAD");
-    std::string setting = std::string("LD_PRELOAD=") + kPreload;
-    if (others != nullptr && *others != '\0') {
+    std::string setting = std::string("LD_PRELOAD=") + preloadLibrary;
+    if (others != nullptr && *others != '\0')
         setting += std::string(":") + others;
-    }
     return setting;
 }
 
@@ -156,18 +151,16 @@ void UsbPort::setFault(UsbFault fault, int transfer) {
 
 void UsbPort::unplug() {
     node_->unplug();
-    if (bed_->present) {
+    if (bed_->present)
         bed_->remove();
-    }
 }
 
 void UsbPort::plug() {
     node_->plug();
     // A printer that a fault has taken away is still listed, as it is for a moment on a real bus.
     std::string error;
-    if (!bed_->present) {
+    if (!bed_->present)
         (void)bed_->add(node_->device(), error);  // it could be added before
-    }
 }
 
 UsbUse UsbPort::use() {

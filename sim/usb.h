@@ -15,7 +15,7 @@ struct UsbEndpoint {
     std::uint8_t type = 2;  // as in a descriptor: 2 bulk, 3 interrupt
 };
 
-// One alternate setting of an interface.
+/// One alternate setting of an interface.
 struct UsbSetting {
     std::uint8_t interface = 0;
     std::uint8_t alternate = 0;
@@ -23,14 +23,14 @@ struct UsbSetting {
 };
 
 enum class UsbFault {
-    kNone,
-    kStall,   // refused, and so is every later one on its endpoint until the host clears that
-    kShort,   // half of the bytes are taken; of an answer half comes, and no more
-    kHang,    // never ends
-    kUnplug,  // the printer is gone in the middle of it
+    none,
+    stall,     // refused, and so is every later one on its endpoint until the host clears that
+    cutShort,  // half of the bytes are taken; of an answer half comes, and no more
+    hang,      // never ends
+    unplug,    // the printer is gone in the middle of it
 };
 
-// How the printer shows on the bus. It talks on the last endpoint of each direction.
+/// How the printer shows on the bus. It talks on the last endpoint of each direction.
 struct UsbDevice {
     std::uint16_t vendorId = 0x0B3C;
     std::uint16_t productId = 0x0001;
@@ -40,7 +40,7 @@ struct UsbDevice {
     int claimError = 0;         // an errno that every claim fails with
 };
 
-// What hosts have done so far, and what they hold now.
+/// What hosts have done so far, and what they hold now.
 struct UsbUse {
     int transfers = 0;
     int claims = 0;
@@ -52,27 +52,25 @@ struct UsbUse {
 
 class UsbNode;
 
-// Connects a printer to an emulated USB bus. Programs that are run with the environment that this sets up
-// find it there through libusb, and nothing else: the machine's own USB is neither needed nor seen. One in a
-// process.
+/// Connects a printer to an emulated USB bus. Programs that are run with the environment that this sets up find it
+/// there through libusb, and nothing else: the machine's own USB is neither needed nor seen. One in a process.
 class UsbPort {
  public:
-    // Null if the emulation can't be set up; `error` then says why. The printer must outlive the port, which
-    // serves it in a thread of its own: touch it only through `with`.
-    [[nodiscard]] static std::unique_ptr<UsbPort> open(Printer& printer, const UsbDevice& device,
-                                                       std::string& error);
+    /// Null if the emulation can't be set up; `error` then says why. The printer must outlive the port, which serves it
+    /// in a thread of its own: touch it only through `with`.
+    [[nodiscard]] static std::unique_ptr<UsbPort> open(Printer& printer, const UsbDevice& device, std::string& error);
     ~UsbPort();
 
-    // What has to stand in a host program's environment when it is started, as "NAME=value", besides what
-    // `open` has added to ours.
+    /// What has to stand in a host program's environment when it is started, as "NAME=value", besides what `open` has
+    /// added to ours.
     [[nodiscard]] static std::string hostEnvironment();
 
-    // Calls `use` while the printer isn't being served, with the printer's time brought up to now.
+    /// Calls `use` while the printer isn't being served, with the printer's time brought up to now.
     void with(const std::function<void()>& use);
 
-    // What the n-th transfer from now on meets, 1 being the next.
+    /// What the n-th transfer from now on meets, 1 being the next.
     void setFault(UsbFault fault, int transfer);
-    // The cable out, and in again.
+    /// The cable out, and in again.
     void unplug();
     void plug();
     [[nodiscard]] UsbUse use();

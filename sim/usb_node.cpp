@@ -12,21 +12,19 @@ namespace passbook::sim {
 
 namespace {
 
-// The kernel's own limit for all that a program has under way.
-constexpr int kMaxTransfer = 16 * 1024 * 1024;
+/// The kernel's own limit for all that a program has under way.
+constexpr int maxTransfer = 16 * 1024 * 1024;
 
-// The device file always looks ready, so a host that waits asks again and again. It is made to do so at its
-// ease.
-constexpr gulong kPauseUs = 1000;
+/// The device file always looks ready, so a host that waits asks again and again. It is made to do so at its ease.
+constexpr gulong pauseUs = 1000;
 
-constexpr const char* kDriverName = "usblp";
+constexpr const char* driverName = "usblp";
 
 constexpr bool isIn(std::uint8_t endpoint) {
     return (endpoint & 0x80U) != 0;
 }
 
-// The host's memory that a pointer at `offset` leads to, in a copy that goes back to it; null if it leads
-// nowhere.
+/// The host's memory that a pointer at `offset` leads to, in a copy that goes back to it; null if it leads nowhere.
 Ref<UMockdevIoctlData> follow(UMockdevIoctlData* data, std::size_t offset, std::size_t length) {
     return Ref<UMockdevIoctlData>(umockdev_ioctl_data_resolve(data, offset, length, nullptr));
 }
@@ -110,9 +108,8 @@ gboolean UsbNode::ioctlCalled(UMockdevIoctlBase*, UMockdevIoctlClient* client, g
         error = node.obey(client);
         idle = error == EAGAIN && !node.urbs_.empty();
     }
-    if (idle) {
-        g_usleep(kPauseUs);
-    }
+    if (idle)
+        g_usleep(pauseUs);
     umockdev_ioctl_client_complete(client, error == 0 ? 0 : -1, error);
     return TRUE;
 }
@@ -129,24 +126,20 @@ void UsbNode::clientGone(gpointer self, GObject* object) {
     const auto* client = reinterpret_cast<UMockdevIoctlClient*>(object);
     auto& node = *static_cast<UsbNode*>(self);
     const std::lock_guard lock(node.mutex_);
-    if (--node.use_.openDevices == 0) {
+    if (--node.use_.openDevices == 0)
         node.printer_.forgetAnswers(std::exchange(node.answer_, {}).size());
-    }
     node.urbs_.remove_if([client](const Urb& urb) { return urb.client == client; });
-    if (node.owner_ == client) {
+    if (node.owner_ == client)
         node.owner_ = nullptr;
-    }
 }
 
 int UsbNode::obey(UMockdevIoctlClient* client) {
     UMockdevIoctlData* argument = umockdev_ioctl_client_get_arg(client);
     const gulong request = umockdev_ioctl_client_get_request(client);
-    if (request == USBDEVFS_REAPURBNDELAY) {
+    if (request == USBDEVFS_REAPURBNDELAY)
         return reap(client, argument);
-    }
-    if (gone_) {
+    if (gone_)
         return ENODEV;
-    }
     switch (request) {
         case USBDEVFS_SUBMITURB:
             return submit(client, argument);
@@ -156,23 +149,19 @@ int UsbNode::obey(UMockdevIoctlClient* client) {
             return callDriver(argument);
         case USBDEVFS_GET_CAPABILITIES: {
             const auto capabilities = follow(argument, 0, sizeof(__u32));
-            if (!capabilities) {
+            if (!capabilities)
                 return EFAULT;
-            }
-            valueIn<__u32>(capabilities.get()) = USBDEVFS_CAP_NO_PACKET_SIZE_LIM |
-                                                 USBDEVFS_CAP_BULK_SCATTER_GATHER |
-                                                 USBDEVFS_CAP_REAP_AFTER_DISCONNECT;
+            valueIn<__u32>(capabilities.get()) =
+                USBDEVFS_CAP_NO_PACKET_SIZE_LIM | USBDEVFS_CAP_BULK_SCATTER_GATHER | USBDEVFS_CAP_REAP_AFTER_DISCONNECT;
             return 0;
         }
         case USBDEVFS_GETDRIVER: {
             const auto driver = follow(argument, 0, sizeof(usbdevfs_getdriver));
-            if (!driver) {
+            if (!driver)
                 return EFAULT;
-            }
-            const char* name = kernelDriver_ ? kDriverName : owner_ != nullptr ? "usbfs" : nullptr;
-            if (name == nullptr) {
+            const char* name = kernelDriver_ ? driverName : owner_ != nullptr ? "usbfs" : nullptr;
+            if (name == nullptr)
                 return ENODATA;
-            }
             char* into = valueIn<usbdevfs_getdriver>(driver.get()).driver;
             std::memcpy(into, name, std::strlen(name) + 1);
             return 0;
@@ -181,20 +170,17 @@ int UsbNode::obey(UMockdevIoctlClient* client) {
         case USBDEVFS_RELEASEINTERFACE:
         case USBDEVFS_CLEAR_HALT: {
             const auto number = follow(argument, 0, sizeof(unsigned));
-            if (!number) {
+            if (!number)
                 return EFAULT;
-            }
             const auto value = valueIn<unsigned>(number.get());
-            if (request == USBDEVFS_CLAIMINTERFACE) {
+            if (request == USBDEVFS_CLAIMINTERFACE)
                 return claim(client, value);
-            }
             if (request == USBDEVFS_CLEAR_HALT) {
                 stalled_.erase(static_cast<std::uint8_t>(value));
                 return 0;
             }
-            if (owner_ != client) {
+            if (owner_ != client)
                 return EINVAL;
-            }
             owner_ = nullptr;
             return 0;
         }
@@ -205,35 +191,30 @@ int UsbNode::obey(UMockdevIoctlClient* client) {
 
 int UsbNode::claim(UMockdevIoctlClient* client, unsigned interface) {
     ++use_.claims;
-    if (device_.claimError != 0) {
+    if (device_.claimError != 0)
         return device_.claimError;
-    }
-    if (!hasInterface(interface)) {
+    if (!hasInterface(interface))
         return ENOENT;
-    }
     if (busyClaims_ > 0) {
         --busyClaims_;
         return EBUSY;
     }
-    if (kernelDriver_ || (owner_ != nullptr && owner_ != client)) {
+    if (kernelDriver_ || (owner_ != nullptr && owner_ != client))
         return EBUSY;
-    }
     owner_ = client;
     return 0;
 }
 
 int UsbNode::callDriver(UMockdevIoctlData* argument) {
     const auto call = follow(argument, 0, sizeof(usbdevfs_ioctl));
-    if (!call) {
+    if (!call)
         return EFAULT;
-    }
     switch (static_cast<unsigned>(valueIn<usbdevfs_ioctl>(call.get()).ioctl_code)) {
         case USBDEVFS_DISCONNECT:
             return std::exchange(kernelDriver_, false) ? 0 : ENODATA;
         case USBDEVFS_CONNECT:
-            if (owner_ != nullptr || kernelDriver_) {
+            if (owner_ != nullptr || kernelDriver_)
                 return EBUSY;
-            }
             kernelDriver_ = device_.kernelDriver;
             return 0;
         default:
@@ -243,20 +224,16 @@ int UsbNode::callDriver(UMockdevIoctlData* argument) {
 
 int UsbNode::submit(UMockdevIoctlClient* client, UMockdevIoctlData* argument) {
     Urb urb{client, follow(argument, 0, sizeof(usbdevfs_urb)), nullptr};
-    if (!urb.data) {
+    if (!urb.data)
         return EFAULT;
-    }
-    if (endpoints_.count(urb.header().endpoint) == 0) {
+    if (endpoints_.count(urb.header().endpoint) == 0)
         return ENOENT;
-    }
-    if (urb.header().buffer_length < 0 || urb.header().buffer_length > kMaxTransfer) {
+    if (urb.header().buffer_length < 0 || urb.header().buffer_length > maxTransfer)
         return EINVAL;
-    }
     if (urb.length() > 0) {
         urb.buffer = follow(urb.data.get(), offsetof(usbdevfs_urb, buffer), urb.length());
-        if (!urb.buffer) {
+        if (!urb.buffer)
             return EFAULT;
-        }
     }
     ++use_.transfers;
     urbs_.push_back(std::move(urb));
@@ -265,53 +242,46 @@ int UsbNode::submit(UMockdevIoctlClient* client, UMockdevIoctlData* argument) {
 }
 
 UsbFault UsbNode::nextFault() {
-    return untilFault_ > 0 && --untilFault_ == 0 ? fault_ : UsbFault::kNone;
+    return untilFault_ > 0 && --untilFault_ == 0 ? fault_ : UsbFault::none;
 }
 
 void UsbNode::start(Urb& urb, UsbFault fault) {
     const std::uint8_t endpoint = urb.header().endpoint;
-    if (fault == UsbFault::kStall) {
+    if (fault == UsbFault::stall)
         stalled_.insert(endpoint);
-    }
-    if (fault == UsbFault::kUnplug) {
+    if (fault == UsbFault::unplug) {
         removeDevice();
     } else if (stalled_.count(endpoint) > 0) {
         urb.finish(-EPIPE, 0);
-    } else if (fault == UsbFault::kHang || (endpoint != inEndpoint_ && endpoint != outEndpoint_)) {
+    } else if (fault == UsbFault::hang || (endpoint != inEndpoint_ && endpoint != outEndpoint_)) {
         urb.stuck = true;
     } else if (isIn(endpoint)) {
-        urb.cut = fault == UsbFault::kShort;
+        urb.cut = fault == UsbFault::cutShort;
         bringIn();
     } else {
-        takeOut(urb, fault == UsbFault::kShort ? urb.length() / 2 : urb.length());
+        takeOut(urb, fault == UsbFault::cutShort ? urb.length() / 2 : urb.length());
     }
 }
 
 void UsbNode::takeOut(Urb& urb, std::size_t length) {
-    if (length > 0) {
+    if (length > 0)
         printer_.receive(std::span(urb.buffer->data, length));
-    }
     urb.finish(0, length);
 }
 
 void UsbNode::bringIn() {
     for (Urb& urb : urbs_) {
-        if (urb.done || urb.stuck || !isIn(urb.header().endpoint)) {
+        if (urb.done || urb.stuck || !isIn(urb.header().endpoint))
             continue;
-        }
-        if (answer_.empty()) {
+        if (answer_.empty())
             answer_ = printer_.takeAnswer();
-        }
-        if (answer_.empty()) {
+        if (answer_.empty())
             return;
-        }
         std::size_t length = std::min(urb.length(), answer_.size());
-        if (urb.cut) {
+        if (urb.cut)
             length /= 2;
-        }
-        if (length > 0) {
+        if (length > 0)
             std::memcpy(urb.buffer->data, answer_.data(), length);
-        }
         if (urb.cut) {
             answer_.clear();
             urb.header().actual_length = static_cast<int>(length);
@@ -327,13 +297,11 @@ int UsbNode::reap(UMockdevIoctlClient* client, UMockdevIoctlData* argument) {
     bringIn();
     const auto urb = std::find_if(urbs_.begin(), urbs_.end(),
                                   [client](const Urb& each) { return each.client == client && each.done; });
-    if (urb == urbs_.end()) {
+    if (urb == urbs_.end())
         return gone_ ? ENODEV : EAGAIN;
-    }
     const auto pointer = follow(argument, 0, sizeof(void*));
-    if (!pointer || !umockdev_ioctl_data_set_ptr(pointer.get(), 0, urb->data.get())) {
+    if (!pointer || !umockdev_ioctl_data_set_ptr(pointer.get(), 0, urb->data.get()))
         return EFAULT;
-    }
     urbs_.erase(urb);
     return 0;
 }
@@ -343,30 +311,27 @@ int UsbNode::discard(UMockdevIoctlClient* client, const UMockdevIoctlData* argum
     const auto urb = std::find_if(urbs_.begin(), urbs_.end(), [&](const Urb& each) {
         return each.client == client && !each.done && each.data->client_addr == address;
     });
-    if (urb == urbs_.end()) {
+    if (urb == urbs_.end())
         return EINVAL;
-    }
     urb->finish(-ENOENT, static_cast<std::size_t>(urb->header().actual_length));
     return 0;
 }
 
 void UsbNode::removeDevice() {
     gone_ = true;
-    for (Urb& urb : urbs_) {
-        if (!urb.done) {
+    for (Urb& urb : urbs_)
+        if (!urb.done)
             urb.finish(-ESHUTDOWN, 0);
-        }
-    }
 }
 
 void UsbNode::letTimePass() {
-    printer_.advance(
-        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start_));
+    printer_.advance(std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start_));
 }
 
 bool UsbNode::hasInterface(unsigned interface) const {
-    return std::any_of(device_.settings.begin(), device_.settings.end(),
-                       [interface](const UsbSetting& setting) { return setting.interface == interface; });
+    return std::any_of(
+        device_.settings.begin(), device_.settings.end(),
+        [interface](const UsbSetting& setting) { return setting.interface == interface; });
 }
 
 }  // namespace passbook::sim

@@ -22,8 +22,8 @@ struct Unref {
 template <typename Object>
 using Ref = std::unique_ptr<Object, Unref>;
 
-// The device file of the emulated printer: what the kernel does for a program that has a USB device open. All
-// of it is thread-safe.
+/// The device file of the emulated printer: what the kernel does for a program that has a USB device open. All of it is
+/// thread-safe.
 class UsbNode {
  public:
     UsbNode(Printer& printer, UsbDevice device);
@@ -38,7 +38,7 @@ class UsbNode {
     [[nodiscard]] UsbUse use();
 
  private:
-    // A transfer that the host has submitted and not yet got back. Its data is the host's memory, in copy.
+    /// A transfer that the host has submitted and not yet got back. Its data is the host's memory, in copy.
     struct Urb {
         UMockdevIoctlClient* client;
         Ref<UMockdevIoctlData> data;
@@ -56,7 +56,7 @@ class UsbNode {
     static void clientConnected(UMockdevIoctlBase* base, UMockdevIoctlClient* client, gpointer self);
     static void clientGone(gpointer self, GObject* client);
 
-    // These give an errno, 0 for success.
+    /// These give an errno, 0 for success.
     [[nodiscard]] int obey(UMockdevIoctlClient* client);
     [[nodiscard]] int claim(UMockdevIoctlClient* client, unsigned interface);
     [[nodiscard]] int callDriver(UMockdevIoctlData* argument);
@@ -89,7 +89,7 @@ class UsbNode {
     UMockdevIoctlClient* owner_ = nullptr;  // of the claimed interface
     std::list<Urb> urbs_;
     std::vector<std::uint8_t> answer_;  // a piece that the host has read in part
-    UsbFault fault_ = UsbFault::kNone;
+    UsbFault fault_ = UsbFault::none;
     int untilFault_ = 0;
     UsbUse use_;
 };

@@ -113,7 +113,7 @@ class Day : public ::testing::Test {
         const auto bound = [portName](auto function, auto... arguments) {
             return [=] { return function(portName.c_str(), arguments...); };
         };
-        if (family == sim::Family::kOki)
+        if (family == sim::Family::oki)
             return {
                 {"text", bound(PT_PrintTxtStream, 0, 1, 10, 10, "对账单\n100.00", -1), 0, {-3}},
                 {"text file", bound(PT_PrintTxtFile, 1, 1, 10, 10, "a.txt"), 0, {-3}},

@@ -24,8 +24,8 @@ sim::Document confetti(int width, int height, unsigned seed) {
 
 /// What the file of a side must hold. OKI: the printer's own file. OLI: its rows behind headers of the driver's.
 std::string expected(sim::Family family, const sim::Document& document, int bits, bool bottomUp) {
-    const sim::ScanImage image(document, bits, sim::Resolution::k200);
-    sim::ScanBytes bytes(image, sim::ScanBytes::Form::kBitmap, bottomUp);
+    const sim::ScanImage image(document, bits, sim::Resolution::dpi200);
+    sim::ScanBytes bytes(image, sim::ScanBytes::Form::bitmap, bottomUp);
     const auto all = bytes.take(static_cast<std::size_t>(bytes.size()));
     const std::string own(all.begin(), all.end()), rows = own.substr(54 + (bits < 24 ? 4U << bits : 0U));
     const auto size = static_cast<std::uint32_t>(rows.size());
@@ -33,7 +33,7 @@ std::string expected(sim::Family family, const sim::Document& document, int bits
                            .height = bottomUp ? image.height() : -image.height(),
                            .bitsPerPixel = bits,
                            .imageSize = size};
-    return family == sim::Family::kOki ? own : header.text() + rows;
+    return family == sim::Family::oki ? own : header.text() + rows;
 }
 
 class ScanOnTheLine : public ::testing::Test {
@@ -47,7 +47,7 @@ class ScanOnTheLine : public ::testing::Test {
         EXPECT_EQ(YARDO_PR2_OpenPort(printer.name().c_str()), 0);
         testing::internal::CaptureStdout();
         const int result =
-            scenario.family == sim::Family::kOki
+            scenario.family == sim::Family::oki
                 ? YARDO_ScantoFileOKI(frontName.c_str(), back.c_str(), imageType, 1, 2, 3, true, sides, 200, direction)
                 : YARDO_ScantoFileOLI(frontName.c_str(), back.c_str(), imageType, 1, 2, true, sides, 200, direction);
         (void)testing::internal::GetCapturedStdout();
@@ -67,7 +67,7 @@ class ScanOnTheLine : public ::testing::Test {
 // gives them a meaning of their own, and the virtual printer does without them as a real one must.
 TEST_F(ScanOnTheLine, FilesShowTheDocument) {
     const int bitsOf[] = {1, 4, 8, 24};
-    for (const auto family : {sim::Family::kOki, sim::Family::kOli}) {
+    for (const auto family : {sim::Family::oki, sim::Family::oli}) {
         for (const int imageType : {0, 1, 2, 3}) {
             for (const int sides : {0, 1, 2}) {
                 for (const std::size_t block : {2U, 3U, 7U, 9U, 100U, 2040U, 2048U, 4094U, 4095U}) {
@@ -75,7 +75,7 @@ TEST_F(ScanOnTheLine, FilesShowTheDocument) {
                     const auto scenario = scenarioOf(family, block < 50 ? 13 : 211, block < 50 ? 16 : 104, block);
                     std::filesystem::remove(front);
                     std::filesystem::remove(back);
-                    SCOPED_TRACE((family == sim::Family::kOki ? "OKI, type " : "OLI, type ") +
+                    SCOPED_TRACE((family == sim::Family::oki ? "OKI, type " : "OLI, type ") +
                                  std::to_string(imageType) + ", sides " + std::to_string(sides) + ", blocks of " +
                                  std::to_string(block));
                     ASSERT_EQ(scan(scenario, imageType, sides, bottomUp ? 1 : 0, front), 0);
@@ -92,7 +92,7 @@ TEST_F(ScanOnTheLine, FilesShowTheDocument) {
 
 TEST_F(ScanOnTheLine, JpegsShowItWithinTheirQuality) {
     for (const int imageType : {0, 1, 2, 3}) {  // OLI makes no JPEGs
-        auto scenario = scenarioOf(sim::Family::kOki, 200, 64, 4095);
+        auto scenario = scenarioOf(sim::Family::oki, 200, 64, 4095);
         scenario.scan.sides[0].row = [](int y, std::span<std::uint8_t> bgr) {  // blocks of 8, which a JPEG can keep
             for (std::size_t i = 0; i < bgr.size(); ++i)
                 bgr[i] = i / 24 % 2 == static_cast<std::size_t>(y) / 8 % 2 ? 255 : 0;

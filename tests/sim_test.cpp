@@ -18,7 +18,7 @@ namespace {
 
 using namespace std::string_literals;
 
-// A printer on the bench: bytes go in as strings, and everything that comes out is kept.
+/// A printer on the bench: bytes go in as strings, and everything that comes out is kept.
 struct Bench {
     explicit Bench(Scenario scenario = {})
         : printer(std::move(scenario), [this](const nlohmann::json& event) { events.push_back(event); }) {}
@@ -37,9 +37,9 @@ struct Bench {
     Printer printer;
 };
 
-// What text has darkened in some rows: the first column, one behind the last, and how much it is in all.
+/// What text has darkened in some rows: the first column, one behind the last, and how much it is in all.
 struct Ink {
-    int first = kMaxPageWidthDots;
+    int first = maxPageWidthDots;
     int end = 0;
     int sum = 0;
 };
@@ -104,7 +104,7 @@ TEST(Text, IsOnPaperBeforeItsEndIfSomebodyLooks) {
     }
 }
 
-// What a picture's reader gets: the dots where they are, paper and what lies beside it, the resolution.
+/// What a picture's reader gets: the dots where they are, paper and what lies beside it, the resolution.
 TEST(Picture, ShowsThePage) {
     Bench bench({.pageWidthDots = 20, .pageHeightDots = 30});
     for (const std::string x : {"002", "020"})
@@ -149,8 +149,8 @@ TEST(Faults, ChangeTheAnswersAsAsked) {
     EXPECT_EQ(unheard.ask("\033j"), "\033rP") << "it can be asked again once it has listened";
 }
 
-// Two hosts, A and B, on one line. Each step of a script: ( and [ open it, ) and ] close it, ? and ! ask for the status
-// of the printer, and at a dot the printer has its turn.
+/// Two hosts, A and B, on one line. Each step of a script: ( and [ open it, ) and ] close it, ? and ! ask for the
+/// status of the printer, and at a dot the printer has its turn.
 TEST(Port, GivesAnswersToNobodyElse) {
     const std::string status = "\033rP";
     const struct {
@@ -196,7 +196,7 @@ TEST(Port, GivesAnswersToNobodyElse) {
     }
 }
 
-// A host that sends its next run as soon as one is printed: the line is not empty before the last one.
+/// A host that sends its next run as soon as one is printed: the line is not empty before the last one.
 TEST(Port, TakesInAllThatTheLineHolds) {
     const std::string run = "\0331A000" + std::string(600, 'U') + "\0332";
     for (const int runs : {84, 1'000'000}) {

@@ -179,7 +179,7 @@ class Signals {
 
 // The same happens on every port, whatever signals the host gets meanwhile, and takes as long.
 TEST_F(Usb, ADayIsTheSameOnEveryPort) {
-    for (const auto family : {sim::Family::kOli, sim::Family::kOki}) {
+    for (const auto family : {sim::Family::oli, sim::Family::oki}) {
         std::vector<nlohmann::json> first;
         for (const bool usb : {false, true}) {
             std::optional<std::int64_t> took;
@@ -287,8 +287,8 @@ TEST_F(Usb, AnInterfaceIsClaimedSixTimesAtMost) {
 
 TEST_F(Usb, AnyTransferMayFail) {
     using sim::UsbFault;
-    const UsbFault faults[] = {UsbFault::kStall, UsbFault::kShort, UsbFault::kHang, UsbFault::kUnplug};
-    for (const auto family : {sim::Family::kOli, sim::Family::kOki}) {
+    const UsbFault faults[] = {UsbFault::stall, UsbFault::cutShort, UsbFault::hang, UsbFault::unplug};
+    for (const auto family : {sim::Family::oli, sim::Family::oki}) {
         const auto day = steps(family, "USB");
         Truth truth;
         int transfers = 0;
@@ -309,7 +309,7 @@ TEST_F(Usb, AnyTransferMayFail) {
                 printer->setFault(faults[i], at);
                 (void)spendOn(printer);
                 printer.expectNothingHeld();
-                if (faults[i] == UsbFault::kUnplug) {
+                if (faults[i] == UsbFault::unplug) {
                     EXPECT_FALSE(printsALine());  // while it is still listed, and when it is not
                     printer->unplug();
                     EXPECT_FALSE(printsALine());
@@ -338,11 +338,11 @@ TEST_F(Usb, WhatATransferCameTo) {
         {"nothing", Transfer{}, {}, 0, untouched, 0},
         {"timed out in the middle", Transfer{LIBUSB_ERROR_TIMEOUT, 8}, {}, 0, untouched, 0},
         {"timed out at the end", Transfer{LIBUSB_ERROR_TIMEOUT, 10}, {}, 0, untouched, 0},
-        {"a real answer", {}, sim::UsbFault::kNone, 2, "\x1BrP.............", 3},
-        {"a real short one", {}, sim::UsbFault::kShort, 0, untouched, 0},
-        {"a stall", {}, sim::UsbFault::kStall, 0, untouched, 0},
-        {"a hang", {}, sim::UsbFault::kHang, 0, untouched, 0},
-        {"the cable out", {}, sim::UsbFault::kUnplug, 0, untouched, 0},
+        {"a real answer", {}, sim::UsbFault::none, 2, "\x1BrP.............", 3},
+        {"a real short one", {}, sim::UsbFault::cutShort, 0, untouched, 0},
+        {"a stall", {}, sim::UsbFault::stall, 0, untouched, 0},
+        {"a hang", {}, sim::UsbFault::hang, 0, untouched, 0},
+        {"the cable out", {}, sim::UsbFault::unplug, 0, untouched, 0},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);

@@ -73,7 +73,7 @@ Picture expectedDots(Picture picture, sim::Family family) {
             int byte = 0;
             for (int bit = 0; bit < 8; ++bit)
                 byte |= inked(x, group + bit) ? 1 << bit : 0;
-            const bool escape = family == sim::Family::kOli && byte == 0x1B && row == group;
+            const bool escape = family == sim::Family::oli && byte == 0x1B && row == group;
             if (inked(x, row) && !escape)
                 dots.at(x, row) = 0;
         }
@@ -129,7 +129,7 @@ Picture turnedOnce(Picture picture) {
 
 /// Prints 200 random pictures from files of such kinds, upright and turned, and compares the pages.
 void expectPicturesAsTheyAre(sim::Family family, const std::vector<std::string>& kinds, int mostTurns) {
-    const bool oli = family == sim::Family::kOli;
+    const bool oli = family == sim::Family::oli;
     sim::RunningPrinter printer({.family = family});
     const char* const port = printer.name().c_str();
     if (oli) {
@@ -166,10 +166,10 @@ void expectPicturesAsTheyAre(sim::Family family, const std::vector<std::string>&
 }
 
 TEST_F(Day, PicturesComeOutAsTheyAreOnOli) {
-    expectPicturesAsTheyAre(sim::Family::kOli, {"1.bmp", "4.bmp", "8.bmp", "24.bmp", "32.bmp"}, 0);
+    expectPicturesAsTheyAre(sim::Family::oli, {"1.bmp", "4.bmp", "8.bmp", "24.bmp", "32.bmp"}, 0);
 }
 TEST_F(Day, PicturesComeOutAsTheyAreOnOki) {
-    expectPicturesAsTheyAre(sim::Family::kOki, {"8.bmp", "24.bmp", "a.jpg", "a.png"}, 3);
+    expectPicturesAsTheyAre(sim::Family::oki, {"8.bmp", "24.bmp", "a.jpg", "a.png"}, 3);
 }
 
 TEST_F(Day, AnswersInPiecesAreReadWhole) {
@@ -320,7 +320,7 @@ TEST_P(AnyFault, OfAnyTransferIsToldAndTheNextJobWorks) {
 INSTANTIATE_TEST_SUITE_P(Lines, AnyFault, testing::ValuesIn([] {
                              std::vector<std::pair<sim::Family, FailingLine::Fault>> each;
                              for (int fault = FailingLine::error; fault < FailingLine::faults; ++fault)
-                                 for (const auto family : {sim::Family::kOli, sim::Family::kOki})
+                                 for (const auto family : {sim::Family::oli, sim::Family::oki})
                                      each.emplace_back(family, static_cast<FailingLine::Fault>(fault));
                              return each;
                          }()));
@@ -335,7 +335,7 @@ struct Impatience {
 };
 
 TEST_F(DayOnALine, AnyCallMayBeEndedByTheHost) {
-    for (const auto family : {sim::Family::kOli, sim::Family::kOki}) {
+    for (const auto family : {sim::Family::oli, sim::Family::oki}) {
         ASSERT_GT(day(family), 0);
         ended_ = 0;
         for (int nth = 1, left = 0; left <= 0; ++nth) {
@@ -352,7 +352,7 @@ TEST_F(DayOnALine, AnyCallMayBeEndedByTheHost) {
 }
 
 TEST_F(DayOnALine, AnyAllocationMayFail) {
-    for (const auto family : {sim::Family::kOli, sim::Family::kOki}) {
+    for (const auto family : {sim::Family::oli, sim::Family::oki}) {
         ASSERT_GT(day(family), 0);
         for (int nth = 1, left = 0; left == 0 && !HasFailure(); ++nth) {
             SCOPED_TRACE("allocation " + std::to_string(nth));

@@ -18,7 +18,7 @@ using namespace std::string_view_literals;
 
 using Bytes = std::vector<std::uint8_t>;
 
-// A command on one line: name, numbers, bytes (as they are), and what is wrong with it.
+/// A command on one line: name, numbers, bytes (as they are), and what is wrong with it.
 std::string say(const Command& command) {
     std::string said(command.name);
     for (const int number : command.numbers)
@@ -33,7 +33,7 @@ struct Heard {
     std::size_t wireLength = 0;
 };
 
-// What a decoder makes of the bytes, handed to it in pieces that end at the given places.
+/// What a decoder makes of the bytes, handed to it in pieces that end at the given places.
 Heard decode(Family family, std::span<const std::uint8_t> bytes, const std::vector<std::size_t>& cuts = {}) {
     Heard heard;
     const CommandSink sink = [&heard](const Command& command) {
@@ -51,34 +51,34 @@ Heard decode(Family family, std::span<const std::uint8_t> bytes, const std::vect
     return heard;
 }
 
-// Each row, whole and cut at every place: the same commands, and every byte accounted for.
+/// Each row, whole and cut at every place: the same commands, and every byte accounted for.
 TEST(Decoder, WhatIsWrongIsReportedAndNothingElseLost) {
-    constexpr auto kOli = Family::kOli, kOki = Family::kOki;
+    constexpr auto oli = Family::oli, oki = Family::oki;
     const struct {
         Family family;
         std::string_view text;
         std::vector<std::string> commands;
     } rows[] = {
-        {kOli, "\0331A000abcd\0332X"sv, {"malformed-bitmap <abcd> (half a column)", "text <X>"}},
+        {oli, "\0331A000abcd\0332X"sv, {"malformed-bitmap <abcd> (half a column)", "text <X>"}},
         // The host gave up inside a run and ejects.
-        {kOli, "\0331A000abc\033O"sv, {"malformed-bitmap <abc> (broken off by another command)", "eject"}},
-        {kOli, "\0331A000abc"sv, {"malformed-bitmap <abc> (no end)"}},
+        {oli, "\0331A000abc\033O"sv, {"malformed-bitmap <abc> (broken off by another command)", "eject"}},
+        {oli, "\0331A000abc"sv, {"malformed-bitmap <abc> (no end)"}},
         // The end of a run is no command by itself, and no other head begins one.
-        {kOli, "\0332\0331A001"sv, {"unknown <\0332> (no such command)", "unknown <\0331A001> (no such command)"}},
-        {kOli, "\033t12\x1D\033"sv, {"malformed-stripe <12\x1D\033> (no end)"}},
+        {oli, "\0332\0331A001"sv, {"unknown <\0332> (no such command)", "unknown <\0331A001> (no such command)"}},
+        {oli, "\033t12\x1D\033"sv, {"malformed-stripe <12\x1D\033> (no end)"}},
         // Half characters: only the byte that is wrong for certain is given up.
-        {kOli, "A\xB4\rB"sv, {"text <A>", "unknown <\xB4> (half a character)", "carriage-return", "text <B>"}},
-        {kOli,
+        {oli, "A\xB4\rB"sv, {"text <A>", "unknown <\xB4> (half a character)", "carriage-return", "text <B>"}},
+        {oli,
          "A\x80\x7F"sv,
          {"text <A>", "unknown <\x80> (no text and no command)", "unknown <\x7F> (no text and no command)"}},
-        {kOli,
+        {oli,
          "\033zA\x1C\x1Cj"sv,
          {"unknown <\033z> (no such command)", "text <A>", "unknown <\x1C> (cut short)", "chinese-normal-width"}},
-        {kOki, "\033%1\0\1abc\033%1\0\2abc"sv, {"bitmap-run <abc>", "malformed-bitmap <abc> (no end)"}},
-        {kOki, "\033%1\0\0A\r"sv, {"bitmap-run 0", "text <A>", "carriage-return"}},
-        {kOki, "\033} =1\033A\033ZB"sv, {"configuration-write <1\033A\033Z>", "text <B>"}},
-        {kOki, "\033} =1\033"sv, {"malformed-configuration <1\033> (no end)"}},
-        {kOki, "\033%2\033%5"sv, {"unknown <\033%2> (no such command)", "unknown <\033%5> (cut short)"}},
+        {oki, "\033%1\0\1abc\033%1\0\2abc"sv, {"bitmap-run <abc>", "malformed-bitmap <abc> (no end)"}},
+        {oki, "\033%1\0\0A\r"sv, {"bitmap-run 0", "text <A>", "carriage-return"}},
+        {oki, "\033} =1\033A\033ZB"sv, {"configuration-write <1\033A\033Z>", "text <B>"}},
+        {oki, "\033} =1\033"sv, {"malformed-configuration <1\033> (no end)"}},
+        {oki, "\033%2\033%5"sv, {"unknown <\033%2> (no such command)", "unknown <\033%5> (cut short)"}},
     };
     for (const auto& [family, text, commands] : rows) {
         const Bytes bytes(text.begin(), text.end());
@@ -91,13 +91,13 @@ TEST(Decoder, WhatIsWrongIsReportedAndNothingElseLost) {
     }
 }
 
-// What is cut must not pass for a whole one when its end comes after all, nor eat memory when it never does.
+/// What is cut must not pass for a whole one when its end comes after all, nor eat memory when it never does.
 TEST(Decoder, WhatIsTooLongIsCut) {
     const std::tuple<Family, std::string, std::size_t, std::string_view, std::string_view> rows[] = {
-        {Family::kOli, "\0331A000", OliDecoder::kMaxBitmap, "\0332\r", "malformed-bitmap"},
-        {Family::kOli, "\033t", OliDecoder::kMaxStripe, "\r", "malformed-stripe"},
-        {Family::kOki, "\033} =", OkiDecoder::kMaxConfiguration, "\r", "malformed-configuration"},
-        {Family::kOki, "", Decoder::kMaxText, "\r", "text"},
+        {Family::oli, "\0331A000", OliDecoder::maxBitmap, "\0332\r", "malformed-bitmap"},
+        {Family::oli, "\033t", OliDecoder::maxStripe, "\r", "malformed-stripe"},
+        {Family::oki, "\033} =", OkiDecoder::maxConfiguration, "\r", "malformed-configuration"},
+        {Family::oki, "", Decoder::maxText, "\r", "text"},
     };
     for (const auto& [family, head, most, end, cut] : rows) {
         const std::string text = head + std::string(2 * most, 'x') + std::string(end);
@@ -109,18 +109,18 @@ TEST(Decoder, WhatIsTooLongIsCut) {
 
 TEST(Decoder, RandomBytesAreAllAccountedForHoweverTheyArrive) {
     // Mostly what commands are made of, so that many of them nearly come about.
-    constexpr std::string_view kLikely =
+    constexpr std::string_view likely =
         "\033\033\033\x1C\x1D\007|A/1&aw*+LlO0134YE@t\\]2 Bbj}P%5S-=Z\r\n\f\x81\x30\xB4\xE6"sv;
     std::mt19937 random(20261116);
     for (int round = 0; round < 400; ++round) {
         Bytes bytes(random() % 300);
         for (std::uint8_t& byte : bytes)
             byte = random() % 4 == 0 ? static_cast<std::uint8_t>(random())
-                                     : static_cast<std::uint8_t>(kLikely[random() % kLikely.size()]);
+                                     : static_cast<std::uint8_t>(likely[random() % likely.size()]);
         std::vector<std::size_t> cuts;
         for (std::size_t cut = 0; cut < bytes.size(); cut += 1 + random() % 5)
             cuts.push_back(cut);
-        const Family family = round % 2 == 0 ? Family::kOli : Family::kOki;
+        const Family family = round % 2 == 0 ? Family::oli : Family::oki;
         const Heard whole = decode(family, bytes);
         ASSERT_EQ(whole.commands, decode(family, bytes, cuts).commands) << testing::PrintToString(bytes);
         ASSERT_EQ(whole.wireLength, bytes.size()) << testing::PrintToString(bytes);

@@ -1,3 +1,4 @@
+// What a host says to a printer, once it is decoded.
 #pragma once
 
 #include <cstddef>
@@ -8,78 +9,78 @@
 
 namespace passbook::wire {
 
-// Every command a printer can be told, whatever the family that spells it.
+/// Every command of a printer, whichever family it belongs to.
 enum class CommandId {
-    // What doesn't fit the command set. `bytes` holds what was received, `note` what was wrong with it.
-    kUnknown,
-    kMalformedBitmap,
-    kMalformedStripe,
-    kMalformedConfiguration,
+    // These do not fit the command set. `bytes` holds what came, `note` says what is wrong with it.
+    unknown,
+    malformedBitmap,
+    malformedStripe,
+    malformedConfiguration,
 
-    kText,  // `bytes`: GB18030, whole characters only
-    kCarriageReturn,
-    kLineFeed,
-    kFormFeed,
-    kBell,
-    kBackspace,
-    kCancel,
+    text,  // `bytes`: GB18030, whole characters only
+    carriageReturn,
+    lineFeed,
+    formFeed,
+    bell,
+    backspace,
+    cancel,
 
-    kHorizontalPosition,  // `number()`: 1/120 inch
-    kVerticalPosition,    // `number()`: 1/240 inch
-    kHeadMove,            // `number()`: dots to the right
-    kPaperFeed,           // `number()`: 1/120 inch downward
-    kLineSpace,           // `number()`: 1/240 inch
-    kPitch,               // `number()`: the code byte
-    kBoldOn,
-    kBoldOff,
-    kLatinNormalWidth,
-    kLatinDoubleWidth,
-    kChineseNormalWidth,
-    kChineseDoubleWidth,
-    kFontHeight,   // `number()`: the code byte
-    kUnderlineOn,  // `number()`: the style digit
-    kUnderlineOff,
+    horizontalPosition,  // `number()`: 1/120 inch
+    verticalPosition,    // `number()`: 1/240 inch
+    headMove,            // `number()`: dots to the right
+    paperFeed,           // `number()`: 1/120 inch downward
+    lineSpace,           // `number()`: 1/240 inch
+    pitch,               // `number()`: the code byte
+    boldOn,
+    boldOff,
+    latinNormalWidth,
+    latinDoubleWidth,
+    chineseNormalWidth,
+    chineseDoubleWidth,
+    fontHeight,   // `number()`: the code byte
+    underlineOn,  // `number()`: the style digit
+    underlineOff,
 
-    kGraphicsMode,
-    kBitmapRun,  // `bytes`: three per column
+    graphicsMode,
+    bitmapRun,  // `bytes`: three per column
 
-    kFeedIn,  // `number()`: the three digits
-    kEject,
-    kClearError,
-    kClearAll,
+    feedIn,  // `number()`: its three digits
+    eject,
+    clearError,
+    clearAll,
 
-    kPrinterStatus,
-    kPaperStatus,
-    kFirmware,
-    kPaperWidth,
-    kPaperLength,
-    kConfigurationRead,
-    kConfigurationWrite,  // `bytes`: the block with its ESC Z
+    printerStatus,
+    paperStatus,
+    firmware,
+    paperWidth,
+    paperLength,
+    configurationRead,
+    configurationWrite,  // `bytes`: the block with its ESC Z
 
-    kStripeSelect,  // `number()`: 0 or 1
-    kStripeRead,
-    kStripeWrite,  // `bytes`: the data
+    stripeSelect,  // `number()`: the stripe, 0 or 1
+    stripeRead,
+    stripeWrite,  // `bytes`: the data
 
-    kNoOperation,
-    kScanAnnounce,
-    kScanPrepare,  // `number()`: 0 or 1, which of the two
-    kScanMode,     // `numbers`: mode byte, colour byte
-    kScanSides,    // `numbers`: front and back letter, first parameter of both, second parameter of both
-    kScanStart,
+    noOperation,
+    scanAnnounce,
+    scanPrepare,  // `number()`: 0 for the first of the two, 1 for the second
+    scanMode,     // `numbers`: mode byte, colour byte
+    scanSides,    // `numbers`: front and back letter, first parameter of both, second parameter of both
+    scanStart,
 
-    // Settings whose effect shows nowhere on the page; the name tells them apart.
-    kSetting,
+    /// A setting that leaves no mark on the page. The name tells which one it is.
+    setting,
 };
 
-// One thing the host said.
+/// One thing the host said.
 struct Command {
-    CommandId id = CommandId::kUnknown;
+    CommandId id = CommandId::unknown;
     std::string_view name;  // of static storage
     std::vector<int> numbers;
     std::vector<std::uint8_t> bytes;
-    std::string_view note;  // of static storage; empty unless something is wrong
-    // How many bytes of the line this stands for. Over a whole session they add up to the bytes received:
-    // nothing the host sends is dropped without a word.
+    std::string_view note;  // of static storage; empty when nothing is wrong
+    /// The bytes on the line that this command stands for. Over a whole session they add up to all bytes that came:
+    /// nothing is dropped silently.
     std::size_t wireLength = 0;
 
     [[nodiscard]] int number() const { return numbers.empty() ? 0 : numbers.front(); }

@@ -9,33 +9,51 @@ namespace passbook::wire {
 
 namespace {
 
-// A byte that a faulty command takes along with it. Control bytes and the lead bytes of text do not belong:
-// they begin something of their own, which would be lost with them.
+/// Whether a byte that fits no command is part of the faulty command. Control bytes and lead bytes of text are not: they
+/// begin something new, which would be lost with the faulty command.
 bool isCommandByte(std::uint8_t byte) {
     return byte >= 0x20 && byte <= 0x7F;
 }
 
 void emitUnknown(std::span<const std::uint8_t> bytes, std::string_view note, const CommandSink& sink) {
-    sink({CommandId::kUnknown, "unknown", {}, {bytes.begin(), bytes.end()}, note, bytes.size()});
+    sink({CommandId::unknown, "unknown", {}, {bytes.begin(), bytes.end()}, note, bytes.size()});
+}
+
+struct Named {
+    CommandId id;
+    std::string_view name;
+};
+
+/// What a command with data is when there is something wrong with the data.
+Named malformed(CommandId id) {
+    switch (id) {
+        case CommandId::bitmapRun:
+            return {CommandId::malformedBitmap, "malformed-bitmap"};
+        case CommandId::stripeWrite:
+            return {CommandId::malformedStripe, "malformed-stripe"};
+        case CommandId::configurationWrite:
+            return {CommandId::malformedConfiguration, "malformed-configuration"};
+        default:
+            return {CommandId::unknown, "unknown"};
+    }
 }
 
 }  // namespace
 
 void Decoder::feed(std::span<const std::uint8_t> bytes, const CommandSink& sink) {
-    for (const std::uint8_t byte : bytes) {
+    for (const std::uint8_t byte : bytes)
         feedByte(byte, sink);
-    }
 }
 
 void Decoder::finish(const CommandSink& sink) {
-    switch (std::exchange(state_, State::kGround)) {
-        case State::kGround:
+    switch (std::exchange(state_, State::ground)) {
+        case State::ground:
             flushText(sink);
             break;
-        case State::kSequence:
+        case State::sequence:
             emitUnknown(sequence_, "cut short", sink);
             break;
-        case State::kData:
+        case State::data:
             finishData(sink);
             break;
     }
@@ -44,13 +62,13 @@ void Decoder::finish(const CommandSink& sink) {
 
 void Decoder::feedByte(std::uint8_t byte, const CommandSink& sink) {
     switch (state_) {
-        case State::kGround:
+        case State::ground:
             feedGround(byte, sink);
             break;
-        case State::kSequence:
+        case State::sequence:
             feedSequence(byte, sink);
             break;
-        case State::kData:
+        case State::data:
             feedData(byte, sink);
             break;
     }
@@ -58,18 +76,17 @@ void Decoder::feedByte(std::uint8_t byte, const CommandSink& sink) {
 
 void Decoder::feedGround(std::uint8_t byte, const CommandSink& sink) {
     switch (text_.add(byte)) {
-        case TextRun::Result::kTaken:
-            if (text_.wholeSize() >= kMaxText) {
+        case TextRun::Result::taken:
+            if (text_.wholeSize() >= maxText)
                 handOnText(sink);
-            }
             return;
-        case TextRun::Result::kNotText:
+        case TextRun::Result::notText:
             flushText(sink);
-            state_ = State::kSequence;
+            state_ = State::sequence;
             feedSequence(byte, sink);
             return;
-        case TextRun::Result::kBroken: {
-            // Only the lead byte is wrong for certain: what followed it may be text of its own.
+        case TextRun::Result::broken: {
+            // Only the lead byte is wrong for certain. The bytes behind it may be text.
             std::vector<std::uint8_t> partial = text_.takePartial();
             flushText(sink);
             emitUnknown(std::span(partial).first(1), "half a character", sink);
@@ -84,18 +101,18 @@ void Decoder::feedSequence(std::uint8_t byte, const CommandSink& sink) {
     sequence_.push_back(byte);
     const Lookup found = lookUp(table_, sequence_);
     switch (found.match) {
-        case Match::kPartial:
+        case Match::partial:
             return;
-        case Match::kWhole:
-            state_ = State::kGround;
+        case Match::whole:
+            state_ = State::ground;
             begin(*found.row, sink);
             sequence_.clear();
             return;
-        case Match::kNone:
+        case Match::none:
             break;
     }
     std::vector<std::uint8_t> faulty = std::exchange(sequence_, {});
-    state_ = State::kGround;
+    state_ = State::ground;
     if (faulty.size() == 1) {
         emitUnknown(faulty, "no text and no command", sink);
         return;
@@ -111,7 +128,8 @@ void Decoder::feedSequence(std::uint8_t byte, const CommandSink& sink) {
 
 void Decoder::begin(const Row& row, const CommandSink& sink) {
     if (hasData(row) && beginData(row, sequence_)) {
-        state_ = State::kData;
+        state_ = State::data;
+        dataRow_ = &row;
         headLength_ = sequence_.size();
         return;
     }
@@ -119,34 +137,35 @@ void Decoder::begin(const Row& row, const CommandSink& sink) {
 }
 
 void Decoder::handOnText(const CommandSink& sink) {
-    // Only the whole characters go; one that has just begun stays for the next piece.
     std::vector<std::uint8_t> whole = text_.takeWhole();
     if (!whole.empty()) {
         const std::size_t length = whole.size();
-        sink({CommandId::kText, "text", {}, std::move(whole), {}, length});
+        sink({CommandId::text, "text", {}, std::move(whole), {}, length});
     }
 }
 
 void Decoder::flushText(const CommandSink& sink) {
     handOnText(sink);
     const std::vector<std::uint8_t> partial = text_.takePartial();
-    if (!partial.empty()) {
+    if (!partial.empty())
         emitUnknown(partial, "half a character", sink);
-    }
 }
 
-void Decoder::emitData(CommandId id, std::string_view name, std::size_t tailLength, std::string_view note,
-                       const CommandSink& sink) {
+void Decoder::emitData(std::size_t tailLength, std::string_view note, const CommandSink& sink) {
     std::vector<std::uint8_t> data = std::exchange(data_, {});
     const std::size_t length = std::exchange(headLength_, 0) + data.size() + tailLength;
+    const auto [id, name] = note.empty() ? Named{dataRow_->id, dataRow_->name} : malformed(dataRow_->id);
     sink({id, name, {}, std::move(data), note, length});
 }
 
 std::unique_ptr<Decoder> makeDecoder(Family family) {
-    if (family == Family::kOki) {
-        return std::make_unique<OkiDecoder>();
+    switch (family) {
+        case Family::oli:
+            return std::make_unique<OliDecoder>();
+        case Family::oki:
+            return std::make_unique<OkiDecoder>();
     }
-    return std::make_unique<OliDecoder>();
+    return nullptr;
 }
 
 }  // namespace passbook::wire

@@ -1,5 +1,7 @@
+// From the bytes on the line to commands.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -13,54 +15,57 @@
 
 namespace passbook::wire {
 
-enum class Family { kOli, kOki };
+enum class Family { oli, oki };
 
-// Turns the bytes a host sends to a printer into commands. The pieces they arrive in don't matter: the same
-// bytes give the same commands. What fits no command is reported as "unknown" with its bytes, and decoding
-// goes on behind it.
-//
-// Text and commands of a known length are the same work for every family and done here, from the family's
-// table; data that follow a command are the family's own.
+/// The families' names for users, in the order of the enumeration.
+inline constexpr std::array<std::string_view, 2> familyNames{"oli", "oki"};
+
+/// Turns the bytes that a host sends to a printer into commands. The same bytes always give the same commands, in
+/// whatever pieces they arrive. Bytes that fit no command are reported as "unknown", and decoding goes on behind them.
+///
+/// Text and commands of a known length are decoded here, from the family's table. Data that follow a command are the
+/// family's own matter.
 class Decoder {
  public:
-    // The longest text that is kept before it is handed on, cut between two characters.
-    static constexpr std::size_t kMaxText = 4096;
+    /// A longer text is handed on in parts, cut between two characters.
+    static constexpr std::size_t maxText = 4096;
 
     virtual ~Decoder() = default;
     Decoder(const Decoder&) = delete;
     Decoder& operator=(const Decoder&) = delete;
 
-    // `sink` gets each command as soon as its last byte is in; a text when the byte that ends it is.
+    /// `sink` gets each command when its last byte has come. It gets a text when the first byte behind the text has come.
     void feed(std::span<const std::uint8_t> bytes, const CommandSink& sink);
 
-    // Hands on the whole characters of a text that has not ended. What comes next continues the text as if
-    // nothing had been asked.
+    /// Hands on the whole characters of a text that has not ended. The next bytes continue the text as if nobody had
+    /// asked.
     void handOnText(const CommandSink& sink);
 
-    // Hands on what is waiting for more bytes: a text as it stands, anything else as cut short.
+    /// Hands on what waits for more bytes: a text as it is, anything else as cut short.
     void finish(const CommandSink& sink);
 
  protected:
     explicit Decoder(std::span<const Row> table) : table_(table) {}
 
-    // A command with data has begun; `head` are its bytes so far. False if it turns out to have none.
+    /// A command with data has begun, and `head` holds its bytes so far. False when no data follow after all.
     virtual bool beginData(const Row& row, std::span<const std::uint8_t> head) = 0;
     virtual void feedData(std::uint8_t byte, const CommandSink& sink) = 0;
-    // The host says no more: what there is of the data is handed on.
+    /// No more bytes will come: hands on the data as far as they have come.
     virtual void finishData(const CommandSink& sink) = 0;
 
-    // For feedData(): no data follow any more, and for a byte that turned out to belong to none.
-    void endData() { state_ = State::kGround; }
+    /// For feedData(): the data have ended.
+    void endData() { state_ = State::ground; }
+    /// For feedData(): a byte that turned out not to belong to the data.
     void feedByte(std::uint8_t byte, const CommandSink& sink);
 
-    // Hands on data_ and forgets it. `tailLength` counts the bytes that ended it.
-    void emitData(CommandId id, std::string_view name, std::size_t tailLength, std::string_view note,
-                  const CommandSink& sink);
+    /// Hands on data_ with the command that they belong to; as malformed when there is a `note`. `tailLength` counts the
+    /// bytes that ended them.
+    void emitData(std::size_t tailLength, std::string_view note, const CommandSink& sink);
 
     std::vector<std::uint8_t> data_;
 
  private:
-    enum class State { kGround, kSequence, kData };
+    enum class State { ground, sequence, data };
 
     void feedGround(std::uint8_t byte, const CommandSink& sink);
     void feedSequence(std::uint8_t byte, const CommandSink& sink);
@@ -68,10 +73,11 @@ class Decoder {
     void flushText(const CommandSink& sink);
 
     std::span<const Row> table_;
-    State state_ = State::kGround;
+    State state_ = State::ground;
     TextRun text_;
-    std::vector<std::uint8_t> sequence_;  // an unfinished command
-    std::size_t headLength_ = 0;          // bytes of the command in front of data_, not yet accounted for
+    std::vector<std::uint8_t> sequence_;  // a command that has not ended
+    const Row* dataRow_ = nullptr;        // the command that data_ belong to
+    std::size_t headLength_ = 0;          // of that command's bytes in front of data_, until they are accounted for
 };
 
 [[nodiscard]] std::unique_ptr<Decoder> makeDecoder(Family family);

@@ -1,3 +1,4 @@
+// The command set of the OKI family.
 #pragma once
 
 #include <cstddef>
@@ -8,15 +9,15 @@
 
 namespace passbook::wire {
 
-// Every command of the OKI family.
+/// Every command of the OKI family.
 [[nodiscard]] std::span<const Row> okiTable();
 
-// Bitmap runs of this family begin with the number of their columns, so that any byte may occur in them; a
-// configuration block ends with ESC Z.
+/// A bitmap run of this family begins with the number of its columns: its data may hold any byte. A configuration block
+/// ends with ESC Z.
 class OkiDecoder : public Decoder {
  public:
-    // The longest configuration block that is kept before it is handed on as malformed.
-    static constexpr std::size_t kMaxConfiguration = 4096;
+    /// A longer configuration block is handed on as malformed.
+    static constexpr std::size_t maxConfiguration = 4096;
 
     OkiDecoder() : Decoder(okiTable()) {}
 

@@ -1,3 +1,4 @@
+// The command set of the OLI family.
 #pragma once
 
 #include <cstddef>
@@ -8,15 +9,15 @@
 
 namespace passbook::wire {
 
-// Every command of the OLI family.
+/// Every command of the OLI family.
 [[nodiscard]] std::span<const Row> oliTable();
 
-// Bitmap runs and stripe data of this family end with an end mark.
+/// Bitmap runs and stripe data of this family end with a mark.
 class OliDecoder : public Decoder {
  public:
-    // The longest of each that is kept before it is handed on as malformed.
-    static constexpr std::size_t kMaxBitmap = 3 * 16384;
-    static constexpr std::size_t kMaxStripe = 4096;
+    /// Longer ones are handed on as malformed.
+    static constexpr std::size_t maxBitmap = 3 * 16384;
+    static constexpr std::size_t maxStripe = 4096;
 
     OliDecoder() : Decoder(oliTable()) {}
 
@@ -29,7 +30,7 @@ class OliDecoder : public Decoder {
 
     bool inStripe_ = false;
     bool escapeSeen_ = false;  // inside a bitmap run: the last byte was an ESC
-    bool cut_ = false;         // a part of this bitmap run has been handed on already
+    bool cut_ = false;         // a part of this bitmap run has already been handed on
 };
 
 }  // namespace passbook::wire

@@ -8,82 +8,82 @@ namespace {
 
 using namespace std::string_view_literals;
 
-// ESC is written in octal: a hexadecimal escape would take in a command letter from A to F.
-constexpr Row kRows[] = {
+/// ESC is written in octal: a hexadecimal escape would take in a command letter from A to F.
+constexpr Row rows[] = {
     // Position and line ends
-    {CommandId::kHorizontalPosition, "horizontal-position", "\033|A"sv, Shape::kDigits, 3},
-    {CommandId::kVerticalPosition, "vertical-position", "\033/1"sv, Shape::kDigits, 4},
-    {CommandId::kLineSpace, "line-space", "\033&"sv, Shape::kDigits, 2},
-    {CommandId::kCarriageReturn, "carriage-return", "\x0D"sv},
-    {CommandId::kLineFeed, "line-feed", "\x0A"sv},
-    {CommandId::kFormFeed, "form-feed", "\x0C"sv},
+    {CommandId::horizontalPosition, "horizontal-position", "\033|A"sv, Shape::digits, 3},
+    {CommandId::verticalPosition, "vertical-position", "\033/1"sv, Shape::digits, 4},
+    {CommandId::lineSpace, "line-space", "\033&"sv, Shape::digits, 2},
+    {CommandId::carriageReturn, "carriage-return", "\x0D"sv},
+    {CommandId::lineFeed, "line-feed", "\x0A"sv},
+    {CommandId::formFeed, "form-feed", "\x0C"sv},
 
     // How text looks
-    {CommandId::kPitch, "pitch", "\033a"sv, Shape::kChoice, 1, "12348\0"sv},
-    {CommandId::kBoldOn, "bold-on", "\033("sv},
-    {CommandId::kBoldOff, "bold-off", "\033)"sv},
-    {CommandId::kLatinNormalWidth, "latin-normal-width", "\0333"sv},
-    {CommandId::kLatinDoubleWidth, "latin-double-width", "\0334"sv},
-    {CommandId::kChineseNormalWidth, "chinese-normal-width", "\x1Cj"sv},
-    {CommandId::kChineseDoubleWidth, "chinese-double-width", "\x1Ch"sv},
-    {CommandId::kFontHeight, "font-height", "\033w"sv, Shape::kByte, 1},
-    {CommandId::kUnderlineOn, "underline-on", "\033*"sv, Shape::kChoice, 1, "034"sv},
-    {CommandId::kUnderlineOff, "underline-off", "\033+"sv},
+    {CommandId::pitch, "pitch", "\033a"sv, Shape::choice, 1, "12348\0"sv},
+    {CommandId::boldOn, "bold-on", "\033("sv},
+    {CommandId::boldOff, "bold-off", "\033)"sv},
+    {CommandId::latinNormalWidth, "latin-normal-width", "\0333"sv},
+    {CommandId::latinDoubleWidth, "latin-double-width", "\0334"sv},
+    {CommandId::chineseNormalWidth, "chinese-normal-width", "\x1Cj"sv},
+    {CommandId::chineseDoubleWidth, "chinese-double-width", "\x1Ch"sv},
+    {CommandId::fontHeight, "font-height", "\033w"sv, Shape::byte, 1},
+    {CommandId::underlineOn, "underline-on", "\033*"sv, Shape::choice, 1, "034"sv},
+    {CommandId::underlineOff, "underline-off", "\033+"sv},
 
     // Bitmaps. The head is closed by ESC 2, which is no command by itself.
-    {CommandId::kGraphicsMode, "graphics-mode", "\033!G1"sv},
-    {CommandId::kBitmapRun, "bitmap-run", "\0331A000"sv, Shape::kBitmap},
+    {CommandId::graphicsMode, "graphics-mode", "\033!G1"sv},
+    {CommandId::bitmapRun, "bitmap-run", "\0331A000"sv, Shape::bitmap},
 
     // Document and errors
-    {CommandId::kFeedIn, "feed-in", "\033L"sv, Shape::kDigits, 3},
-    {CommandId::kEject, "eject", "\033O"sv},
-    {CommandId::kClearError, "clear-error", "\033l"sv},
-    {CommandId::kClearAll, "clear-all", "\0330"sv},
-    {CommandId::kBell, "bell", "\007"sv},
+    {CommandId::feedIn, "feed-in", "\033L"sv, Shape::digits, 3},
+    {CommandId::eject, "eject", "\033O"sv},
+    {CommandId::clearError, "clear-error", "\033l"sv},
+    {CommandId::clearAll, "clear-all", "\0330"sv},
+    {CommandId::bell, "bell", "\007"sv},
 
     // Questions
-    {CommandId::kPrinterStatus, "printer-status", "\033j"sv},
-    {CommandId::kPaperStatus, "paper-status", "\033 B"sv},
-    {CommandId::kFirmware, "firmware", "\033 b"sv},
+    {CommandId::printerStatus, "printer-status", "\033j"sv},
+    {CommandId::paperStatus, "paper-status", "\033 B"sv},
+    {CommandId::firmware, "firmware", "\033 b"sv},
 
     // Magnetic stripe
-    {CommandId::kStripeSelect, "stripe-select", "\033YE@@"sv, Shape::kNone, 0, {}, 0},
-    {CommandId::kStripeSelect, "stripe-select", "\033YEA@"sv, Shape::kNone, 0, {}, 1},
-    {CommandId::kStripeRead, "stripe-read", "\033]"sv},
-    {CommandId::kStripeWrite, "stripe-write", "\033t"sv, Shape::kStripe},
+    {CommandId::stripeSelect, "stripe-select", "\033YE@@"sv, Shape::none, 0, {}, 0},
+    {CommandId::stripeSelect, "stripe-select", "\033YEA@"sv, Shape::none, 0, {}, 1},
+    {CommandId::stripeRead, "stripe-read", "\033]"sv},
+    {CommandId::stripeWrite, "stripe-write", "\033t"sv, Shape::stripe},
 
     // Scanning
-    {CommandId::kScanAnnounce, "scan-announcement", "\033}SE\0"sv},
-    {CommandId::kScanPrepare, "scan-preparation", "\033}-"sv, Shape::kNone, 0, {}, 0},
-    {CommandId::kScanPrepare, "scan-preparation", "\033-"sv, Shape::kNone, 0, {}, 1},
-    {CommandId::kScanMode, "scan-mode", "\033YP"sv, Shape::kNumbers, 2},
-    {CommandId::kScanSides, "scan-sides", "\033}P"sv, Shape::kNumbers, 6, {}, -1, "\033Z"sv},
+    {CommandId::scanAnnounce, "scan-announcement", "\033}SE\0"sv},
+    {CommandId::scanPrepare, "scan-preparation", "\033}-"sv, Shape::none, 0, {}, 0},
+    {CommandId::scanPrepare, "scan-preparation", "\033-"sv, Shape::none, 0, {}, 1},
+    {CommandId::scanMode, "scan-mode", "\033YP"sv, Shape::numbers, 2},
+    {CommandId::scanSides, "scan-sides", "\033}P"sv, Shape::numbers, 6, {}, -1, "\033Z"sv},
 
     // Sent when the printer is set up; named by their letters, since they leave no mark on the page.
-    {CommandId::kCancel, "cancel", "\x18"sv},
-    {CommandId::kBackspace, "backspace", "\x08"sv},
-    {CommandId::kSetting, "setting-BEL-E", "\033\007E"sv},
-    {CommandId::kSetting, "setting-n", "\033n"sv},
-    {CommandId::kSetting, "setting-.", "\033."sv},
-    {CommandId::kSetting, "setting-Q", "\033Q"sv, Shape::kDigits, 3},
-    {CommandId::kSetting, "setting-Z", "\033Z"sv},
-    {CommandId::kSetting, "setting-J", "\033J"sv, Shape::kDigits, 3},
-    {CommandId::kSetting, "setting-T", "\033T"sv, Shape::kDigits, 3},
-    {CommandId::kSetting, "setting-#", "\033#"sv, Shape::kDigits, 1},
-    {CommandId::kSetting, "setting-R", "\033R"sv, Shape::kDigits, 3},
-    {CommandId::kSetting, "setting-S", "\033S"sv, Shape::kDigits, 1},
-    {CommandId::kSetting, "setting-[", "\033["sv, Shape::kDigits, 3},
-    {CommandId::kSetting, "setting-}0P", "\033}0P"sv},
-    {CommandId::kSetting, "setting-FS-&", "\x1C&"sv},
-    {CommandId::kSetting, "setting-FS-g", "\x1Cg"sv, Shape::kDigits, 1},
+    {CommandId::cancel, "cancel", "\x18"sv},
+    {CommandId::backspace, "backspace", "\x08"sv},
+    {CommandId::setting, "setting-BEL-E", "\033\007E"sv},
+    {CommandId::setting, "setting-n", "\033n"sv},
+    {CommandId::setting, "setting-.", "\033."sv},
+    {CommandId::setting, "setting-Q", "\033Q"sv, Shape::digits, 3},
+    {CommandId::setting, "setting-Z", "\033Z"sv},
+    {CommandId::setting, "setting-J", "\033J"sv, Shape::digits, 3},
+    {CommandId::setting, "setting-T", "\033T"sv, Shape::digits, 3},
+    {CommandId::setting, "setting-#", "\033#"sv, Shape::digits, 1},
+    {CommandId::setting, "setting-R", "\033R"sv, Shape::digits, 3},
+    {CommandId::setting, "setting-S", "\033S"sv, Shape::digits, 1},
+    {CommandId::setting, "setting-[", "\033["sv, Shape::digits, 3},
+    {CommandId::setting, "setting-}0P", "\033}0P"sv},
+    {CommandId::setting, "setting-FS-&", "\x1C&"sv},
+    {CommandId::setting, "setting-FS-g", "\x1Cg"sv, Shape::digits, 1},
 };
 
-static_assert(prefixFree(kRows));
+static_assert(prefixFree(rows));
 
 }  // namespace
 
 std::span<const Row> oliTable() {
-    return kRows;
+    return rows;
 }
 
 }  // namespace passbook::wire

@@ -25,28 +25,27 @@ TextRun::Result TextRun::add(std::uint8_t byte) {
     if (partial_.empty()) {
         if (isAscii(byte)) {
             whole_.push_back(byte);
-            return Result::kTaken;
+            return Result::taken;
         }
         if (isLead(byte)) {
             partial_.push_back(byte);
-            return Result::kTaken;
+            return Result::taken;
         }
-        return Result::kNotText;
+        return Result::notText;
     }
     // Lead and trail, or lead and digit twice over.
     const bool fits = partial_.size() == 1   ? isTrail(byte) || isDigit(byte)
                       : partial_.size() == 2 ? isLead(byte)
                                              : isDigit(byte);
-    if (!fits) {
-        return Result::kBroken;
-    }
+    if (!fits)
+        return Result::broken;
     const bool last = partial_.size() == 3 || (partial_.size() == 1 && isTrail(byte));
     partial_.push_back(byte);
     if (last) {
         whole_.insert(whole_.end(), partial_.begin(), partial_.end());
         partial_.clear();
     }
-    return Result::kTaken;
+    return Result::taken;
 }
 
 std::vector<std::uint8_t> TextRun::takeWhole() {
@@ -58,15 +57,12 @@ std::vector<std::uint8_t> TextRun::takePartial() {
 }
 
 std::size_t characterLength(std::span<const std::uint8_t> text) {
-    if (text.empty()) {
+    if (text.empty())
         return 0;
-    }
-    if (!isLead(text[0]) || text.size() < 2) {
+    if (!isLead(text[0]) || text.size() < 2)
         return 1;
-    }
-    if (isDigit(text[1])) {
+    if (isDigit(text[1]))
         return text.size() < 4 ? 1 : 4;
-    }
     return 2;
 }
 

@@ -1,3 +1,4 @@
+// GB18030 text on the line.
 #pragma once
 
 #include <cstddef>
@@ -7,13 +8,13 @@
 
 namespace passbook::wire {
 
-// A run of GB18030 text that grows byte by byte and never ends inside a character.
+/// A run of GB18030 text that grows byte by byte and never ends inside a character.
 class TextRun {
  public:
     enum class Result {
-        kTaken,    // the byte belongs to the text
-        kNotText,  // the byte belongs to no text; the run is whole up to here
-        kBroken,   // the byte can't follow the begun character, which stays in partial()
+        taken,    // the byte belongs to the text
+        notText,  // the byte belongs to no text, and the run ends with a whole character
+        broken,   // the byte cannot follow the character that has begun
     };
 
     [[nodiscard]] Result add(std::uint8_t byte);
@@ -21,7 +22,7 @@ class TextRun {
     [[nodiscard]] bool empty() const { return whole_.empty() && partial_.empty(); }
     [[nodiscard]] std::size_t wholeSize() const { return whole_.size(); }
 
-    // Hands over the whole characters, or the bytes of the begun one.
+    /// Hands over the whole characters, or the bytes of one that has begun.
     [[nodiscard]] std::vector<std::uint8_t> takeWhole();
     [[nodiscard]] std::vector<std::uint8_t> takePartial();
 
@@ -30,7 +31,7 @@ class TextRun {
     std::vector<std::uint8_t> partial_;
 };
 
-// Length of the first character of a text that came out of a TextRun: 1, 2 or 4; 0 of an empty text.
+/// The bytes of the first character of a text that came out of a TextRun: 1, 2 or 4; 0 when the text is empty.
 [[nodiscard]] std::size_t characterLength(std::span<const std::uint8_t> text);
 
 }  // namespace passbook::wire
