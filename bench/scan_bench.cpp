@@ -22,8 +22,8 @@
 #include <vector>
 
 #include "api/passbook.h"
-#include "sim/port.h"
 #include "sim/printer.h"
+#include "sim/program/pty_port.h"
 
 namespace {
 

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <functional>
 #include <span>
-#include <string>
 
 namespace passbook::sim {
 
@@ -19,10 +18,6 @@ struct Document {
 
     [[nodiscard]] bool empty() const { return width <= 0 || height <= 0 || !row; }
 };
-
-/// The picture in a PNG, JPEG or BMP file, what is transparent in it on white; empty if it can't be read, and `error`
-/// then says why.
-[[nodiscard]] Document documentFromFile(const std::string& path, std::string& error);
 
 /// The paper of a page with what has been printed on it until now.
 [[nodiscard]] Document documentFromPage(const Page& page);

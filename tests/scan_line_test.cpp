@@ -5,7 +5,7 @@
 
 #include "api/passbook.h"
 #include "image/convert.h"
-#include "sim/running.h"
+#include "sim/program/running.h"
 #include "sim/scan.h"
 #include "tests/support.h"
 

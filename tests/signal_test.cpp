@@ -7,7 +7,7 @@
 #include <csignal>
 
 #include "api/passbook.h"
-#include "sim/running.h"
+#include "sim/program/running.h"
 
 namespace passbook::tests {
 namespace {

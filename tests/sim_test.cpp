@@ -10,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
-#include "sim/port.h"
 #include "sim/printer.h"
+#include "sim/program/pty_port.h"
 
 namespace passbook::sim {
 namespace {

@@ -16,8 +16,8 @@
 
 #include "api/passbook.h"
 #include "device/hidusbdriver.h"
-#include "sim/running.h"
-#include "sim/usb.h"
+#include "sim/program/running.h"
+#include "sim/usb/usb_port.h"
 #include "tests/day.h"
 
 namespace passbook::tests {

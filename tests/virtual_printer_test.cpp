@@ -6,7 +6,7 @@
 
 #include "api/passbook.h"
 #include "image/convert.h"
-#include "sim/running.h"
+#include "sim/program/running.h"
 #include "tests/day.h"
 #include "tests/support.h"
 

@@ -1,4 +1,4 @@
-#include "sim/page_file.h"
+#include "sim/program/page_file.h"
 
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "sim/descriptor.h"
+#include "sim/program/descriptor.h"
 
 namespace passbook::sim {
 

@@ -15,15 +15,16 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
-#include "sim/event_log.h"
-#include "sim/host.h"
-#include "sim/link.h"
-#include "sim/options.h"
-#include "sim/page_file.h"
-#include "sim/port.h"
 #include "sim/printer.h"
-#include "sim/scratch.h"
-#include "sim/usb.h"
+#include "sim/program/document_file.h"
+#include "sim/program/event_log.h"
+#include "sim/program/host.h"
+#include "sim/program/link.h"
+#include "sim/program/options.h"
+#include "sim/program/page_file.h"
+#include "sim/program/pty_port.h"
+#include "sim/program/scratch.h"
+#include "sim/usb/usb_port.h"
 
 namespace passbook::sim {
 

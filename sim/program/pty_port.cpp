@@ -1,4 +1,4 @@
-#include "sim/port.h"
+#include "sim/program/pty_port.h"
 
 #include <fcntl.h>
 #include <poll.h>

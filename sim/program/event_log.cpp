@@ -1,4 +1,4 @@
-#include "sim/event_log.h"
+#include "sim/program/event_log.h"
 
 #include <fcntl.h>
 

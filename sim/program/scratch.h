@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "sim/descriptor.h"
+#include "sim/program/descriptor.h"
 
 namespace passbook::sim {
 

@@ -1,4 +1,4 @@
-#include "sim/usb.h"
+#include "sim/usb/usb_port.h"
 
 #include <dlfcn.h>
 #include <umockdev.h>
@@ -7,7 +7,7 @@
 #include <set>
 #include <utility>
 
-#include "sim/usb_node.h"
+#include "sim/usb/usb_node.h"
 
 namespace passbook::sim {
 

@@ -1,4 +1,4 @@
-#include "sim/usb_node.h"
+#include "sim/usb/usb_node.h"
 
 #include <sys/ioctl.h>
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "sim/printer.h"
-#include "sim/usb.h"
+#include "sim/usb/usb_port.h"
 
 namespace passbook::sim {
 

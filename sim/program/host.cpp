@@ -1,4 +1,4 @@
-#include "sim/host.h"
+#include "sim/program/host.h"
 
 #include <signal.h>
 #include <spawn.h>

@@ -1,4 +1,4 @@
-#include "sim/scratch.h"
+#include "sim/program/scratch.h"
 
 #include <fcntl.h>
 #include <signal.h>

@@ -1,4 +1,4 @@
-#include "sim/descriptor.h"
+#include "sim/program/descriptor.h"
 
 #include <unistd.h>
 

@@ -12,8 +12,8 @@
 #include <thread>
 #include <vector>
 
-#include "sim/port.h"
 #include "sim/printer.h"
+#include "sim/program/pty_port.h"
 
 namespace passbook::sim {
 

@@ -1,4 +1,4 @@
-#include "sim/link.h"
+#include "sim/program/link.h"
 
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-#include "sim/running.h"
+#include "sim/program/running.h"
 
 #include <algorithm>
 #include <array>

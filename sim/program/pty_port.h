@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "sim/descriptor.h"
 #include "sim/printer.h"
+#include "sim/program/descriptor.h"
 
 namespace passbook::sim {
 

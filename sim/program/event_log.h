@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "sim/descriptor.h"
+#include "sim/program/descriptor.h"
 
 namespace passbook::sim {
 
