@@ -127,7 +127,7 @@ int PrintLineData_OKI(unsigned char* text, int length, int x, int y) {
         if (!goOn(done, lines))
             return cancelled;
         (void)sendPlacing(lineFeed);  // as above
-        paperAt(-1);                   // how far the printer knows
+        paperAt(-1);                  // how far the printer knows
         if (const int result = SetXPosition_OKI(x); result != 0)
             return result;
         if (const int result = sendLine(text + offset, lineLength); result != 0)

@@ -142,7 +142,8 @@ expect 1 '^$' 'alias: File exists' --link "$work/alias" -- true
 check [ -L "$work/alias" ]
 expect 0 '^printer' '^$' --usb-busy 1 --usb -- "${job[@]}"
 expect 1 '' 'result -' --usb-fault unplug:5 --usb -- "${job[@]}"
-expect 1 '' 'result -3' --usb-fault stall:20 --usb -- "${job[@]}"
+expect 0 '^printer' 'result -3.*once more' --usb-fault stall:20 --usb -- "${job[@]}"
+expect 1 '^printer' 'result 0.*look at the page' --usb-fault stall:23 --usb -- "${job[@]}"
 expect 2 '^$' PROGRAM --usb
 "$sim" --usb -- sh -c 'kill -KILL $PPID' &
 wait $! 2>/dev/null || check eventually clean
