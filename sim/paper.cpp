@@ -27,25 +27,25 @@ void Paper::feedIn() {
         return;
     if (state_ == PaperState::atEntry) {
         state_ = PaperState::inPlace;
-        changed_("fed-in");
+        changed_(PaperChange::fedIn);
         return;
     }
     waiting_ = true;
-    changed_("waiting");
+    changed_(PaperChange::waiting);
     if (state_ == PaperState::none && !habits_.insertAfter)
         (void)insert();  // the slot is free, so it can't be refused
 }
 
 bool Paper::eject() {
     if (std::exchange(waiting_, false)) {
-        changed_("waiting-ended");
+        changed_(PaperChange::waitingEnded);
         return true;
     }
     if (state_ != PaperState::inPlace)
         return false;
     state_ = PaperState::ejected;
     due_ = later(now_, habits_.takenAfter);
-    changed_("ejected");
+    changed_(PaperChange::ejected);
     settle();
     return true;
 }
@@ -55,7 +55,7 @@ bool Paper::insert() {
         return false;
     state_ = PaperState::atEntry;
     due_ = never;
-    changed_("inserted");
+    changed_(PaperChange::inserted);
     if (std::exchange(waiting_, false) || slot_ == Slot::drawsIn)
         feedIn();
     return true;
@@ -66,7 +66,7 @@ bool Paper::take() {
         return false;
     state_ = PaperState::none;
     due_ = later(now_, insertionDelay());
-    changed_("taken");
+    changed_(PaperChange::taken);
     if (waiting_ && !habits_.insertAfter)
         return insert();
     settle();

@@ -3,7 +3,6 @@
 #include <chrono>
 #include <functional>
 #include <optional>
-#include <string_view>
 
 namespace passbook::sim {
 
@@ -11,6 +10,8 @@ inline constexpr std::chrono::milliseconds never = std::chrono::milliseconds::ma
 
 /// Where the document is. The numbers are those the host gets for them.
 enum class PaperState { none = 1, ejected = 2, atEntry = 3, inPlace = 4 };
+
+enum class PaperChange { inserted, fedIn, ejected, taken, waiting, waitingEnded };
 
 /// The slot, and the person in front of it who lays documents in and takes them out.
 class Paper {
@@ -30,9 +31,8 @@ class Paper {
         std::optional<Clock> insertAfter;
     };
 
-    /// Told what has happened, when the state is the new one: "inserted", "fed-in", "ejected", "taken", "waiting",
-    /// "waiting-ended".
-    using Changed = std::function<void(std::string_view what)>;
+    /// Told what has happened, when the state is the new one.
+    using Changed = std::function<void(PaperChange what)>;
 
     Paper(Slot slot, PaperState start, Habits habits, Changed changed);
 

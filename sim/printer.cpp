@@ -1,8 +1,8 @@
 #include "sim/printer.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
-#include <iterator>
 #include <utility>
 
 #include "sim/glyph.h"
@@ -31,10 +31,6 @@ constexpr int verticalDots(int units) {
     return (units * 3 + 2) / 4;
 }
 
-double roundedMm(double dots) {
-    return std::round(dotsToMm(dots) * 100) / 100;
-}
-
 struct PitchCode {
     char code;
     int perInch;
@@ -47,17 +43,32 @@ struct UnderlineCode {
 };
 constexpr UnderlineCode underlines[] = {{'0', Underline::single}, {'3', Underline::doubled}, {'4', Underline::heavy}};
 
+/// The row of a code byte, null if it means nothing.
+template <typename Row, std::size_t size>
+const Row* find(const Row (&rows)[size], int code) {
+    const Row* const found = std::find_if(rows, rows + size, [code](const Row& row) { return row.code == code; });
+    return found == rows + size ? nullptr : found;
+}
+
 constexpr int heightFactors = 3;  // codes '0' to '2': once, twice, three times
+
+constexpr std::size_t firmwareLength = 13;
+
+/// The status byte of each of the fifteen printer states, in the order of their numbers.
+constexpr std::string_view printerStatusBytes = "PQTXabdh1248qrp";
+
+/// What each of the two preparations of a scan is answered with.
+const std::array<std::vector<std::uint8_t>, 2> prepared{{{wire::esc, 'S', 0, 0, 0, 0}, {0, 0, 0, 0, 0, 0}}};
 
 }  // namespace
 
 Printer::Printer(Scenario scenario, EventSink events, PageSink ejected)
     : scenario_(std::move(scenario)),
+      rules_(rulesOf(scenario_.family)),
       events_(std::move(events)),
       ejected_(std::move(ejected)),
       decoder_(wire::makeDecoder(scenario_.family)),
-      paper_(scenario_.family == Family::oki ? Paper::Slot::drawsIn : Paper::Slot::fedByHost, scenario_.paper,
-             scenario_.habits, [this](std::string_view what) { paperChanged(what); }),
+      paper_(rules_.slot, scenario_.paper, scenario_.habits, [this](PaperChange what) { paperChanged(what); }),
       painter_(std::make_shared<GlyphPainter>()) {
     for (std::string& data : scenario_.stripes)
         data.resize(std::min(data.size(), maxStripeData));
@@ -79,81 +90,48 @@ void Printer::finish() {
 }
 
 void Printer::obey(const Command& command) {
+    const int number = command.number();
+    const auto tell = [&] { emit(event::Command{command.name, command.numbers}); };
+    bool followed = true;
     switch (command.id) {
         case CommandId::unknown:
-            emit({{"event", "unknown"}, {"bytes", toHex(command.bytes)}, {"note", command.note}});
-            return;
+            return emit(event::Unknown{command.bytes, command.note});
         case CommandId::malformedStripe:
         case CommandId::malformedConfiguration:
-            emit({{"event", "malformed"},
-                  {"name", command.name},
-                  {"note", command.note},
-                  {"bytes", command.bytes.size()}});
-            return;
+            return emit(event::Malformed{command.name, command.note, command.bytes.size()});
         case CommandId::text:
-            printText(command);
-            return;
+            return printText(command);
         case CommandId::bitmapRun:
         case CommandId::malformedBitmap:
-            printBitmap(command);
-            return;
-        default:
-            break;
-    }
-    if (!obeyMove(command) && !obeyFormat(command) && !obeyDevice(command) && !obeyScan(command)) {
-        // Nothing that could be seen: it is enough to have been heard.
-        emit(commandEvent(command));
-    }
-}
+            return printBitmap(command);
 
-bool Printer::obeyMove(const Command& command) {
-    switch (command.id) {
         case CommandId::horizontalPosition:
-            headDots_ = horizontalDots(command.number());
-            break;
+            return move(command, horizontalDots(number), line_);
         case CommandId::verticalPosition:
-            line_ = command.number();
-            break;
+            return move(command, headDots_, number);
         case CommandId::headMove:
-            headDots_ = std::min(headDots_ + command.number(), farthestHeadDots);
-            break;
+            return move(command, headDots_ + number, line_);
         case CommandId::paperFeed:
             // The head goes home while the paper moves: hosts place each strip of a picture by a feed and a move from
             // the margin, with no carriage return in between.
-            headDots_ = 0;
-            line_ = std::min(line_ + linesPerFeedUnit * command.number(), farthestLine);
-            break;
+            return move(command, 0, line_ + linesPerFeedUnit * number);
         case CommandId::carriageReturn:
-            headDots_ = 0;
-            break;
+            return move(command, 0, line_);
         case CommandId::lineFeed:
-            line_ = std::min(line_ + format_.lineSpace, farthestLine);
-            break;
-        default:
-            return false;
-    }
-    nlohmann::json event = commandEvent(command);
-    addPosition(event);
-    emit(std::move(event));
-    return true;
-}
+            return move(command, headDots_, line_ + format_.lineSpace);
 
-bool Printer::obeyFormat(const Command& command) {
-    bool followed = true;
-    switch (command.id) {
         case CommandId::lineSpace:
-            format_.lineSpace = command.number();
+            format_.lineSpace = number;
             break;
         case CommandId::pitch: {
-            const auto* pitch = std::find_if(std::begin(pitches), std::end(pitches),
-                                             [&](const PitchCode& p) { return p.code == command.number(); });
-            followed = pitch != std::end(pitches);
+            const PitchCode* const pitch = find(pitches, number);
+            followed = pitch != nullptr;
             if (followed)
                 format_.cellDots = static_cast<double>(dotsPerInch) / pitch->perInch;
             break;
         }
         case CommandId::fontHeight: {
-            const int factor = command.number() - '0' + 1;
+            const int factor = number - '0' + 1;
             followed = factor >= 1 && factor <= heightFactors;
             if (followed)
                 format_.heightFactor = factor;
@@ -172,41 +150,92 @@ bool Printer::obeyFormat(const Command& command) {
             format_.wideChinese = command.id == CommandId::chineseDoubleWidth;
             break;
         case CommandId::underlineOn: {
-            const auto* line = std::find_if(std::begin(underlines), std::end(underlines),
-                                            [&](const UnderlineCode& u) { return u.code == command.number(); });
-            followed = line != std::end(underlines);
+            const UnderlineCode* const underline = find(underlines, number);
+            followed = underline != nullptr;
             if (followed)
-                format_.underline = line->style;
+                format_.underline = underline->style;
             break;
         }
         case CommandId::underlineOff:
             format_.underline = Underline::none;
             break;
+        case CommandId::clearAll:
+            format_ = Format{};
+            headDots_ = 0;
+            break;
+
+        case CommandId::feedIn:
+            tell();
+            return paper_.feedIn();
+        case CommandId::eject:
+        case CommandId::formFeed:
+            tell();
+            return eject(command);
+        case CommandId::printerStatus: {
+            tell();
+            const auto index = static_cast<std::size_t>(scenario_.printerStatus - 1);
+            return answer(command,
+                          std::string("\033r") + (index < printerStatusBytes.size() ? printerStatusBytes[index] : 'P'));
+        }
+        case CommandId::paperStatus:
+            tell();
+            return answer(command, rules_.paperAnswer(paper_.state()));
+        case CommandId::paperWidth:
+            tell();
+            return answer(command, "\033-" + measure(scenario_.paperWidth, scenario_.pageWidthDots));
+        case CommandId::paperLength:
+            tell();
+            return answer(command, "\033L" + measure(scenario_.paperLength, scenario_.pageHeightDots));
+        case CommandId::firmware: {
+            tell();
+            std::string identifier = scenario_.firmware;
+            identifier.resize(firmwareLength, ' ');
+            return answer(command, "\033b" + identifier + "\033Z");
+        }
+        case CommandId::configurationRead:
+        case CommandId::configurationWrite:
+            return obeyConfiguration(command);
+        case CommandId::stripeSelect:
+            stripe_ = number == 0 ? 0 : 1;
+            return emit(event::StripeSelected{stripe_});
+        case CommandId::stripeRead:
+        case CommandId::stripeWrite:
+            return obeyStripe(command);
+
+        case CommandId::scanPrepare:
+            tell();
+            return answer(command, prepared.at(static_cast<std::size_t>(number)));
+        case CommandId::scanMode:
+            followed = setScanMode(scanRequest_, command.numbers[0], command.numbers[1]);
+            break;
+        case CommandId::scanSides:
+            followed = setScanSides(scanRequest_, std::span(command.numbers).first(2));
+            break;
         default:
-            return false;
+            break;  // nothing that could be seen: it is enough to have been heard
     }
-    report(command, followed);
-    return true;
+    if (followed)
+        tell();
+    else
+        emit(event::BadValue{command.name, command.numbers});
+    if (command.id == rules_.scanStart)
+        startScan(command);
 }
 
-void Printer::report(const Command& command, bool followed) const {
-    nlohmann::json event = commandEvent(command);
-    if (!followed)
-        event["event"] = "bad-value";
-    emit(event);
+void Printer::move(const Command& command, double headDots, int line) {
+    headDots_ = std::min(headDots, farthestHeadDots);
+    line_ = std::min(line, farthestLine);
+    emit(event::Command{command.name, command.numbers, place()});
 }
 
 void Printer::printText(const Command& command) {
-    const std::vector<Character> characters = charactersOf(command.bytes);
-    std::string text;
+    const event::Text text{command.bytes, place()};
     std::string lost;
-    nlohmann::json event{{"event", "text"}, {"bytes", toHex(command.bytes)}};
-    addPosition(event);
-    for (const Character& character : characters) {
+    for (const Character& character : charactersOf(command.bytes)) {
         Glyph glyph;
         glyph.utf8 = character.utf8;
         glyph.xDots = headDots_;
-        glyph.yDots = yDots();
+        glyph.yDots = text.at.yDots;
         glyph.doubleWidth = character.wide ? format_.wideChinese : format_.wideLatin;
         glyph.widthDots = format_.cellDots * (character.wide ? 2 : 1) * (glyph.doubleWidth ? 2 : 1);
         glyph.heightFactor = format_.heightFactor;
@@ -214,69 +243,42 @@ void Printer::printText(const Command& command) {
         glyph.underline = format_.underline;
         if (page_ && !page_->drawGlyph(glyph))
             lost += character.utf8;
-        text += character.utf8;
         headDots_ = std::min(headDots_ + glyph.widthDots, farthestHeadDots);
     }
-    event["text"] = text;
-    if (!page_) {
-        event["event"] = "no-paper";
-        event["name"] = command.name;
-    }
-    emit(event);
+    if (page_)
+        emit(text);
+    else
+        emit(event::NoPaper{command.name, text});
     if (!lost.empty())
-        emit({{"event", "off-page"}, {"name", command.name}, {"text", lost}});
+        emit(event::OffPage{command.name, lost});
 }
 
 void Printer::printBitmap(const Command& command) {
     const std::size_t columns = command.bytes.size() / columnBytes;
-    nlohmann::json event{{"event", "bitmap"}, {"columns", columns}, {"bytes", command.bytes.size()}};
-    addPosition(event);
-    if (command.id == CommandId::malformedBitmap) {
-        event["event"] = "malformed";
-        event["name"] = command.name;
-        event["note"] = command.note;
-    }
-    emit(event);
+    const event::Place at = place();
+    if (command.id == CommandId::malformedBitmap)
+        emit(event::Malformed{command.name, command.note, command.bytes.size(), at});
+    else
+        emit(event::Bitmap{command.bytes.size(), at});
     // Of a malformed run the whole columns are printed all the same: the head strikes as the data comes in.
     std::size_t lost = 0;
-    if (page_) {
-        const DotOrder order = scenario_.family == Family::oki ? DotOrder::upperHighest : DotOrder::upperLowest;
-        lost = page_->drawColumns(xDots(), yDots(), std::span(command.bytes).first(columns * columnBytes), order);
-    } else {
-        emit({{"event", "no-paper"}, {"name", command.name}, {"columns", columns}});
-    }
-    headDots_ = std::min(xDots() + static_cast<double>(columns), farthestHeadDots);
+    if (page_)
+        lost = page_->drawColumns(at.xDots, at.yDots, std::span(command.bytes).first(columns * columnBytes),
+                                  rules_.dotOrder);
+    else
+        emit(event::NoPaper{command.name, {}, columns});
+    headDots_ = std::min(at.xDots + static_cast<double>(columns), farthestHeadDots);
     if (lost > 0)
-        emit({{"event", "off-page"}, {"name", command.name}, {"dots", lost}});
+        emit(event::OffPage{command.name, {}, lost});
 }
 
-void Printer::emit(const nlohmann::json& event) const {
+void Printer::emit(const Event& event) const {
     if (events_)
         events_(event);
 }
 
-nlohmann::json Printer::commandEvent(const Command& command) const {
-    nlohmann::json event{{"event", "command"}, {"name", command.name}};
-    if (command.numbers.size() > 1)
-        event["values"] = command.numbers;
-    else if (!command.numbers.empty())
-        event["value"] = command.number();
-    return event;
-}
-
-int Printer::xDots() const {
-    return static_cast<int>(std::floor(headDots_ + 0.5));
-}
-
-int Printer::yDots() const {
-    return verticalDots(line_);
-}
-
-void Printer::addPosition(nlohmann::json& event) const {
-    event["xDots"] = xDots();
-    event["xMm"] = roundedMm(xDots());
-    event["yDots"] = yDots();
-    event["yMm"] = roundedMm(yDots());
+event::Place Printer::place() const {
+    return {static_cast<int>(std::floor(headDots_ + 0.5)), verticalDots(line_)};
 }
 
 }  // namespace passbook::sim

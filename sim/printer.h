@@ -4,16 +4,17 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "sim/answers.h"
+#include "sim/event.h"
+#include "sim/family.h"
 #include "sim/page.h"
 #include "sim/paper.h"
 #include "sim/scan.h"
@@ -53,38 +54,10 @@ struct Scenario {
 inline constexpr std::size_t maxStripeData = 1024;
 inline constexpr int largestMeasure = 9999;  // of a document, as it fits into the answer
 
-using EventSink = std::function<void(const nlohmann::json&)>;
 using PageSink = std::function<void(Page)>;
 
 /// A passbook printer without a device: bytes in, answers, a picture and events out. It has no descriptor, no thread
 /// and no clock of its own, and does the same again for the same calls. One thread at a time.
-///
-/// Events are JSON objects; "event" names the kind. Positions are "xDots", "yDots", "xMm", "yMm"; bytes are hexadecimal
-/// and cut short when there are many.
-///
-/// - "command": name; value, if it has a number, or values, if it has several; the position it leads to, if it
-/// moves something
-/// - "text": text (UTF-8), bytes, position
-/// - "bitmap": columns, bytes (their count), position
-/// - "paper": what ("inserted", "fed-in", "ejected", "taken", "waiting", "waiting-ended"), status (the number
-/// the
-///   host gets for it: OLI 1 to 4; OKI 1 with a document in place, 2 without)
-/// - "configuration": what ("read", "written", "refused"), bytes of the block as it is now
-/// - "stripe": what ("selected", "read", "written", or "refused" if there is more than a stripe holds), stripe
-///   (0 or 1), bytes and text of what is on it now
-/// - "scan": what ("started", with bits of the front and the back, 0 for a side that isn't wanted, dpi and
-///   fromBottom; "delivered" or "broken-off", with bytes of image data; "ended" by an ejection or because the
-///   host has closed the port)
-/// - "answer": to (the command's name), bytes
-/// - "answer-lost": the same of an answer that is not given; note
-/// - "unread": bytes (their count) of answers that the host had not read when it closed the port
-/// - "no-paper": name, and the text or columns that could not be printed for want of a document in place
-/// - "off-page": name, and the text or number of dots that lie farther out than ink can
-/// - "bad-value": name, value of a command whose value means nothing to the printer; it is not followed
-/// - "malformed": name, note, bytes (their count) of a bitmap run, a stripe or a configuration block that was
-///   broken off, cut or ill-sized; of a run its whole columns, which are printed all the same, and their
-///   position
-/// - "unknown": bytes that are neither a command nor text, note
 class Printer {
  public:
     explicit Printer(Scenario scenario = {}, EventSink events = {}, PageSink ejected = {});
@@ -106,7 +79,7 @@ class Printer {
     [[nodiscard]] bool answerPending() const { return !answers_.empty(); }
     /// The host must get what takeAnswer() brings next with a read of its own.
     [[nodiscard]] bool answerStandsAlone() const {
-        return answerPending() && (scenario_.split > 0 || answers_.front().scan != nullptr);
+        return answerPending() && (scenario_.split > 0 || answers_.scan() != nullptr);
     }
 
     /// The host has gone. What it has not read is lost, and so are `unread` bytes that were taken for it.
@@ -138,41 +111,29 @@ class Printer {
         Underline underline = Underline::none;
     };
 
-    /// Something for the host: an answer, or a scan that is made while it is taken.
-    struct Outgoing {
-        std::vector<std::uint8_t> bytes;
-        std::unique_ptr<ScanDelivery> scan;
-    };
-
     void obey(const wire::Command& command);
-    bool obeyMove(const wire::Command& command);
-    bool obeyFormat(const wire::Command& command);
-    bool obeyDevice(const wire::Command& command);
-    bool obeyScan(const wire::Command& command);
+    /// Of the head, and of the paper; as far as they reach.
+    void move(const wire::Command& command, double headDots, int line);
     void startScan(const wire::Command& command);
     [[nodiscard]] ScanScenario scanOfDocument() const;
-    [[nodiscard]] std::vector<std::uint8_t> takeScanPiece();
-    bool dropScan();
     void endScan();
     void printText(const wire::Command& command);
     void printBitmap(const wire::Command& command);
     void obeyConfiguration(const wire::Command& command);
     void obeyStripe(const wire::Command& command);
     void eject(const wire::Command& command);
-    void paperChanged(std::string_view what);
+    void paperChanged(PaperChange what);
     void layPage();
-    [[nodiscard]] int paperStatus() const;
     [[nodiscard]] std::string measure(std::optional<int> given, int dots) const;
     void answer(const wire::Command& command, std::vector<std::uint8_t> bytes);
-    void emit(const nlohmann::json& event) const;
-    [[nodiscard]] nlohmann::json commandEvent(const wire::Command& command) const;
-    /// Tells of a command, and if its value meant nothing, that it was not followed.
-    void report(const wire::Command& command, bool followed) const;
-    [[nodiscard]] int xDots() const;
-    [[nodiscard]] int yDots() const;
-    void addPosition(nlohmann::json& event) const;
+    void answer(const wire::Command& command, std::string_view text) {
+        answer(command, std::vector<std::uint8_t>(text.begin(), text.end()));
+    }
+    void emit(const Event& event) const;
+    [[nodiscard]] event::Place place() const;
 
     Scenario scenario_;
+    const FamilyRules& rules_;
     EventSink events_;
     PageSink ejected_;
     std::unique_ptr<wire::Decoder> decoder_;
@@ -184,8 +145,7 @@ class Printer {
     int line_ = 0;         // of the paper, in 1/240 inch
     std::size_t stripe_ = 0;
     ScanRequest scanRequest_;
-    std::deque<Outgoing> answers_;
-    std::size_t answerBytes_ = 0;  // of all of them, without a scan
+    Answers answers_;
 };
 
 }  // namespace passbook::sim

@@ -1,12 +1,11 @@
-// The printer's parts around the print head: the slot, the magnetic stripe, and what it answers.
+// The printer's parts around the print head: the slot, the magnetic stripe, the scanner, and its answers.
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <utility>
 
-#include "sim/glyph.h"
 #include "sim/printer.h"
-#include "sim/text.h"
 
 namespace passbook::sim {
 
@@ -15,115 +14,28 @@ using wire::CommandId;
 
 namespace {
 
-/// What a host may leave unread. A host that only asks and never listens must not eat memory.
-constexpr std::size_t maxAnswers = 64 * 1024;
-
-constexpr std::size_t firmwareLength = 13;
-
-/// The status byte of each of the fifteen printer states, in the order of their numbers.
-constexpr std::string_view printerStatusBytes = "PQTXabdh1248qrp";
-
-/// The status byte of each paper state, likewise: none, ejected, at the entry, in place.
-constexpr std::string_view paperStatusBytes = "@ABC";
-
 constexpr std::size_t measureDigits = 4;
 
 /// What ends a configuration block.
 constexpr std::string_view blockEnd = "\033Z";
 
-std::vector<std::uint8_t> bytesOf(std::string_view text) {
-    return {text.begin(), text.end()};
+constexpr std::array<int, 4> dotsPerInchOf{600, 400, 300, 200};
+
+event::Access accessOf(bool read, bool accepted) {
+    return read ? event::Access::read : accepted ? event::Access::written : event::Access::refused;
 }
 
 }  // namespace
 
-bool Printer::obeyDevice(const Command& command) {
-    switch (command.id) {
-        case CommandId::feedIn:
-            emit(commandEvent(command));
-            paper_.feedIn();
-            return true;
-        case CommandId::eject:
-        case CommandId::formFeed:
-            emit(commandEvent(command));
-            eject(command);
-            return true;
-        case CommandId::clearAll:
-            emit(commandEvent(command));
-            format_ = Format{};
-            headDots_ = 0;
-            return true;
-        case CommandId::printerStatus: {
-            emit(commandEvent(command));
-            const auto index = static_cast<std::size_t>(scenario_.printerStatus - 1);
-            const char status = index < printerStatusBytes.size() ? printerStatusBytes[index] : 'P';
-            answer(command, bytesOf(std::string("\033r") + status));
-            return true;
-        }
-        case CommandId::paperStatus:
-            emit(commandEvent(command));
-            if (scenario_.family == Family::oki) {
-                answer(command, {wire::esc, 'S', static_cast<std::uint8_t>(paperStatus() - 1), 0});
-            } else {
-                const char status = paperStatusBytes[static_cast<std::size_t>(paperStatus()) - 1];
-                // Framed like the other long answers: what was asked, a fixed byte, the state, an end mark.
-                answer(command, bytesOf(std::string("\033B5") + status + "\033Z"));
-            }
-            return true;
-        case CommandId::paperWidth:
-            emit(commandEvent(command));
-            answer(command, bytesOf("\033-" + measure(scenario_.paperWidth, scenario_.pageWidthDots)));
-            return true;
-        case CommandId::paperLength:
-            emit(commandEvent(command));
-            answer(command, bytesOf("\033L" + measure(scenario_.paperLength, scenario_.pageHeightDots)));
-            return true;
-        case CommandId::configurationRead:
-        case CommandId::configurationWrite:
-            obeyConfiguration(command);
-            return true;
-        case CommandId::firmware: {
-            emit(commandEvent(command));
-            std::string identifier = scenario_.firmware;
-            identifier.resize(firmwareLength, ' ');
-            answer(command, bytesOf("\033b" + identifier + "\033Z"));
-            return true;
-        }
-        case CommandId::stripeSelect:
-        case CommandId::stripeRead:
-        case CommandId::stripeWrite:
-            obeyStripe(command);
-            return true;
-        default:
-            return false;
-    }
-}
-
 void Printer::obeyStripe(const Command& command) {
+    const bool read = command.id == CommandId::stripeRead;
+    const bool fits = command.bytes.size() <= maxStripeData;
     std::string& data = scenario_.stripes[stripe_];
-    nlohmann::json event{{"event", "stripe"}};
-    if (command.id == CommandId::stripeSelect) {
-        stripe_ = command.number() == 0 ? 0 : 1;
-        event["what"] = "selected";
-        event["stripe"] = stripe_;
-        emit(event);
-        return;
-    }
-    event["stripe"] = stripe_;
-    if (command.id == CommandId::stripeRead) {
-        event["what"] = "read";
-    } else if (command.bytes.size() > maxStripeData) {
-        event["what"] = "refused";
-    } else {
-        event["what"] = "written";
+    if (!read && fits)
         data.assign(command.bytes.begin(), command.bytes.end());
-    }
-    const std::vector<std::uint8_t> now = bytesOf(data);
-    event["bytes"] = toHex(now);
-    event["text"] = toUtf8(now);
-    emit(event);
-    if (command.id == CommandId::stripeRead)
-        answer(command, bytesOf("\033]" + data + "\x1C"));
+    emit(event::Stripe{accessOf(read, fits), stripe_, data});
+    if (read)
+        answer(command, "\033]" + data + "\x1C");
 }
 
 void Printer::obeyConfiguration(const Command& command) {
@@ -131,19 +43,9 @@ void Printer::obeyConfiguration(const Command& command) {
     const bool accepted = scenario_.configurationResult == 0;
     if (!read && accepted)
         scenario_.configuration.assign(command.bytes.begin(), command.bytes.end() - blockEnd.size());
-    const std::vector<std::uint8_t> block = bytesOf(scenario_.configuration + std::string(blockEnd));
-    emit({{"event", "configuration"},
-          {"what", read       ? "read"
-                   : accepted ? "written"
-                              : "refused"},
-          {"bytes", toHex(block)}});
-    answer(command, read ? block : bytesOf("\033 =" + std::to_string(scenario_.configurationResult)));
-}
-
-int Printer::paperStatus() const {
-    if (scenario_.family == Family::oki)
-        return paper_.state() == PaperState::inPlace ? 1 : 2;
-    return static_cast<int>(paper_.state());
+    const std::string block = scenario_.configuration + std::string(blockEnd);
+    emit(event::Configuration{accessOf(read, accepted), block});
+    answer(command, read ? block : "\033 =" + std::to_string(scenario_.configurationResult));
 }
 
 std::string Printer::measure(std::optional<int> given, int dots) const {
@@ -157,7 +59,7 @@ std::string Printer::measure(std::optional<int> given, int dots) const {
 void Printer::eject(const Command& command) {
     // A form feed on an empty slot is how a host clears up; only an ejection proper misses its document.
     if (!paper_.eject() && command.id == CommandId::eject)
-        emit({{"event", "no-paper"}, {"name", command.name}});
+        emit(event::NoPaper{command.name});
 }
 
 void Printer::layPage() {
@@ -166,11 +68,11 @@ void Printer::layPage() {
     line_ = 0;
 }
 
-void Printer::paperChanged(std::string_view what) {
-    emit({{"event", "paper"}, {"what", what}, {"status", paperStatus()}});
-    if (what == "fed-in") {
+void Printer::paperChanged(PaperChange what) {
+    emit(event::Paper{what, rules_.paperStatus.at(static_cast<std::size_t>(paper_.state()) - 1)});
+    if (what == PaperChange::fedIn) {
         layPage();
-    } else if (what == "ejected") {
+    } else if (what == PaperChange::ejected) {
         endScan();
         std::optional<Page> ejected = std::exchange(page_, std::nullopt);
         if (ejected_ && ejected)
@@ -179,52 +81,62 @@ void Printer::paperChanged(std::string_view what) {
 }
 
 void Printer::answer(const Command& command, std::vector<std::uint8_t> bytes) {
-    nlohmann::json event{{"event", "answer"}, {"to", command.name}};
-    if (scenario_.garble) {
+    if (scenario_.garble)
         // The eighth bit set, as a line with the wrong parity would: no byte keeps its meaning.
         for (std::uint8_t& byte : bytes)
             byte = static_cast<std::uint8_t>(byte ^ 0x80U);
-    }
-    event["bytes"] = toHex(bytes);
-    if (scenario_.silent || answerBytes_ + bytes.size() > maxAnswers) {
-        event["event"] = "answer-lost";
-        event["note"] = scenario_.silent ? "silent" : "too many answers unread";
-    } else {
-        answerBytes_ += bytes.size();
-        answers_.push_back({std::move(bytes), nullptr});
-    }
-    emit(event);
+    std::string_view lost;
+    if (scenario_.silent)
+        lost = "silent";
+    else if (!answers_.add(bytes))
+        lost = "too many answers unread";
+    emit(event::Answer{command.name, std::move(bytes), lost});
 }
 
 void Printer::forgetAnswers(std::size_t unread) {
-    unread += std::exchange(answerBytes_, 0);
     endScan();
-    answers_.clear();
+    unread += answers_.clear();
     if (unread > 0)
-        emit({{"event", "unread"}, {"bytes", unread}});
+        emit(event::Unread{unread});
 }
 
 std::vector<std::uint8_t> Printer::takeAnswer() {
-    std::vector<std::uint8_t> taken;
-    if (answers_.empty())
-        return taken;
-    if (answers_.front().scan)
-        return takeScanPiece();
-    while (scenario_.split == 0 && answerPending() && !answers_.front().scan) {
-        const std::vector<std::uint8_t>& whole = answers_.front().bytes;
-        taken.insert(taken.end(), whole.begin(), whole.end());
-        answers_.pop_front();
+    ScanDelivery* const scan = answers_.scan();
+    if (scan == nullptr)
+        return answers_.take(scenario_.split);
+    std::vector<std::uint8_t> piece = scan->next();
+    if (scan->done()) {
+        emit(event::ScanDelivered{scan->brokenOff(), scan->dataBytes()});
+        answers_.dropScans();
     }
-    if (scenario_.split > 0) {
-        std::vector<std::uint8_t>& first = answers_.front().bytes;
-        const auto end = first.begin() + static_cast<std::ptrdiff_t>(std::min(scenario_.split, first.size()));
-        taken.assign(first.begin(), end);
-        first.erase(first.begin(), end);
-        if (first.empty())
-            answers_.pop_front();
-    }
-    answerBytes_ -= taken.size();
-    return taken;
+    return piece;
+}
+
+void Printer::startScan(const Command& command) {
+    if (!page_)
+        return emit(event::NoPaper{command.name});
+    // A host that asks anew has no use for the rest of what it asked before.
+    answers_.dropScans();
+    emit(event::ScanStarted{scanRequest_.bits, dotsPerInchOf.at(static_cast<std::size_t>(scanRequest_.resolution)),
+                            scanRequest_.fromBottom});
+    auto delivery = std::make_unique<ScanDelivery>(rules_.scan, scanRequest_, scanOfDocument());
+    if (!delivery->done())
+        answers_.add(std::move(delivery));
+}
+
+ScanScenario Printer::scanOfDocument() const {
+    ScanScenario scan = scenario_.scan;
+    scan.silent = scan.silent || scenario_.silent;
+    if (scan.sides[0].empty())
+        scan.sides[0] = documentFromPage(*page_);
+    if (scan.sides[1].empty())
+        scan.sides[1] = blankDocument(scan.sides[0].width, scan.sides[0].height);
+    return scan;
+}
+
+void Printer::endScan() {
+    if (answers_.dropScans())
+        emit(event::ScanEnded{});
 }
 
 }  // namespace passbook::sim

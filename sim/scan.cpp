@@ -1,15 +1,11 @@
 #include "sim/scan.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <limits>
 #include <utility>
 
 namespace passbook::sim {
 
 namespace {
-
-using wire::Family;
 
 /// Letters of the sides.
 constexpr int blackAndWhite = 'A';
@@ -17,55 +13,13 @@ constexpr int sixteenGreys = 'Q';
 constexpr int greyOrColour = 'a';
 constexpr int notWanted = 'q';
 
-constexpr std::uint8_t okiHeader = 5;
-constexpr std::uint8_t okiEnd = 6;
-constexpr std::uint8_t oliHeader = 1;
-constexpr std::uint8_t oliStart = 2;
-constexpr std::uint8_t oliEnd = 3;
-
-constexpr std::size_t okiHeaderBytes = 8;
-/// A host reads so much when it awaits a header; what comes beyond would be a read of its own.
-constexpr std::size_t okiFirstRead = 2048;
 constexpr std::size_t fillerBytes = 8;
 
-/// A pseudo-terminal passes on a larger piece in parts that may end at these places, and a host that is quick enough
-/// gets them one by one.
-constexpr std::array<std::size_t, 2> lineParts{2048, 1792};
-
-/// A block that the host would not take for image data, or the rest of one.
-bool misleads(Family family, std::size_t size) {
-    const auto bad = [family](std::size_t part) {
-        return family == Family::oki ? part == 1 || part == okiHeaderBytes : part == 6;
-    };
+/// A read that the host would not take for image data, of a block or of the part of one that the line hands over.
+bool misleads(const ScanRules& rules, const std::array<std::size_t, 2>& lineParts, std::size_t size) {
     const std::size_t rest = size % lineParts[0];
-    return bad(size) || bad(rest) || bad(rest % lineParts[1]);
-}
-
-/// The size of the next block: the largest that misleads nobody and doesn't force the last one to. `inFront` bytes come
-/// in the same piece.
-std::size_t blockSize(Family family, std::uint64_t left, std::size_t most, std::size_t inFront) {
-    const auto largest = static_cast<std::size_t>(std::min<std::uint64_t>(left, most));
-    for (std::size_t size = largest; size > 0; --size) {
-        const std::uint64_t rest = left - size;
-        const bool restIsLast = rest > 0 && rest <= most;
-        if (!misleads(family, size + inFront) && !(restIsLast && misleads(family, static_cast<std::size_t>(rest))))
-            return size;
-    }
-    return largest;
-}
-
-/// A number as the messages carry it.
-std::string fiveDigits(std::int64_t value) {
-    std::array<char, 8> text{};
-    std::snprintf(text.data(), text.size(), "%05d",
-                  static_cast<int>(std::clamp<std::int64_t>(value, 0, maxScanPixels)));
-    return text.data();
-}
-
-std::vector<std::uint8_t> message(std::uint8_t kind, std::string_view content) {
-    std::vector<std::uint8_t> bytes(1 + content.size(), kind);
-    std::copy(content.begin(), content.end(), bytes.begin() + 1);
-    return bytes;
+    return std::any_of(rules.misleading.begin(), rules.misleading.end(),
+                       [&](std::size_t bad) { return size == bad || rest == bad || rest % lineParts[1] == bad; });
 }
 
 }  // namespace
@@ -103,9 +57,9 @@ bool setScanSides(ScanRequest& request, std::span<const int> letters) {
     return true;
 }
 
-ScanDelivery::ScanDelivery(Family family, const ScanRequest& request, ScanScenario scenario)
-    : family_(family), request_(request), scenario_(std::move(scenario)) {
-    scenario_.block = std::clamp<std::size_t>(scenario_.block, family_ == Family::oki ? 2 : 1, maxScanBlock);
+ScanDelivery::ScanDelivery(const ScanRules& rules, const ScanRequest& request, ScanScenario scenario)
+    : rules_(rules), request_(request), scenario_(std::move(scenario)) {
+    scenario_.block = std::clamp(scenario_.block, rules_.smallestBlock, maxScanBlock);
     if (!scenario_.silent)
         beginSide(0);
 }
@@ -120,27 +74,38 @@ void ScanDelivery::beginSide(std::size_t side) {
     const int bits = request_.bits[side_];
     ScanImage image(bits > 0 ? scenario_.sides[side_] : Document{}, bits, request_.resolution);
     if (!image.empty()) {
-        const bool oki = family_ == Family::oki;
-        bytes_.emplace(std::move(image), oki ? ScanBytes::Form::bitmap : ScanBytes::Form::raw, request_.fromBottom);
-        if (oki && bytes_->size() > std::numeric_limits<std::uint32_t>::max())
-            bytes_.reset();  // the header couldn't tell its size
+        bytes_.emplace(std::move(image), rules_.form, request_.fromBottom);
+        if (bytes_->size() > rules_.mostBytes)
+            bytes_.reset();
     }
     step_ = Step::header;
-    if (family_ == Family::oli && !bytes_)
+    if (!bytes_ && !rules_.headsUnwanted)
         beginSide(side_ + 1);
 }
 
 std::vector<std::uint8_t> ScanDelivery::next() {
     switch (step_) {
         case Step::header: {
-            std::vector<std::uint8_t> piece = header();
-            afterHeader();
+            std::vector<std::uint8_t> piece = rules_.header(side_, bytes_ ? &*bytes_ : nullptr, scenario_.sizeError);
+            fillerDue_ = false;
+            if (rules_.start != nullptr) {
+                step_ = Step::start;
+            } else if (!bytes_) {
+                beginSide(side_ + 1);
+            } else {
+                const std::vector<std::uint8_t> first =
+                    block(std::min(scenario_.block, rules_.firstRead - piece.size()), piece.size());
+                piece.insert(piece.end(), first.begin(), first.end());
+                step_ = Step::data;
+                fillerDue_ = scenario_.fillers;
+                afterData();
+            }
             return piece;
         }
         case Step::start:
             step_ = Step::data;
             afterData();
-            return message(oliStart, std::string(1, side_ == 0 ? 'F' : 'B'));
+            return rules_.start(side_);
         case Step::data: {
             if (std::exchange(fillerDue_, false))
                 return std::vector<std::uint8_t>(fillerBytes);
@@ -152,48 +117,12 @@ std::vector<std::uint8_t> ScanDelivery::next() {
         case Step::end: {
             const std::int64_t rows = std::int64_t{bytes_->image().height()} + scenario_.rowsError;
             beginSide(side_ + 1);
-            return family_ == Family::oki ? std::vector{okiEnd} : message(oliEnd, fiveDigits(rows));
+            return rules_.end(rows);
         }
         case Step::done:
             break;
     }
     return {};
-}
-
-std::vector<std::uint8_t> ScanDelivery::header() {
-    if (family_ == Family::oli) {
-        const ScanImage& image = bytes_->image();
-        return message(oliHeader, fiveDigits(image.width()) + ' ' +
-                                      fiveDigits(std::int64_t{image.height()} + scenario_.sizeError));
-    }
-    // Which of how many sides, a byte without meaning, and the size, lowest byte first.
-    std::vector<std::uint8_t> piece{okiHeader, static_cast<std::uint8_t>(side_ + 1), 2, 0};
-    std::int64_t announced = 0;
-    if (bytes_) {
-        announced = std::clamp<std::int64_t>(static_cast<std::int64_t>(bytes_->size()) + scenario_.sizeError, 0,
-                                             std::numeric_limits<std::uint32_t>::max());
-    }
-    for (int shift = 0; shift < 32; shift += 8)
-        piece.push_back(static_cast<std::uint8_t>(announced >> shift));
-    if (bytes_) {
-        const std::vector<std::uint8_t> first =
-            block(std::min(scenario_.block, okiFirstRead - okiHeaderBytes), okiHeaderBytes);
-        piece.insert(piece.end(), first.begin(), first.end());
-    }
-    return piece;
-}
-
-void ScanDelivery::afterHeader() {
-    fillerDue_ = false;
-    if (family_ == Family::oli) {
-        step_ = Step::start;
-    } else if (!bytes_) {
-        beginSide(side_ + 1);
-    } else {
-        step_ = Step::data;
-        fillerDue_ = scenario_.fillers;
-        afterData();
-    }
 }
 
 void ScanDelivery::afterData() {
@@ -214,8 +143,20 @@ std::uint64_t ScanDelivery::dataLeft() const {
     return scenario_.breakAfter ? std::min(left, *scenario_.breakAfter - dataSent_) : left;
 }
 
+/// The largest block that misleads nobody and does not force the last one to. `inFront` bytes come in the same piece.
 std::vector<std::uint8_t> ScanDelivery::block(std::size_t most, std::size_t inFront) {
-    std::vector<std::uint8_t> piece = bytes_->take(blockSize(family_, dataLeft(), most, inFront));
+    const auto bad = [this](std::uint64_t size) {
+        return misleads(rules_, scenario_.lineParts, static_cast<std::size_t>(size));
+    };
+    const std::uint64_t left = dataLeft();
+    const auto largest = static_cast<std::size_t>(std::min<std::uint64_t>(left, most));
+    std::size_t size = largest;
+    for (; size > 0; --size) {
+        const std::uint64_t rest = left - size;
+        if (!bad(size + inFront) && !(rest > 0 && rest <= most && bad(rest)))
+            break;
+    }
+    std::vector<std::uint8_t> piece = bytes_->take(size > 0 ? size : largest);
     dataSent_ += piece.size();
     return piece;
 }

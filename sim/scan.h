@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "sim/document.h"
+#include "sim/family.h"
 #include "sim/scan_image.h"
-#include "wire/decoder.h"
 
 namespace passbook::sim {
 
@@ -26,9 +26,8 @@ struct ScanRequest {
 [[nodiscard]] bool setScanMode(ScanRequest& request, int mode, int colour);
 [[nodiscard]] bool setScanSides(ScanRequest& request, std::span<const int> letters);
 
-/// The largest block of image data there is; the largest that a pseudo-terminal hands over in one read.
+/// The largest block of image data there is.
 inline constexpr std::size_t maxScanBlock = 16384;
-inline constexpr std::size_t ptyBlock = 4095;
 
 /// How a scan is handed over, and what goes wrong with it.
 struct ScanScenario {
@@ -37,7 +36,10 @@ struct ScanScenario {
     std::array<Document, 2> sides{};
 
     /// Image data come in blocks of at most that many bytes, up to maxScanBlock; OKI at least 2.
-    std::size_t block = ptyBlock;
+    std::size_t block = 4095;
+    /// A line may hand a larger piece over in parts: of the one size, and what is left of it again of the other. A host
+    /// that is quick enough gets them one by one.
+    std::array<std::size_t, 2> lineParts{2048, 1792};
 
     std::optional<std::uint64_t> breakAfter{};  // bytes of image data; nothing more comes then
     int sizeError = 0;     // what is announced too much: OKI bytes of data, OLI rows of the picture
@@ -49,16 +51,9 @@ struct ScanScenario {
 
 /// A scan on its way to the host, piece by piece, made while it is taken: the pieces are what the host has to get with
 /// one read each.
-///
-/// OKI: of each side, front and back, an eight-byte header together with the first block, further blocks, and a byte
-/// 06; a side that is not wanted is a header alone. Blocks are never of 1 or 8 bytes: hosts take such reads for the
-/// end, or drop them.
-///
-/// OLI: of each side wanted a header, a start, blocks and an end. Blocks are never of 6 bytes, which hosts could take
-/// for the end.
 class ScanDelivery {
  public:
-    ScanDelivery(wire::Family family, const ScanRequest& request, ScanScenario scenario);
+    ScanDelivery(const ScanRules& rules, const ScanRequest& request, ScanScenario scenario);
 
     /// The next piece; call it only while there is one.
     [[nodiscard]] std::vector<std::uint8_t> next();
@@ -70,14 +65,12 @@ class ScanDelivery {
  private:
     enum class Step { header, start, data, end, done };
 
-    [[nodiscard]] std::vector<std::uint8_t> header();
     [[nodiscard]] std::vector<std::uint8_t> block(std::size_t most, std::size_t inFront);
     [[nodiscard]] std::uint64_t dataLeft() const;
     void beginSide(std::size_t side);
-    void afterHeader();
     void afterData();
 
-    wire::Family family_;
+    const ScanRules& rules_;
     ScanRequest request_;
     ScanScenario scenario_;
     Step step_ = Step::done;

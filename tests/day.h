@@ -12,6 +12,7 @@
 
 #include "api/passbook.h"
 #include "image/convert.h"
+#include "sim/event_json.h"
 #include "sim/printer.h"
 #include "tests/support.h"
 
@@ -32,12 +33,18 @@ inline struct passbook_outcome outcomeNow() {
     return outcome;
 }
 
+/// What happened to a printer, as its log has it.
+using Events = std::vector<nlohmann::json>;
+inline Events shown(const std::vector<sim::Event>& events) {
+    Events all;
+    std::transform(events.begin(), events.end(), std::back_inserter(all), sim::toJson);
+    return all;
+}
+
 /// Holds what passbook_outcome says of each step against what the printer saw. The first day, on which nothing fails, is
 /// what the others are compared with.
 class Truth {
  public:
-    using Events = std::vector<nlohmann::json>;
-
     /// The step is over; `seen` is what has come of it, with text that has not ended.
     void hold(const Step& step, const Events& seen) {
         const struct passbook_outcome outcome = outcomeNow();

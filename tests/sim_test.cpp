@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "sim/event_json.h"
 #include "sim/printer.h"
 #include "sim/program/pty_port.h"
 
@@ -21,7 +22,7 @@ using namespace std::string_literals;
 /// A printer on the bench: bytes go in as strings, and everything that comes out is kept.
 struct Bench {
     explicit Bench(Scenario scenario = {})
-        : printer(std::move(scenario), [this](const nlohmann::json& event) { events.push_back(event); }) {}
+        : printer(std::move(scenario), [this](const Event& event) { events.push_back(toJson(event)); }) {}
 
     void send(std::string_view bytes) { printer.receive(std::vector<std::uint8_t>(bytes.begin(), bytes.end())); }
     std::string answer() {
@@ -202,8 +203,8 @@ TEST(Port, TakesInAllThatTheLineHolds) {
     for (const int runs : {84, 1'000'000}) {
         int printed = 0;
         Descriptor host;
-        Printer printer({}, [&](const nlohmann::json& event) {
-            EXPECT_TRUE(event.at("event") != "bitmap" || ++printed == runs || writeAll(host.get(), run));
+        Printer printer({}, [&](const Event& event) {
+            EXPECT_TRUE(!isAny<event::Bitmap>(event) || ++printed == runs || writeAll(host.get(), run));
         });
         std::string error;
         const auto port = PtyPort::open(printer, error);

@@ -112,7 +112,7 @@ class Usb : public Day {
 class UsbPrinter {
  public:
     explicit UsbPrinter(const sim::UsbDevice& device = {}, const sim::Scenario& scenario = {})
-        : printer_(scenario, [this](const nlohmann::json& event) { events_.push_back(event); }) {
+        : printer_(scenario, [this](const sim::Event& event) { events_.push_back(sim::toJson(event)); }) {
         std::string error;
         port_ = sim::UsbPort::open(printer_, device, error);
         EXPECT_NE(port_, nullptr) << error;
@@ -120,8 +120,8 @@ class UsbPrinter {
     ~UsbPrinter() { expectNothingHeld(); }
     sim::UsbPort* operator->() { return port_.get(); }
 
-    std::vector<nlohmann::json> takeEvents() {
-        std::vector<nlohmann::json> taken;
+    Events takeEvents() {
+        Events taken;
         port_->with([&] {
             printer_.printWaitingText();
             taken.swap(events_);
@@ -141,7 +141,7 @@ class UsbPrinter {
     }
 
  private:
-    std::vector<nlohmann::json> events_;
+    Events events_;
     sim::Printer printer_;
     std::unique_ptr<sim::UsbPort> port_;
 };
@@ -180,7 +180,7 @@ class Signals {
 // The same happens on every port, whatever signals the host gets meanwhile, and takes as long.
 TEST_F(Usb, ADayIsTheSameOnEveryPort) {
     for (const auto family : {sim::Family::oli, sim::Family::oki}) {
-        std::vector<nlohmann::json> first;
+        Events first;
         for (const bool usb : {false, true}) {
             std::optional<std::int64_t> took;
             for (const auto& [signals, flags, parallel] :
@@ -202,7 +202,7 @@ TEST_F(Usb, ADayIsTheSameOnEveryPort) {
                 }
                 if (line)
                     line->stop();
-                const auto events = usb ? device->takeEvents() : line->takeEvents();
+                const auto events = usb ? device->takeEvents() : shown(line->takeEvents());
                 if (first.empty())
                     first = events;
                 EXPECT_EQ(events, first);

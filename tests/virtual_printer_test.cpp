@@ -162,7 +162,7 @@ void expectPicturesAsTheyAre(sim::Family family, const std::vector<std::string>&
         }
     }
     EXPECT_EQ(YARDO_PR2_ClosePort(), oli ? 0 : -6);
-    EXPECT_EQ(printer.takeMistakes(), std::vector<nlohmann::json>{});
+    EXPECT_EQ(shown(printer.takeMistakes()), Events{});
 }
 
 TEST_F(Day, PicturesComeOutAsTheyAreOnOli) {
@@ -186,7 +186,7 @@ TEST_F(Day, AnswersInPiecesAreReadWhole) {
     EXPECT_STREQ(reinterpret_cast<const char*>(identifier), "PASSBOOKSIM10");
     EXPECT_STREQ(buffer0, "written");
     EXPECT_STREQ(buffer1, "6222020200112233445=4912");
-    EXPECT_EQ(printer.takeMistakes(), std::vector<nlohmann::json>{});
+    EXPECT_EQ(shown(printer.takeMistakes()), Events{});
 }
 
 /// The virtual printer at the other end of a device file, of which the n-th transfer goes wrong.
@@ -196,12 +196,12 @@ class FailingLine : public DeviceFile {
 
     FailingLine(const std::string& path, const sim::Scenario& scenario, Fault fault = none, int at = 0)
         : DeviceFile(path),
-          printer_(scenario, [this](const nlohmann::json& event) { events_.push_back(event); }),
+          printer_(scenario, [this](const sim::Event& event) { events_.push_back(sim::toJson(event)); }),
           fault_(fault),
           at_(at) {}
     int transfers = 0;
 
-    Truth::Events takeEvents() {
+    Events takeEvents() {
         printer_.printWaitingText();
         return std::exchange(events_, {});
     }
@@ -266,7 +266,7 @@ class FailingLine : public DeviceFile {
         short_ = met == cutShort ? piece.size() : 0;
     }
 
-    Truth::Events events_;
+    Events events_;
     sim::Printer printer_;
     Fault fault_;
     int at_;
@@ -296,7 +296,7 @@ class DayOnALine : public Day {
             [&](const Step& step) {
                 ended_ += step.result == PASSBOOK_CANCELLED ? 1 : 0;
                 failed_ += step.result != step.good && step.result != PASSBOOK_CANCELLED ? 1 : 0;
-                const Truth::Events events = line.takeEvents();
+                const Events events = line.takeEvents();
                 if (visible)
                     truth_.hold(step, events);
             });

@@ -2,9 +2,9 @@
 
 #include <chrono>
 #include <cstdint>
-#include <nlohmann/json.hpp>
 #include <string>
 
+#include "sim/event.h"
 #include "sim/program/descriptor.h"
 
 namespace passbook::sim {
@@ -16,7 +16,7 @@ class EventLog {
     [[nodiscard]] bool open(const std::string& path, std::string& error);
     void toStandardOutput();
 
-    void add(const nlohmann::json& event);
+    void add(const Event& event);
 
     /// How many events there have been, also without a file.
     [[nodiscard]] std::uint64_t count() const { return count_; }

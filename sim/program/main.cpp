@@ -12,7 +12,6 @@
 #include <exception>
 #include <functional>
 #include <iostream>
-#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "sim/printer.h"
@@ -77,7 +76,7 @@ class Desk {
         : log_(log),
           pageFile_(options.pageFile),
           printer_(
-              options.scenario, [this](const nlohmann::json& event) { note(event); },
+              options.scenario, [this](const Event& event) { note(event); },
               [this](Page page) { keep(std::move(page)); }) {}
 
     [[nodiscard]] Printer& printer() { return printer_; }
@@ -105,8 +104,8 @@ class Desk {
     }
 
  private:
-    void note(const nlohmann::json& event) {
-        if (pageFile_.pending() && event.at("event") == "answer") {
+    void note(const Event& event) {
+        if (pageFile_.pending() && isAny<event::Answer>(event)) {
             // A host that learns that its page is out finds its picture.
             pageFile_.writeEjected();
         }

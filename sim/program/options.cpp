@@ -7,6 +7,8 @@
 #include <iostream>
 #include <limits>
 
+#include "sim/program/pty_port.h"
+
 namespace passbook::sim {
 
 namespace {
@@ -163,6 +165,10 @@ void addUsb(CLI::App& app, Options& options) {
         ->type_name("KIND:N");
 }
 
+std::string_view nameOf(Family family) {
+    return wire::familyNames.at(static_cast<std::size_t>(family));
+}
+
 /// What the printers of one family don't have, and the other's do.
 struct FamilyOption {
     const char* name;
@@ -213,12 +219,9 @@ void checkFiles(const Options& options) {
 }
 
 void check(const CLI::App& app, const Options& options) {
-    for (const FamilyOption& option : familyOptions) {
-        if (app.count(option.name) > 0 && option.family != options.scenario.family) {
-            throw CLI::ValidationError(
-                option.name, std::string("it is for --family ") + (option.family == Family::oki ? "oki" : "oli"));
-        }
-    }
+    for (const FamilyOption& option : familyOptions)
+        if (app.count(option.name) > 0 && option.family != options.scenario.family)
+            throw CLI::ValidationError(option.name, std::string("it is for --family ").append(nameOf(option.family)));
     for (const char* const option : {"--usb-busy", "--usb-fault"})
         if (app.count(option) > 0 && !options.usb)
             throw CLI::ValidationError(option, "it is for --usb");
@@ -254,7 +257,8 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
     app.set_version_flag("--version", "passbook-sim " PASSBOOK_VERSION);
 
     app.add_option("--family", family, "Command set: oli or oki [oli]")
-        ->check(CLI::IsMember({"oli", "oki"}).description(""))
+        ->check(
+            CLI::IsMember(std::vector<std::string>(wire::familyNames.begin(), wire::familyNames.end())).description(""))
         ->type_name("NAME");
     addFile(app, "--page", options.pageFile, "Keep the picture of the page in this PNG file");
     addFile(app, "--events", options.eventFile,
@@ -295,7 +299,8 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
     try {
         app.parse(argc, argv);
         options.runsHost = options.runsHost || options.usb;
-        scenario.family = family == "oki" ? Family::oki : Family::oli;
+        scenario.family = static_cast<Family>(std::find(wire::familyNames.begin(), wire::familyNames.end(), family) -
+                                              wire::familyNames.begin());
         scenario.paper = paper == "in" ? PaperState::inPlace : PaperState::none;
         check(app, options);
     } catch (const CLI::Success& success) {

@@ -13,6 +13,9 @@
 
 namespace passbook::sim {
 
+/// What a pseudo-terminal hands over in one read, at most.
+inline constexpr std::size_t ptyBlock = 4095;
+
 /// Connects a printer to a pseudo-terminal, which a host opens like a serial port, as often as it likes.
 ///
 /// When the last host closes the line, what it sent is printed, and what it has not read is lost: the next one does not

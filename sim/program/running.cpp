@@ -1,8 +1,5 @@
 #include "sim/program/running.h"
 
-#include <algorithm>
-#include <array>
-#include <string_view>
 #include <utility>
 
 namespace passbook::sim {
@@ -12,13 +9,11 @@ namespace {
 /// How late the end of the object is noticed at most.
 constexpr int roundMs = 20;
 
-constexpr std::array<std::string_view, 5> mistakes = {"unknown", "malformed", "no-paper", "off-page", "bad-value"};
-
 }  // namespace
 
 RunningPrinter::RunningPrinter(Scenario scenario)
     : printer_(
-          std::move(scenario), [this](const nlohmann::json& event) { note(event); },
+          std::move(scenario), [this](const Event& event) { note(event); },
           [this](Page page) { keep(std::move(page)); }),
       port_(PtyPort::open(printer_, error_)) {
     if (port_) {
@@ -44,11 +39,10 @@ void RunningPrinter::serve() {
     (void)port_->takeIn();  // what the host has sent before the end
 }
 
-void RunningPrinter::note(const nlohmann::json& event) {
+void RunningPrinter::note(const Event& event) {
     const std::lock_guard lock(mutex_);
     events_.push_back(event);
-    const std::string_view kind = event.at("event").get_ref<const std::string&>();
-    if (std::find(mistakes.begin(), mistakes.end(), kind) != mistakes.end())
+    if (isMistake(event))
         mistakes_.push_back(event);
 }
 
@@ -58,12 +52,12 @@ void RunningPrinter::keep(Page page) {
     pageEjected_.notify_all();
 }
 
-std::vector<nlohmann::json> RunningPrinter::takeEvents() {
+std::vector<Event> RunningPrinter::takeEvents() {
     const std::lock_guard lock(mutex_);
     return std::exchange(events_, {});
 }
 
-std::vector<nlohmann::json> RunningPrinter::takeMistakes() {
+std::vector<Event> RunningPrinter::takeMistakes() {
     const std::lock_guard lock(mutex_);
     return std::exchange(mistakes_, {});
 }

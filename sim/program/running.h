@@ -6,7 +6,6 @@
 #include <deque>
 #include <memory>
 #include <mutex>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <thread>
@@ -34,22 +33,22 @@ class RunningPrinter {
     void stop();
 
     /// What has happened since the last call, oldest first. Somebody has to take it, or it grows.
-    [[nodiscard]] std::vector<nlohmann::json> takeEvents();
+    [[nodiscard]] std::vector<Event> takeEvents();
     /// Of what has happened since the last call, what tells of a mistake of the host's: bytes that mean nothing, ink
     /// beside the page, printing without paper. It is in takeEvents() as well.
-    [[nodiscard]] std::vector<nlohmann::json> takeMistakes();
+    [[nodiscard]] std::vector<Event> takeMistakes();
     /// The oldest ejected page that has not been taken yet. None if none is ejected for so long.
     [[nodiscard]] std::optional<Page> takePage(std::chrono::milliseconds patience);
 
  private:
     void serve();
-    void note(const nlohmann::json& event);
+    void note(const Event& event);
     void keep(Page page);
 
     std::mutex mutex_;  // of what the thread leaves for others
     std::condition_variable pageEjected_;
-    std::vector<nlohmann::json> events_;
-    std::vector<nlohmann::json> mistakes_;
+    std::vector<Event> events_;
+    std::vector<Event> mistakes_;
     std::deque<Page> pages_;
 
     Printer printer_;
