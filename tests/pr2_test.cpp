@@ -18,6 +18,8 @@ const std::string setUp = "^n^.^l^Q080^Z^J000^T070^&46^#1^a3^R003^S5^l^j";
 
 const std::string tooLong(512, 'x'), hugeText(16 * 1024 * 1024 + 1, 'x'), zeros = "<00><00><00>";
 const Call getIdentifier = call(YARDO_PR2_GetFWID, identifier), readStripe = call(YARDO_PR2_MSR, 0, answer, 64);
+const Call readSecond = call(YARDO_PR2_MSR, 2, answer, 64), readSix = call(YARDO_PR2_MSR, 0, answer, 6);
+const Replies twoStripes = {"hh1<1C>", "hh9<1C>"};
 const Call readBoth = call(YARDO_PR2_MSRALL, answer, 4, answer + 4, 60);
 
 const Dialogue dialogues[] = {
@@ -83,33 +85,15 @@ const Dialogue dialogues[] = {
     {"removal not answered", call(YARDO_PR2_SPB, 10), -20, "^ B^O^ B", {"...C.."}},
 
     {"stripe", readStripe, 0, "^l^YE@@^]", {"hh123<1C>"}, {0, -3}, "123<00><00><1C>#"},
-    {"stripe, header like an end",
-     call(YARDO_PR2_MSR, 2, answer, 64),
-     0,
-     "^l^YEA@^]",
-     {"h<1C>", "1", "<1C>"},
-     {},
-     "1<00><00><1C>#"},
+    {"stripe, header like an end", readSecond, 0, "^l^YEA@^]", {"h<1C>", "1", "<1C>"}, {}, "1<00><00><1C>#"},
     {"empty stripe", readStripe, 0, "^l^YE@@^]", {"hh<1C>"}, {}, "<00><00><1C>#"},
-    {"stripe, full without an end",
-     call(YARDO_PR2_MSR, 0, answer, 6),
-     0,
-     "^l^YE@@^]",
-     {"hh12", "3456"},
-     {},
-     "1234<00><00>#"},
+    {"stripe, full, no end", readSix, 0, "^l^YE@@^]", {"hh12", "3456"}, {}, "1234<00><00>#"},
     {"stripe, no more than a header", call(YARDO_PR2_MSR, 0, answer, 2), 0, "^l^YE@@^]", {"h<1C>"}, {}, "<00><00>#"},
     {"stripe without an end", call(YARDO_PR2_MSR, 1, answer, 64), -4, "^l^YEA@^]", {"hh1"}, {}, "hh1#"},
     {"stripe buffer too short", call(YARDO_PR2_MSR, 1, answer, 1), -1, ""},
     {"no stripe buffer", call(YARDO_PR2_MSR, 1, nullptr, 64), -1, ""},
     // When the first cannot be read the second is; only its result is told.
-    {"both stripes",
-     readBoth,
-     0,
-     "^l^YE@@^]^l^YEA@^]",
-     {"hh1<1C>", "hh9<1C>"},
-     {0, 0, 0, -3},
-     "1<00><00><1C>9<00><00><1C>#"},
+    {"both stripes", readBoth, 0, "^l^YE@@^]^l^YEA@^]", twoStripes, {0, 0, 0, -3}, "1<00><00><1C>9<00><00><1C>#"},
     {"both stripes, one buffer missing", call(YARDO_PR2_MSRALL, nullptr, 64, other, 64), -1, ""},
     {"both stripes, first too short", call(YARDO_PR2_MSRALL, answer, 1, other, 64), -1, ""},
     {"both stripes, second too short", call(YARDO_PR2_MSRALL, answer, 64, other, 1), -1, ""},

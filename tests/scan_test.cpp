@@ -58,6 +58,7 @@ TEST_F(Scan, OkiStreamsBecomeFiles) {
     const std::string head = okiHeader(image.size()), all = spelled(image);
     const std::string line = "read bmp data " + std::to_string(image.size()) + " ok!\n";
     const auto part = [&](std::size_t from, std::size_t count) { return spelled(image.substr(from, count)); };
+    const std::string drop = "XXXXXXXX", first = part(0, 50), rest = part(50, 999);
     // More blocks that are dropped than anybody would wait for, but among others.
     Replies among = {okiHeader(26000)}, fillers(20000, "XXXXXXXX");
     for (int i = 0; i < 13000; ++i)
@@ -74,25 +75,10 @@ TEST_F(Scan, OkiStreamsBecomeFiles) {
         {"whole with the header", {head + all, end, none}, 0, image, "", ""},
         {"both sides, in blocks", both, 0, image, image, line + line},
         {"the back side only", {none, head, all, end}, 0, "", image, line},
-        {"blocks of 8 in between",
-         {head, "XXXXXXXX", part(0, 50), "XXXXXXXX", part(50, 999), end, none},
-         0,
-         image,
-         "",
-         line},
+        {"blocks of 8 in between", {head, drop, first, drop, rest, end, none}, 0, image, "", line},
         {"many blocks of 8", among, 0, std::string(26000, '+'), "", "read bmp data 26000 ok!\n"},
-        {"a block of 8 after a long pause",
-         {head, part(0, 50), "`130`XXXXXXXX", part(50, 999), end, none},
-         0,
-         image,
-         "",
-         line},
-        {"the clock is set",
-         {head, "XXXXXXXX", "`w-7200`XXXXXXXX", "`w7200`XXXXXXXX", all, end, none},
-         0,
-         image,
-         "",
-         line},
+        {"one after a long pause", {head, first, "`130`" + drop, rest, end, none}, 0, image, "", line},
+        {"the clock is set", {head, drop, "`w-7200`" + drop, "`w7200`" + drop, all, end, none}, 0, image, "", line},
         {"more than announced", {head, all, "more", none}, 0, image + "more", "", line + line},
         {"past the size in one block", {head, all + "+", none}, 0, image + "+", "", line},
         {"ended early", {head, part(0, 60), end, none}, 0, image.substr(0, 60), "", ""},
@@ -188,7 +174,13 @@ TEST_F(Scan, OliMessagesBecomeFiles) {
     const std::string header = oliHeader(32, 10), huge = oliHeader(65535, 65535);
     const std::string data = "0123456789abcdefghijABCDEFGHIJ)!@#$%*&'(";  // 32 x 10 pixels of 1 bit
     const std::string more(2000, '+'), nothing = "wd=0 len=0\nreq=0 rv=0 \n";
-    const auto received = [](int count) { return "wd=32 len=10\nreq=40 rv=" + std::to_string(count) + " \n"; };
+    const auto told = [](int width, int height, int count, int wanted) {
+        char text[64];
+        (void)std::snprintf(text, sizeof text, "wd=%d len=%d\nreq=%d rv=%d \n", width, height, wanted, count);
+        return std::string(text);
+    };
+    const auto received = [&](int count) { return told(32, 10, count, 40); };
+    const std::string half = data.substr(0, 20), late = "`130`", end2 = "<03>2    ", back1 = "`w-7200`";
     const struct {
         const char* name;
         Replies messages;
@@ -200,24 +192,12 @@ TEST_F(Scan, OliMessagesBecomeFiles) {
         {"other messages in between", {"?", header, "??", start, data, end10}, 0, data, received(40)},
         {"another row count", {header, start, data, "<03>11   "}, 2, data, received(40)},
         {"a block too long at the end", {header, start, data, "x", end10}, 0, data, received(40)},
-        {"a block that overshoots",
-         {header, start, data.substr(0, 20), data.substr(0, 21), end10},
-         0,
-         "",
-         received(20)},
+        {"a block that overshoots", {header, start, half, half + "x", end10}, 0, "", received(20)},
         {"too much in one block", {header, start, more, end10}, 0, "", received(0)},
         {"data like an end", {header, start, end10, data}, 0, "", received(0)},
         {"no image", {header, end10}, 0, "", ""},
-        {"all of it late",
-         {"`130`" + header, "`130`" + start, "`130`" + data, "`130`x", "`130`" + end10},
-         0,
-         data,
-         received(40)},
-        {"the clock is set",
-         {"`w7200`?", header, start, "`w-7200`" + data, "x", "`w7200`x", end10},
-         0,
-         data,
-         received(40)},
+        {"all late", {late + header, late + start, late + data, late + "x", late + end10}, 0, data, received(40)},
+        {"a clock is set", {"`w7200`?", header, start, back1 + data, "x", "`w7200`x", end10}, 0, data, received(40)},
         {"noise and a header", {"?", "`119`" + header, "`2`?", "`119`" + start, data, end10}, 0, data, received(40)},
         {"noise without an end", {header, "?", "`121`?"}, -40, "", ""},
         {"the same header without an end", {header, header, "`121`" + header}, -40, "", ""},
@@ -236,25 +216,11 @@ TEST_F(Scan, OliMessagesBecomeFiles) {
         {"5 bits",
          {oliHeader(5, 3), start, "<1F>", "<03>3    "},
          0,
-         bytes("18000000 E0000000 00000000"),
-         "wd=5 len=3\nreq=1 rv=1 \n"},
-        {"12 bits",
-         {oliHeader(12, 2), start, "<AB><CD><EF>", "<03>2    "},
-         0,
-         bytes("ABC00000 DEF00000"),
-         "wd=12 len=2\nreq=3 rv=3 \n"},
-        {"3 x 4 bits",
-         {oliHeader(3, 2), start, "<12>4V", "<03>2    "},
-         0,
-         bytes("12300000 45600000"),
-         "wd=3 len=2\nreq=3 rv=3 \n",
-         1},
-        {"1 x 24 bits",
-         {oliHeader(1, 2), start, "abcdef", "<03>2    "},
-         0,
-         bytes("61626300 64656600"),
-         "wd=1 len=2\nreq=6 rv=6 \n",
-         3},
+         bytes("18000000E000000000000000"),
+         told(5, 3, 1, 1)},
+        {"12 bits", {oliHeader(12, 2), start, "<AB><CD><EF>", end2}, 0, bytes("ABC00000DEF00000"), told(12, 2, 3, 3)},
+        {"3 x 4 bits", {oliHeader(3, 2), start, "<12>4V", end2}, 0, bytes("1230000045600000"), told(3, 2, 3, 3), 1},
+        {"1 x 24 bits", {oliHeader(1, 2), start, "abcdef", end2}, 0, bytes("6162630064656600"), told(1, 2, 6, 6), 3},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);

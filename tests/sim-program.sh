@@ -50,7 +50,7 @@ clean() { [ -z "$(ls -A "$TMPDIR")" ]; }
 whole() { tail -c 8 "$1" 2>/dev/null | cmp -s - <(printf 'IEND\xAE\x42\x60\x82'); }
 
 ln -s kept/../kept/page.png "$work/alias"
-for option in '--family escp' '--page-size 150x1073' '--taken-after -1' '--split 0' '--scan-break -1' '--printer-status 0x5' \
+for option in '--family wobble' '--page-size 150x1073' '--taken-after -1' '--split 0' '--scan-break -1' '--printer-status 0x5' \
   '--paper-width 5' '--paper-length 5' '--configuration-result 1' '--stripe0=4 --family=oki' '--stripe1=4 --family=oki' \
   '--printer-status=1 --family=oki' '--scan-rows-error=1 --family=oki' '--usb-busy 1' '--usb-fault short:1' '--events ' '--link '; do
   expect 2 '^$' "^passbook-sim: ${option%%[= ]*}: " --page "$kept/page.png" "${option% *}" "${option#* }"

@@ -251,14 +251,17 @@ ScriptedPort* openScripted() {
     return port;
 }
 
+/// An answer that could not be decoded is remembered beyond the port, as data_len; one that can be clears it.
+void clearLateAnswer(ScriptedPort* port) {
+    port->failWrite = 0;
+    port->replies = {"", "...C.."};
+    EXPECT_EQ(YARDO_PR2_GetPaperStatus(), 4);
+}
+
 void closeScripted(ScriptedPort* port) {
     failAllocation(0);
-    // An answer that could not be decoded is remembered beyond the port; one that can be clears it.
-    if (protocol != nullptr) {
-        port->failWrite = 0;
-        port->replies = {"", "...C.."};
-        EXPECT_EQ(YARDO_PR2_GetPaperStatus(), 4);
-    }
+    if (protocol != nullptr)
+        clearLateAnswer(port);
     (void)YARDO_PR2_ClosePort();
 }
 }  // namespace

@@ -146,10 +146,10 @@ class UsbPrinter {
     std::unique_ptr<sim::UsbPort> port_;
 };
 
-/// Opens the port "USB" with a short time-out, for transfers that shall hang.
-void openUsb() {
-    if (PRSinit("USB") == 0)
-        dynamic_cast<HidUsb&>(*protocol).timeoutMs = 5;
+/// Opens the port "USB", with a short time-out if a transfer shall hang or be answered with nothing.
+void openUsb(int timeoutMs = 0) {
+    if (PRSinit("USB") == 0 && timeoutMs > 0)
+        dynamic_cast<HidUsb&>(*protocol).timeoutMs = timeoutMs;
 }
 
 /// Whether the printer can be used.
@@ -292,8 +292,9 @@ TEST_F(Usb, AnyTransferMayFail) {
         const auto day = steps(family, "USB");
         Truth truth;
         int transfers = 0;
-        const auto spendOn = [&](UsbPrinter& printer) {
-            const bool good = spend(day, openUsb, [&](const Step& step) { truth.hold(step, printer.takeEvents()); });
+        const auto spendOn = [&](UsbPrinter& printer, int timeoutMs = 0) {
+            const bool good = spend(
+                day, [=] { openUsb(timeoutMs); }, [&](const Step& step) { truth.hold(step, printer.takeEvents()); });
             transfers = std::max(transfers, printer->use().transfers);
             return good;
         };
@@ -307,7 +308,7 @@ TEST_F(Usb, AnyTransferMayFail) {
                 SCOPED_TRACE("fault " + std::to_string(i) + " at transfer " + std::to_string(at));
                 UsbPrinter printer({}, scenario(family));
                 printer->setFault(faults[i], at);
-                (void)spendOn(printer);
+                (void)spendOn(printer, 5);
                 printer.expectNothingHeld();
                 if (faults[i] == UsbFault::unplug) {
                     EXPECT_FALSE(printsALine());  // while it is still listed, and when it is not
@@ -347,7 +348,7 @@ TEST_F(Usb, WhatATransferCameTo) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         UsbPrinter printer;
-        openUsb();
+        openUsb(row.fault == sim::UsbFault::hang ? 100 : 1000);
         ASSERT_EQ(SendData(octets("\x1Bj"), 2), 2);
         libusb.transfer = row.transfer;
         printer->setFault(row.fault, 1);
