@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "base/results.h"
+#include "image/handles.h"
 
 namespace passbook {
 
@@ -30,6 +31,22 @@ struct tagRGBQUAD {
     return ((width * bitsPerPixel + 7) / 8 + 3) / 4 * 4;
 }
 
+/// Bytes of all rows of a picture, or -1 when they are beyond what 31 bits hold.
+[[nodiscard]] std::int64_t bmpImageBytes(std::int64_t width, std::int64_t rows, std::int64_t bitsPerPixel);
+
+/// What a BMP file's header says of its picture.
+struct BmpGeometry {
+    int width = 0;         // pixels
+    int storedHeight = 0;  // rows; negative when the file holds them from the top
+    int dataOffset = 0;
+    int bitsPerPixel = 0;
+
+    /// Rows; of any height that is not the least int, to which there is no positive.
+    [[nodiscard]] int rows() const { return storedHeight < 0 ? -storedHeight : storedHeight; }
+    /// Where the file's n-th row stands in the picture, from the top.
+    [[nodiscard]] int fromTop(int stored) const { return storedHeight < 0 ? stored : storedHeight - 1 - stored; }
+};
+
 /// Writes a whole BMP file.
 /// `height` is a positive row count; `bottomUp` not 0 announces rows from the bottom upward (a positive
 /// height in the file), 0 from the top downward (a negative one). `colorMode` 4, 5 or 6 (modulo 8) writes a
@@ -44,9 +61,26 @@ struct tagRGBQUAD {
 /// Results as saveImageASBMP.
 [[nodiscard]] int setBMPHeader(const char* path, int width, int height, int bitsPerPixel);
 
-/// Makes a temporary file (see makeTempFile) that begins as setBMPHeader's do, and opens it for appending the rows.
-/// Null, and no file left, when it cannot be created or its size does not fit the format.
-[[nodiscard]] std::FILE* createTempBmp(const char* path, int width, int height, int bitsPerPixel);
+/// A temporary file (see createTempFile) that begins as setBMPHeader's do, for the rows to be written behind. A disk that
+/// is full is found by whoever reads the file and misses its rows.
+class TempBmp {
+ public:
+    TempBmp() = default;
+    TempBmp(const TempBmp&) = delete;
+    TempBmp& operator=(const TempBmp&) = delete;
+    ~TempBmp() { close(); }
+
+    /// False, and no file left, when it cannot be created or its size does not fit the format. `path` must outlive this
+    /// object.
+    [[nodiscard]] bool create(const char* path, int width, int height, int bitsPerPixel);
+    [[nodiscard]] std::FILE* get() const { return file_.get(); }
+    /// Writes what is left. A file that has no room for its headers even is removed: it would pass for one that is short.
+    void close();
+
+ private:
+    FileHandle file_;
+    const char* path_ = nullptr;
+};
 
 /// Reads a BMP file's geometry, without judging it. `height` keeps its sign: negative is top-down.
 /// 0; -11 the file cannot be opened; -12 it is shorter than its headers.
@@ -60,56 +94,20 @@ struct tagRGBQUAD {
 [[nodiscard]] int getBitmapData(const char* path, unsigned char** buffer, int width, int height, int bitsPerPixel,
                                 int dataOffset);
 
-/// Releases what getBitmapData or expandToGrey handed out. Null is ignored.
+/// Releases what getBitmapData handed out. Null is ignored.
 void freeBitmapData(unsigned char* buffer);
 
 struct FreeBitmapData {
     void operator()(unsigned char* data) const { freeBitmapData(data); }
 };
 
-/// The grey levels that the pixels of a BMP of 1 or 4 bits stand for: the mean of blue, green and red in the
-/// file's colour table or, without one, the even ramp from 0 to 255. Indices behind a short table's end are
-/// black.
-class GreyLevels {
+/// A BMP file's whole picture in memory, of 8, 16, 24 or 32 bits a pixel. BmpReader is for whoever can do without.
+class Bitmap : public BmpGeometry {
  public:
-    /// Reads them. 0; -11 the file cannot be opened; -12 its table is short, or the depth is another one.
-    [[nodiscard]] int load(const char* path, int dataOffset, int bitsPerPixel);
-
-    /// Spreads a row of packed indices, the leftmost pixel in the highest bits, into `width` bytes of grey.
-    void expandRow(const unsigned char* packed, unsigned char* grey, int width) const;
-
- private:
-    unsigned char levels_[16] = {};
-    int bits_ = 1;
-};
-
-/// Turns a loaded picture of 1 or 4 bits per pixel into 8-bit grey (see GreyLevels); `*buffer` is then a new
-/// one and
-/// `*bitsPerPixel` 8. Pictures of 8 and more bits are left alone.
-/// 0; -11, -12 the file's colour table cannot be read; -12 a depth that no BMP has (0, 2, 3, 5 to 7); -13 the
-/// grey picture would be beyond 31 bits; -31 no memory. After a failure `*buffer` is as it was, and still the
-/// caller's.
-[[nodiscard]] int expandToGrey(const char* path, unsigned char** buffer, int width, int rows, int* bitsPerPixel,
-                               int dataOffset);
-
-/// A BMP file's picture in memory, of 8, 16, 24 or 32 bits a pixel.
-class Bitmap {
- public:
-    int width = 0;         // pixels
-    int storedHeight = 0;  // rows; negative when the file holds them from the top
-    int dataOffset = 0;
-    int bitsPerPixel = 0;
     std::unique_ptr<unsigned char, FreeBitmapData> data;  // rows of bmpStrideBytes(width, bitsPerPixel), top row first
 
-    /// Both of the following.
+    /// 0, or a code of BmpReader.
     [[nodiscard]] int load(const char* path);
-    /// The geometry as it stands in the file. 0, or a code of getBitmapInfo.
-    [[nodiscard]] int readInfo(const char* path);
-    /// The rows, those of 1 and 4 bits a pixel as 8-bit grey. 0, or a code of getBitmapData or expandToGrey.
-    [[nodiscard]] int readRows(const char* path);
-
-    /// Rows; of a height that readRows has accepted.
-    [[nodiscard]] int rows() const { return storedHeight < 0 ? -storedHeight : storedHeight; }
 };
 
 /// Fills a grey colour table: the first two entries are cleared whole, then entry i gets i x (255 / (count -

@@ -57,7 +57,7 @@ int saveBitmapData(const char* bmp, const char* destination);
 
 /// Turns a BMP clockwise by 90, 180 or 270 degrees into a top-down one of the same depth, 1 and 4 bits
 /// becoming 8. 0; -1 another angle; -12 depths other than 1, 4, 8, 24, 32; -3 the destination cannot be
-/// created; or a code of getBitmapInfo, getBitmapData, expandToGrey. Nothing is written after a failure.
+/// created; or a code of Bitmap::load. Nothing is written after a failure.
 [[nodiscard]] int rorateImage(const char* source, const char* destination, int angle);
 
 /// Where a turn takes the pixel at (x, y) of a picture of `width` x `height`: to column m0 x + m2 y +

@@ -133,9 +133,7 @@ void freeFileData(unsigned char* buffer) {
 int saveFileData(const char* path, const unsigned char* buffer, int length) {
     if (path == nullptr || buffer == nullptr || length < 0)
         return -3;
-    if (makeTempFile(path) != 0)
-        return -2;
-    const FileHandle file(std::fopen(path, "wb+"));
+    const FileHandle file = createTempFile(path);
     if (file == nullptr)
         return -2;
     // A full disk is found by whoever reads the file and misses its rows.
@@ -201,15 +199,21 @@ void takeTempFileName(char* name, const char* place) {
     } while (lstat(name, &status) == 0 && ++tries < mostTries);
 }
 
-int makeTempFile(const char* name) {
+FileHandle createTempFile(const char* name) {
     // Removing takes away a link, not what it points to; creating exclusively then fails if another came
     // since.
     (void)unlink(name);
     const int descriptor = open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
     if (descriptor < 0)
-        return -1;
-    (void)close(descriptor);
-    return 0;
+        return nullptr;
+    std::FILE* const file = fdopen(descriptor, "wb");
+    if (file == nullptr)
+        (void)close(descriptor);
+    return FileHandle(file);
+}
+
+int makeTempFile(const char* name) {
+    return createTempFile(name) != nullptr ? 0 : -1;
 }
 
 int stripString(unsigned char* text, int length, char separator) {

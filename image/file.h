@@ -83,8 +83,11 @@ void GetTempFileName(char* name, const char* place);
 /// GetTempFileName, but a name that is taken already (by another process that began in the same second) is passed over.
 void takeTempFileName(char* name, const char* place);
 
-/// Makes the temporary file `name` for writing: empty, readable by nobody but the user, and never through a
-/// link that somebody else left there under that name. 0, or -1.
+/// Makes the temporary file `name` and opens it for writing: empty, readable by nobody but the user, and never through a
+/// link that somebody else left there under that name. Null when it cannot be made.
+[[nodiscard]] FileHandle createTempFile(const char* name);
+
+/// The same, for whoever opens it later. 0, or -1.
 [[nodiscard]] int makeTempFile(const char* name);
 
 /// Cuts a text at the first `separator`, which becomes 0. Returns the number of bytes before it, or before

@@ -18,6 +18,7 @@
 #include "image/bmp.h"
 #include "image/convert.h"
 #include "image/file.h"
+#include "image/grey_levels.h"
 #include "image/handles.h"
 
 namespace passbook {
@@ -60,7 +61,7 @@ struct JpegDecoding {
     jpeg_decompress_struct codec{};
     ErrorManager errors{};
     FileHandle source;
-    FileHandle destination;
+    TempBmp destination;
 
     JpegDecoding() = default;
     JpegDecoding(const JpegDecoding&) = delete;
@@ -87,21 +88,22 @@ int JpegDecoding::run(const char* destinationPath) {
     jpeg_calc_output_dimensions(&codec);
     const auto width = static_cast<int>(codec.output_width);
     const auto height = static_cast<int>(codec.output_height);
-    destination.reset(createTempBmp(destinationPath, width, height, 8 * codec.output_components));
-    if (destination == nullptr)
+    if (!destination.create(destinationPath, width, height, 8 * codec.output_components))
         return -2;
     (void)jpeg_start_decompress(&codec);
     const auto stride = static_cast<std::size_t>(bmpStrideBytes(width, 8 * codec.output_components));
-    JSAMPARRAY row = (*codec.mem->alloc_sarray)(reinterpret_cast<j_common_ptr>(&codec), JPOOL_PERMANENT,
-                                                static_cast<JDIMENSION>(stride), 1);
-    std::fill(*row, *row + stride, JSAMPLE{0});
+    // libjpeg-turbo writes to rows that are aligned for it past the cache, and here they are read at once.
+    constexpr std::size_t offAlignment = 16;
+    JSAMPARRAY rows = (*codec.mem->alloc_sarray)(reinterpret_cast<j_common_ptr>(&codec), JPOOL_PERMANENT,
+                                                 static_cast<JDIMENSION>(stride + offAlignment), 1);
+    JSAMPROW row = *rows + offAlignment;
+    std::fill(row, row + stride, JSAMPLE{0});
     while (codec.output_scanline < codec.output_height) {
-        (void)jpeg_read_scanlines(&codec, row, 1);
+        (void)jpeg_read_scanlines(&codec, &row, 1);
         if (codec.output_scanline == codec.output_height)
             (void)jpeg_finish_decompress(&codec);
-        // A full disk is found by whoever reads the file and misses its rows. So is damage behind the last row, for
-        // that one is written when all is well.
-        (void)std::fwrite(*row, 1, stride, destination.get());
+        // Damage behind the last row is found as a full disk is, for that row is written when all is well.
+        (void)std::fwrite(row, 1, stride, destination.get());
     }
     return 0;
 }
@@ -175,11 +177,12 @@ int encode(const char* source, const char* destination, int quality, bool keepEm
             (void)encoding.destination.commit();
         return -2;
     }
+    bufferLargely(encoding.source);
     // What the encoder can hold, and a row at a time of it.
     if (!headed || width < 1 || width > JPEG_MAX_DIMENSION || height < -JPEG_MAX_DIMENSION ||
         height > JPEG_MAX_DIMENSION || dataOffset < 0)
         return -2;
-    if (bits < 8 && encoding.levels.load(source, dataOffset, bits) != 0)
+    if (bits < 8 && encoding.levels.load(encoding.source.get(), dataOffset, bits) != 0)
         return -2;
     encoding.stored.reset(new (std::nothrow) unsigned char[static_cast<std::size_t>(bmpStrideBytes(width, bits))]);
     encoding.grey.reset(new (std::nothrow) unsigned char[static_cast<std::size_t>(width)]);
@@ -198,6 +201,7 @@ int convertJPGtoBMP(const char* source, const char* destination) {
     decoding.source = openForReading(source);
     if (decoding.source == nullptr)
         return -2;
+    bufferLargely(decoding.source);
     return decoding.run(destination);
 }
 

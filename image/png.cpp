@@ -24,7 +24,7 @@ struct PngConversion {
     png_structp png = nullptr;
     png_infop info = nullptr;
     FileHandle source;
-    FileHandle destination;
+    TempBmp destination;
     std::unique_ptr<unsigned char[]> pixels;
     std::unique_ptr<png_bytep[]> rows;
 
@@ -90,11 +90,10 @@ void PngConversion::run(const char* destinationPath) {
     const int passes = png_set_interlace_handling(png);
     png_read_update_info(png, info);
     const int pixelBytes = png_get_channels(png, info);
-    destination.reset(createTempBmp(destinationPath, static_cast<int>(width), static_cast<int>(height), 24));
-    if (destination == nullptr)
+    if (!destination.create(destinationPath, static_cast<int>(width), static_cast<int>(height), 24))
         return;
     copyRows(width, height, pixelBytes, passes);
-    destination.reset();
+    destination.close();
     png_read_end(png, nullptr);
 }
 
@@ -107,8 +106,10 @@ int convertPNGtoBMP(const char* source, const char* destination) {
         return 0;
     conversion.info = png_create_info_struct(conversion.png);
     conversion.source = openForReading(source);
-    if (conversion.info != nullptr && conversion.source != nullptr)
-        conversion.run(destination);
+    if (conversion.info == nullptr || conversion.source == nullptr)
+        return 0;
+    bufferLargely(conversion.source);
+    conversion.run(destination);
     return 0;
 }
 
@@ -124,8 +125,7 @@ int writePNGrow(std::FILE* file, unsigned char* row, int width, int pixelBytes) 
     }
     const auto stride = static_cast<std::size_t>(bmpStrideBytes(width, 24));
     std::fill(to, row + stride, static_cast<unsigned char>(0));
-    // A full disk is found by whoever reads the file and misses its rows.
-    (void)std::fwrite(row, 1, stride, file);
+    (void)std::fwrite(row, 1, stride, file);  // see TempBmp
     return 0;
 }
 

@@ -64,12 +64,10 @@ int rorateImage(const char* source, const char* destination, int angle) {
     if (angle != 90 && angle != 180 && angle != 270)
         return badArgument;
     Bitmap bitmap;
-    if (const int result = bitmap.readInfo(source); result != 0)
+    if (const int result = bitmap.load(source); result != 0)
         return result;
     if (bitmap.bitsPerPixel > 8 && bitmap.bitsPerPixel != 24 && bitmap.bitsPerPixel != 32)
         return shortFile;
-    if (const int result = bitmap.readRows(source); result != 0)
-        return result;
 
     int matrix[4] = {};
     int newWidth = 0;

@@ -26,7 +26,7 @@ int ResetPrint_OKI();
 /// Prints a BMP file with its top left corner `x` to the right of the head and `y` below the paper's place.
 /// With `eject` the document is ejected afterwards, however the printing ended; `unused` has no effect. 0; -3
 /// a run of columns was not sent whole and the rest was not sent; -11, -12, -13, -31 the file cannot be
-/// printed (see getBitmapData, expandToGrey) or there is no memory: nothing is sent and nothing ejected, but
+/// printed (see OneBitPicture) or there is no memory: nothing is sent and nothing ejected, but
 /// that the lack of a work buffer still ejects.
 [[nodiscard]] int PrintBmp_OKI(const char* path, bool eject, bool unused, int x, int y);
 

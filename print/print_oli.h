@@ -51,7 +51,7 @@ namespace passbook {
 /// after each inked strip of 24 rows. With `eject` the document is ejected afterwards, however the printing
 /// ended. 0; -3 a run of columns was not sent whole and the rest was not sent; -1 a position does not fit:
 /// with nothing sent when x, y or the last row does not, in the middle when a later run would lie too far to
-/// the right; -11, -12, -13, -31 the file cannot be printed (see getBitmapData, expandToGrey) or there is no
+/// the right; -11, -12, -13, -31 the file cannot be printed (see OneBitPicture) or there is no
 /// memory: nothing is sent and nothing ejected, but that the lack of a work buffer still ejects.
 [[nodiscard]] int PrintBmp_OLI(const char* path, bool eject, int x, int y);
 

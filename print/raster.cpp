@@ -1,9 +1,11 @@
 #include "print/raster.h"
 
 #include <cstring>
-#include <utility>
+#include <new>
 
+#include "base/results.h"
 #include "image/bmp.h"
+#include "image/bmp_reader.h"
 #include "print/threshold.h"
 
 namespace passbook {
@@ -20,14 +22,24 @@ void BinaryImage(int width, int height, int bitsPerPixel, unsigned char* data, i
 }
 
 int OneBitPicture::load(const char* path) {
-    Bitmap bitmap;
-    if (const int result = bitmap.load(path); result != 0)
+    BmpReader reader;
+    if (const int result = reader.openExpanded(path); result != 0)
         return result;
-    width = bitmap.width;
-    height = bitmap.rows();
-    data = std::move(bitmap.data);
-    BinaryImage(width, height, bitmap.bitsPerPixel, data.get(), inkThreshold);
-    return 0;
+    width = reader.geometry.width;
+    height = reader.geometry.rows();
+    const std::size_t stride = oneBitStrideBytes(width);
+    data.reset(new (std::nothrow) unsigned char[stride * static_cast<std::size_t>(height)]);
+    if (data == nullptr)
+        return noMemory;
+    for (int stored = 0; stored < height; ++stored) {
+        const unsigned char* const row = reader.next();
+        if (row == nullptr)
+            return shortFile;
+        thresholdRow(row, reader.geometry.bitsPerPixel,
+                     data.get() + static_cast<std::size_t>(reader.geometry.fromTop(stored)) * stride, width,
+                     inkThreshold);
+    }
+    return success;
 }
 
 int isBlankRow(int width, const unsigned char* row) {

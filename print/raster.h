@@ -5,9 +5,6 @@
 
 #include <cstddef>
 #include <memory>
-
-#include "image/bmp.h"
-
 namespace passbook {
 
 /// Rows of a strip: the pins of the print head.
@@ -27,13 +24,13 @@ inline constexpr int inkThreshold = 200;
 /// least 8. Bits and bytes of a row behind its last pixel are undefined.
 void BinaryImage(int width, int height, int bitsPerPixel, unsigned char* data, int threshold);
 
-/// A BMP file's picture, ready for the walk: loaded, brought to a depth that BinaryImage takes, thresholded.
+/// A BMP file's picture, ready for the walk: thresholded row by row as it is read, so that no more of it is ever held.
 struct OneBitPicture {
     int width = 0;
-    int height = 0;                                       // rows, whatever their order in the file
-    std::unique_ptr<unsigned char, FreeBitmapData> data;  // rows of oneBitStrideBytes(width) bytes
+    int height = 0;                         // rows, whatever their order in the file
+    std::unique_ptr<unsigned char[]> data;  // rows of oneBitStrideBytes(width) bytes, top row first
 
-    /// 0, or a code of Bitmap::load.
+    /// 0, or a code of BmpReader.
     [[nodiscard]] int load(const char* path);
 };
 
