@@ -1,44 +1,47 @@
+#include <sys/mman.h>
+
 #include <algorithm>
-#include <cstdint>
-#include <cstdlib>
+#include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <new>
 
+#include "base/results.h"
 #include "image/bmp.h"
+#include "image/bmp_reader.h"
 #include "image/convert.h"
-#include "image/file.h"
+#include "image/turn.h"
 
 namespace passbook {
 
 namespace {
 
-/// Where pixels go in the destination: the place of the first, and the steps to the place of the next one to
-/// the right and the next one below, in bytes.
-struct Path {
-    std::ptrdiff_t start, perColumn, perRow;
-};
-
-/// Copies in tiles: a quarter turn writes down the columns, and a column of the whole picture does not stay
-/// in the cache until its neighbour is written.
-template <int PixelBytes>
-void turn(const unsigned char* source, std::size_t sourceStride, unsigned char* destination, Path path, int width,
-          int height) {
-    constexpr int tile = 64;
-    for (int top = 0; top < height; top += tile) {
-        const int bottom = std::min(top + tile, height);
-        for (int left = 0; left < width; left += tile) {
-            const int right = std::min(left + tile, width);
-            for (int y = top; y < bottom; ++y) {
-                const unsigned char* from =
-                    source + static_cast<std::size_t>(y) * sourceStride + static_cast<std::size_t>(left) * PixelBytes;
-                unsigned char* to = destination + path.start + path.perRow * y + path.perColumn * left;
-                for (int x = left; x < right; ++x, from += PixelBytes, to += path.perColumn)
-                    std::memcpy(to, from, PixelBytes);
-            }
-        }
+/// Memory for a whole picture. The system is asked to hand it out in pieces of megabytes: by 4 KB, that takes longer than
+/// reading the picture. It is free to do as it likes.
+class PictureMemory {
+ public:
+    explicit PictureMemory(std::size_t size) {
+        std::size_t space = size + largePage;
+        memory_.reset(new (std::nothrow) unsigned char[space]);
+        void* start = memory_.get();
+        if (start == nullptr)
+            return;
+        start_ = static_cast<unsigned char*>(std::align(largePage, size, start, space));
+#ifdef MADV_HUGEPAGE
+        (void)madvise(start_, size, MADV_HUGEPAGE);
+#endif
     }
-}
+    [[nodiscard]] unsigned char* get() const {
+        return start_;
+    }
+
+ private:
+    static constexpr std::size_t largePage = std::size_t{2} * 1024 * 1024;
+
+    std::unique_ptr<unsigned char[]> memory_;
+    unsigned char* start_ = nullptr;  // null without memory
+};
 
 }  // namespace
 
@@ -63,38 +66,39 @@ void calcRorateRange(int width, int height, int angle, int matrix[4], int* newWi
 int rorateImage(const char* source, const char* destination, int angle) {
     if (angle != 90 && angle != 180 && angle != 270)
         return badArgument;
-    Bitmap bitmap;
-    if (const int result = bitmap.load(source); result != 0)
+    BmpReader reader;
+    if (const int result = reader.openExpanded(source); result != 0)
         return result;
-    if (bitmap.bitsPerPixel > 8 && bitmap.bitsPerPixel != 24 && bitmap.bitsPerPixel != 32)
+    const BmpGeometry& picture = reader.geometry;
+    const int bits = picture.bitsPerPixel;
+    if (bits != 8 && bits != 24 && bits != 32)
         return shortFile;
-
-    int matrix[4] = {};
-    int newWidth = 0;
-    int newHeight = 0;
-    int xOffset = 0;
-    int yOffset = 0;
-    calcRorateRange(bitmap.width, bitmap.rows(), angle, matrix, &newWidth, &newHeight, &xOffset, &yOffset);
-    const int pixelBytes = bitmap.bitsPerPixel / 8;
-    const auto sourceStride = static_cast<std::size_t>(bmpStrideBytes(bitmap.width, bitmap.bitsPerPixel));
-    const auto stride = static_cast<std::ptrdiff_t>(bmpStrideBytes(newWidth, bitmap.bitsPerPixel));
-    // A tall, narrow picture grows by its fill bytes when it is turned, at most fourfold: no overflow in 64 bits, but
-    // maybe more than a file can say.
-    const auto size = static_cast<std::size_t>(stride) * static_cast<std::size_t>(newHeight);
-    if (size > static_cast<std::size_t>(INT32_MAX) - bmpHeaderBytes)
-        return -3;
-    const std::unique_ptr<unsigned char[]> turned(new (std::nothrow) unsigned char[size]);
-    if (turned == nullptr)
+    Turn turn;
+    turn.strideBytes = static_cast<std::ptrdiff_t>(bmpStrideBytes(picture.width, bits));
+    turn.pixelBytes = bits / 8;
+    calcRorateRange(picture.width, picture.rows(), angle, turn.matrix, &turn.newWidth, &turn.newHeight, &turn.xOffset,
+                    &turn.yOffset);
+    // Beside the picture, only a band of the turned one is held.
+    const int bandRows = std::min(64, turn.newHeight);
+    const auto rowBytes = static_cast<std::size_t>(bmpStrideBytes(turn.newWidth, bits));
+    const std::size_t bandBytes = rowBytes * static_cast<std::size_t>(bandRows);
+    const PictureMemory pixels(static_cast<std::size_t>(turn.strideBytes * picture.rows() + Turn::bytesBehind));
+    const std::unique_ptr<unsigned char[]> band(new (std::nothrow) unsigned char[bandBytes]);
+    if (pixels.get() == nullptr || band == nullptr)
         return noMemory;
-    std::memset(turned.get(), 0xFF, size);  // white, also between the rows
-    const Path path{xOffset * pixelBytes + yOffset * stride, matrix[0] * pixelBytes + matrix[1] * stride,
-                    matrix[2] * pixelBytes + matrix[3] * stride};
-    const auto copy = pixelBytes == 1 ? turn<1> : pixelBytes == 3 ? turn<3> : turn<4>;
-    copy(bitmap.data.get(), sourceStride, turned.get(), path, bitmap.width, bitmap.rows());
-
-    if (makeTempFile(destination) != 0)
+    if (!reader.readAll(pixels.get()))
+        return shortFile;
+    turn.pixels = pixels.get();
+    std::memset(band.get(), 0xFF, bandBytes);  // white, also between the rows
+    TempBmp turned;
+    if (!turned.create(destination, turn.newWidth, turn.newHeight, bits))
         return -3;
-    return saveImageASBMP(newWidth, newHeight, bitmap.bitsPerPixel, 0, 0, turned.get(), destination);
+    for (int first = 0; first < turn.newHeight; first += bandRows) {
+        const int count = std::min(bandRows, turn.newHeight - first);
+        turn.rows(first, count, band.get(), rowBytes);
+        (void)std::fwrite(band.get(), rowBytes, static_cast<std::size_t>(count), turned.get());
+    }
+    return 0;
 }
 
 }  // namespace passbook
