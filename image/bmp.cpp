@@ -24,17 +24,6 @@ std::int64_t writableBytes(int width, int height, int bitsPerPixel) {
     return size <= maxBytes - bmpHeaderBytes ? size : -1;
 }
 
-/// Creates `path` with the header and `size` bytes of rows behind it. 0 or -3.
-int writeFile(const char* path, const BmpHeader& header, const unsigned char* rows, std::size_t size) {
-    OutputFile file;
-    if (!file.create(path))
-        return -3;
-    header.write(file.get());
-    if (size > 0)
-        (void)std::fwrite(rows, 1, size, file.get());  // commit() tells
-    return file.commit() ? 0 : -3;
-}
-
 /// Reads all rows into a new buffer, null after a failure.
 int readAll(BmpReader& reader, unsigned char** buffer) {
     const BmpGeometry& picture = reader.geometry;
@@ -58,27 +47,36 @@ std::int64_t bmpImageBytes(std::int64_t width, std::int64_t rows, std::int64_t b
     return stride * rows;
 }
 
-int saveImageASBMP(int width, int height, int bitsPerPixel, int bottomUp, char colorMode, const unsigned char* data,
-                   const char* path) {
+int createBmp(OutputFile& file, int width, int height, int bitsPerPixel, int bottomUp, char colorMode,
+              const char* path) {
     if (path == nullptr)
         return -2;
     const std::int64_t size = writableBytes(width, height, bitsPerPixel);
-    if (size < 0)
+    if (size < 0 || !file.create(path))
         return -3;
+    file.bufferLargely();
     const int mode = static_cast<unsigned char>(colorMode) % 8;
     const int bitCount = mode >= 4 && mode <= 6 ? 24 : bitsPerPixel;
-    return writeFile(path,
-                     BmpHeader(width, bottomUp != 0 ? height : -height, bitCount, static_cast<std::uint32_t>(size)),
-                     data, static_cast<std::size_t>(size));
+    BmpHeader(width, bottomUp != 0 ? height : -height, bitCount, static_cast<std::uint32_t>(size)).write(file.get());
+    return success;
+}
+
+int saveImageASBMP(int width, int height, int bitsPerPixel, int bottomUp, char colorMode, const unsigned char* data,
+                   const char* path) {
+    OutputFile file;
+    if (const int result = createBmp(file, width, height, bitsPerPixel, bottomUp, colorMode, path); result != 0)
+        return result;
+    const auto size = static_cast<std::size_t>(bmpImageBytes(width, height, bitsPerPixel));
+    if (size > 0)
+        (void)std::fwrite(data, 1, size, file.get());  // commit() tells
+    return file.commit() ? 0 : -3;
 }
 
 int setBMPHeader(const char* path, int width, int height, int bitsPerPixel) {
-    if (path == nullptr)
-        return -2;
-    const std::int64_t size = writableBytes(width, height, bitsPerPixel);
-    if (size < 0)
-        return -3;
-    return writeFile(path, BmpHeader(width, -height, bitsPerPixel, static_cast<std::uint32_t>(size)), nullptr, 0);
+    OutputFile file;
+    if (const int result = createBmp(file, width, height, bitsPerPixel, 0, 0, path); result != 0)
+        return result;
+    return file.commit() ? 0 : -3;
 }
 
 bool TempBmp::create(const char* path, int width, int height, int bitsPerPixel) {

@@ -15,6 +15,8 @@
 
 namespace passbook {
 
+class OutputFile;
+
 /// Bytes from the start of a BMP file to the end of its information header.
 inline constexpr int bmpHeaderBytes = 54;
 
@@ -46,6 +48,11 @@ struct BmpGeometry {
     /// Where the file's n-th row stands in the picture, from the top.
     [[nodiscard]] int fromTop(int stored) const { return storedHeight < 0 ? stored : storedHeight - 1 - stored; }
 };
+
+/// Creates a BMP file up to its rows, which the caller writes behind: as saveImageASBMP does, with its results. Whether all
+/// could be written, OutputFile tells in the end.
+[[nodiscard]] int createBmp(OutputFile& file, int width, int height, int bitsPerPixel, int bottomUp, char colorMode,
+                            const char* path);
 
 /// Writes a whole BMP file.
 /// `height` is a positive row count; `bottomUp` not 0 announces rows from the bottom upward (a positive

@@ -35,6 +35,8 @@ class OutputFile {
     /// must outlive this object.
     [[nodiscard]] bool create(const char* path);
     [[nodiscard]] std::FILE* get() const { return file_.get(); }
+    /// See the function of that name; for a file that was just created.
+    void bufferLargely() { passbook::bufferLargely(file_); }
     /// Closes the file. False, and it is gone, when not all of it could be written.
     [[nodiscard]] bool commit();
 

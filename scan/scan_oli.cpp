@@ -14,6 +14,7 @@
 #include "device/device.h"
 #include "device/outcome.h"
 #include "image/bmp.h"
+#include "image/file.h"
 #include "scan/exchange.h"
 #include "scan/scan.h"
 #include "status/status.h"
@@ -84,25 +85,26 @@ struct Message {
     }
 };
 
-/// Brings rows of `rowBits` bits, one behind the other in `packedBytes` bytes, to the BMP's stride with zeros, in
-/// place. The last row's last bits may be missing. `rowBits` is no multiple of the stride's bits.
-void padRows(unsigned char* data, std::size_t packedBytes, std::size_t rowBits, std::size_t stride, std::size_t rows) {
-    const std::size_t rowBytes = (rowBits + 7) / 8;
-    const auto at = [&](std::size_t i) { return i < packedBytes ? static_cast<unsigned>(data[i]) : 0U; };
-    // From the end, for every row moves up, and ends above all that is still to be read.
-    for (std::size_t row = rows; row-- > 0;) {
-        const std::size_t first = row * rowBits / 8;
+/// Rows of `rowBits` bits each, one behind the other. The last one's last bits may be missing.
+struct PackedRows {
+    const unsigned char* data;
+    std::size_t bytes;
+    std::size_t rowBits;
+
+    /// Brings a row to its first byte, and fills it up with zeros to `stride` bytes.
+    void unpack(std::size_t row, unsigned char* out, std::size_t stride) const {
+        const std::size_t first = row * rowBits / 8, rowBytes = (rowBits + 7) / 8;
         const unsigned shift = row * rowBits % 8;
-        unsigned char* target = data + row * stride;
-        for (std::size_t i = rowBytes; i-- > 0;) {
+        const auto at = [&](std::size_t i) { return i < bytes ? static_cast<unsigned>(data[i]) : 0U; };
+        for (std::size_t i = 0; i < rowBytes; ++i) {
             const unsigned two = at(first + i) << 8 | at(first + i + 1);
-            target[i] = static_cast<unsigned char>(two >> (8 - shift));
+            out[i] = static_cast<unsigned char>(two >> (8 - shift));
         }
         if (rowBits % 8 != 0)  // what follows in the last byte is the next row's
-            target[rowBytes - 1] = static_cast<unsigned char>(target[rowBytes - 1] & (0xFF00U >> (rowBits % 8)));
-        std::fill(target + rowBytes, target + stride, static_cast<unsigned char>(0));
+            out[rowBytes - 1] = static_cast<unsigned char>(out[rowBytes - 1] & (0xFF00U >> (rowBits % 8)));
+        std::fill(out + rowBytes, out + stride, static_cast<unsigned char>(0));
     }
-}
+};
 
 /// Receives the current side of a job.
 class SideReceiver {
@@ -119,6 +121,7 @@ class SideReceiver {
     bool receiveImage();
     bool receiveData();
     void drainToEnd();
+    [[nodiscard]] bool writeFile() const;
     void save();
 
     static constexpr int blockBytes = 16384;
@@ -177,9 +180,9 @@ bool SideReceiver::receiveImage() {
     entry.requiredBytes = fits ? static_cast<std::int32_t>(required) : std::numeric_limits<std::int32_t>::max();
     entry.receivedBytes = 0;
     position_ = 0;
-    // Room for the file's fill bytes as well, so that nothing can fail any more once the image is there.
-    const std::int64_t inFile = bmpStrideBytes(entry.width, bitsPerPixel_) * entry.height;
-    const auto room = static_cast<std::size_t>(std::max(required + spareBytes, inFile));
+    // Room for a row of the file as well, so that nothing can fail any more once the image is there.
+    const auto room = static_cast<std::size_t>(
+        required + std::max<std::int64_t>(spareBytes, bmpStrideBytes(entry.width, bitsPerPixel_)));
     data_.reset(fits ? new (std::nothrow) unsigned char[room] : nullptr);
     entry.imageData = data_.get();
     entry.startTag = message_.bytes[1];
@@ -246,16 +249,31 @@ void SideReceiver::drainToEnd() {
     record_.result = message_.length != 0 ? noMemory : imageBrokenOff;
 }
 
-void SideReceiver::save() {
-    scanEntry& entry = record_.current();
+/// Writes what was received as a BMP file. False when there is none in the end.
+bool SideReceiver::writeFile() const {
+    const scanEntry& entry = record_.current();
     const auto rowBits = static_cast<std::size_t>(entry.width) * static_cast<std::size_t>(bitsPerPixel_);
     const auto stride = static_cast<std::size_t>(bmpStrideBytes(entry.width, bitsPerPixel_));
-    if (rowBits % 32 != 0)
-        padRows(data_.get(), static_cast<std::size_t>(entry.requiredBytes), rowBits, stride, entry.height);
-    entry.imageSize = entry.requiredBytes;
-    // A file that cannot be made has no code; the host misses it.
-    if (saveImageASBMP(entry.width, entry.height, bitsPerPixel_, record_.direction,
-                       static_cast<char>(record_.colorMode), data_.get(), entry.fileName) == 0)
+    const auto colorMode = static_cast<char>(record_.colorMode);
+    if (rowBits % 32 == 0)
+        return saveImageASBMP(entry.width, entry.height, bitsPerPixel_, record_.direction, colorMode, data_.get(),
+                              entry.fileName) == 0;
+    // The rows get their fill bytes on their way into the file: what was received is read once, and not written again.
+    const PackedRows rows{data_.get(), static_cast<std::size_t>(entry.requiredBytes), rowBits};
+    unsigned char* const row = data_.get() + entry.requiredBytes;
+    OutputFile file;
+    if (createBmp(file, entry.width, entry.height, bitsPerPixel_, record_.direction, colorMode, entry.fileName) != 0)
+        return false;
+    for (std::size_t y = 0; y < entry.height; ++y) {
+        rows.unpack(y, row, stride);
+        (void)std::fwrite(row, 1, stride, file.get());
+    }
+    return file.commit();
+}
+
+void SideReceiver::save() {
+    record_.current().imageSize = record_.current().requiredBytes;
+    if (writeFile())  // a file that cannot be made has no code; the host misses it
         havePart(record_.side);
     haveDone(position_, position_);
 }
