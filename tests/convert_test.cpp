@@ -270,20 +270,6 @@ TEST_F(Conversion, AScannedPictureGetsItsName) {
     (void)umask(mask);
 }
 
-TEST_F(Conversion, TurnsKeepEveryDepth) {
-    for (const int bits : {4, 32}) {
-        Picture picture(4, 4), turned(4, 4);  // their rows need no fill
-        for (int i = 0; i < 16; ++i)
-            turned.at(3 - i / 4, i % 4) = picture.at(i % 4, i / 4) = static_cast<std::uint8_t>(17 * i);
-        EXPECT_EQ(convertFresh(turn<90>, picture.bmp(bits, false)), 0);
-        EXPECT_EQ(permissions(bmp), 0600U);
-        writeFile(jpg, turned.bmp(std::max(bits, 8), true));
-        EXPECT_EQ(LoadedBmp(bmp).rows, LoadedBmp(jpg).rows) << bits;
-    }
-    EXPECT_EQ(convertFresh(turn<180>, inkedPicture(1, 2, {0, 1}, {0}).bmp(24, true)), 0);
-    EXPECT_EQ(LoadedBmp(bmp).rows, bytes("000000FF 000000FF"));  // white between the rows
-}
-
 TEST_F(Conversion, Base64) {
     const std::tuple<std::string, int, std::string> rows[] = {
         {"QQ==QUJD", 0, "AA"},        {"Q===QUJD", 0, "@A"}, {"QUJ\nQUJD", 0, "ABP"}, {"QU JD\r\n\n", 0, "ABC"},

@@ -1,8 +1,4 @@
-#include "print/raster.h"
-
 #include <gtest/gtest.h>
-
-#include <bitset>
 
 #include "api/passbook.h"
 #include "print/print_oli.h"
@@ -10,23 +6,6 @@
 
 namespace passbook::tests {
 namespace {
-
-TEST(Binarise, ThresholdsEachDepth) {
-    const struct {
-        int bits, width;
-        std::string pixels, ink;  // one row
-    } rows[] = {
-        {8, 4, "C7 C8 00 FF", "1010"},
-        {24, 3, "FF FF 5A 00 00 FF FF FF 59 00 00 00", "011"},
-        {32, 3, "FF FF 5A 00 FF FF 59 FF 00 00 FF FF", "011"},
-        {16, 2, "00 FF 00 FF", "10"},  // the byte at the pixel's index, not the pixel's own
-    };
-    for (const auto& row : rows) {
-        std::string data = bytes(row.pixels);
-        BinaryImage(row.width, 1, row.bits, reinterpret_cast<unsigned char*>(data.data()), 200);
-        EXPECT_EQ(std::bitset<8>(octets(data.data())[0]).to_string().substr(0, row.ink.size()), row.ink) << row.bits;
-    }
-}
 
 TEST(OliPicture, GoesWhereItBelongs) {
     const TemporaryDirectory directory;
