@@ -178,6 +178,7 @@ int encode(const char* source, const char* destination, int quality, bool keepEm
         return -2;
     }
     bufferLargely(encoding.source);
+    encoding.destination.bufferLargely();
     // What the encoder can hold, and a row at a time of it.
     if (!headed || width < 1 || width > JPEG_MAX_DIMENSION || height < -JPEG_MAX_DIMENSION ||
         height > JPEG_MAX_DIMENSION || dataOffset < 0)

@@ -28,7 +28,9 @@ int random(int from, int to) {
 /// more than asked for, so that the sanitizers see what is read behind it.
 Bytes noise(std::int64_t size) {
     constexpr std::pair<int, int> kinds[] = {{200, 255}, {0, 199}, {196, 203}, {0, 255}, {0, 0}};
-    Bytes noise(static_cast<std::size_t>(size));
+    Bytes noise;
+    noise.reserve(1);  // nothing has an address, too
+    noise.resize(static_cast<std::size_t>(size));
     for (std::size_t i = 0, left = 0, kind = 0; i < noise.size(); ++i, --left) {
         if (left == 0) {
             left = static_cast<std::size_t>(random(1, 300));
