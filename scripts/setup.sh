@@ -16,13 +16,18 @@ needs=(  # what to look for, and the package that has it
   # the tests
   'header gtest/gtest.h : libgtest-dev'
 )
-case ${1:-} in
-  bench) needs+=('header benchmark/benchmark.h : libbenchmark-dev') ;;
-  lint) needs+=('header benchmark/benchmark.h : libbenchmark-dev' 'command clang-tidy-14 : clang-tidy-14') ;;
-esac
 wanted=(  # building and testing go on without: the formatting is not checked then, pages show another font
   'command clang-format-14 : clang-format-14' 'font WenQuanYi Micro Hei Mono : fonts-wqy-microhei'
 )
+case ${1:-} in
+  bench)
+    needs+=('header benchmark/benchmark.h : libbenchmark-dev' 'command python3 : python3')
+    wanted+=(  # what we are held against
+      'command bmptopnm : netpbm' 'command djpeg : libjpeg-turbo-progs' 'command gs : ghostscript'
+      'command /usr/lib/cups/filter/imagetoraster : cups-filters' 'command ppdc : cups-ppdc'
+    ) ;;
+  lint) needs+=('header benchmark/benchmark.h : libbenchmark-dev' 'command clang-tidy-14 : clang-tidy-14') ;;
+esac
 
 here() {  # KIND NAME
   case $1 in
