@@ -110,7 +110,7 @@ def table(series):
     for name, goal, ours, other, times_as_long, our_name, other_name in JOBS:
         missing = [command[0] for command in other("a") if shutil.which(command[0]) is None]
         if missing:
-            print(f"| {name} | skipped: `{"`, `".join(missing)}` not found | {goal} | | | | |")
+            print(f"| {name} | skipped, for there is no {' and no '.join(missing)} | {goal} | | | | |")
             continue
         found = [pairs(ours(page), other(page), 7 if page == "c" else 31) for page in SIZES]
         time, others, ratio, peak, others_peak = zip(*found)

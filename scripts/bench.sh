@@ -15,7 +15,7 @@ build/default/bench/passbook_scan_bench
 cups=$PWD/build/cups
 if [ ! -e /usr/lib/cups/filter/rastertoepson ] && [ -e /usr/lib/cups/filter/imagetoraster ]; then
   mkdir -p "$cups"
-  (cd "$cups" && { [ -e usr/lib/cups/filter/rastertoepson ] || { apt-get -qq download cups && dpkg -x cups_*.deb .; }; } &&
+  (cd "$cups" && { [ -e usr/lib/cups/filter/rastertoepson ] || { apt-get -qq download cups 2>/dev/null && dpkg -x cups_*.deb .; }; } &&
     ln -sf /usr/lib/cups/filter/imagetoraster usr/lib/cups/filter/) &&
     export CUPS_SERVERBIN=$cups/usr/lib/cups || echo "bench: going on without CUPS's filter for the printer"
 fi
