@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::string_view open = " YARDO_PR2_OpenPort ";
 constexpr std::string_view init = " YARDO_PR2_InitPrinter ";
-constexpr std::string_view text = " YARDO_PR2_PrintData ";
+constexpr std::string_view text = " YARDO_PR2_PrintData passbook_print_text ";
 constexpr std::string_view settings =
     " YARDO_PR2_SetFormat YARDO_PR2_SetLineSpace YARDO_PR2_SetUnderLine YARDO_PR2_LR ";
 constexpr std::string_view movesDocument = " YARDO_PR2_InsertPaper YARDO_PR2_EjectPaper YARDO_PR2_SPB ";
@@ -28,11 +28,12 @@ constexpr std::string_view needPort =
     "YARDO_PR2_SetLineSpace YARDO_PR2_SetUnderLine YARDO_PR2_LR YARDO_PR2_InsertPaper YARDO_PR2_EjectPaper "
     "YARDO_PR2_ClearError YARDO_PR2_CLearAll YARDO_PR2_GetFWID YARDO_PR2_GetPrinterStatus YARDO_PR2_GetPaperStatus "
     "YARDO_PR2_MSR YARDO_PR2_MSW YARDO_PR2_MSRALL YARDO_PR2_SPB YARDO_PrintBmpOLI YARDO_ScantoFileOKI "
-    "YARDO_ScantoFileOLI ";
+    "YARDO_ScantoFileOLI passbook_print_text ";
 constexpr std::string_view badArguments =
-    " YARDO_PR2_Command YARDO_PR2_PrintData YARDO_PR2_SetLineSpace YARDO_PR2_GetFWID YARDO_PR2_MSR YARDO_PR2_MSW "
+    " YARDO_PR2_Command YARDO_PR2_PrintData passbook_print_text YARDO_PR2_SetLineSpace YARDO_PR2_GetFWID YARDO_PR2_MSR "
+    "YARDO_PR2_MSW "
     "YARDO_PR2_MSRALL YARDO_ScantoFileOKI YARDO_ScantoFileOLI PT_Eject passbook_oki_paper ";
-constexpr std::string_view ptText = " PT_PrintTxtFile PT_PrintTxtStream ";
+constexpr std::string_view ptText = " PT_PrintTxtFile PT_PrintTxtStream passbook_oki_print_text ";
 constexpr std::string_view ptImage =
     " PT_PrintImageFile PT_PrintImageStream PT_PrintImageFileRevolve PT_PrintImageStreamRevolve ";
 constexpr std::string_view ptEject = " PT_Eject ";
@@ -41,7 +42,7 @@ constexpr std::string_view okiPaper = " passbook_oki_paper ";
 constexpr std::string_view canBeEnded =
     " YARDO_PR2_InitPrinter YARDO_PR2_PrintData YARDO_PR2_MSR YARDO_PR2_MSRALL YARDO_PR2_SPB YARDO_PrintBmpOLI "
     "YARDO_ScantoFileOKI YARDO_ScantoFileOLI PT_PrintTxtFile PT_PrintTxtStream PT_PrintImageFile PT_PrintImageStream "
-    "PT_PrintImageFileRevolve PT_PrintImageStreamRevolve ";
+    "PT_PrintImageFileRevolve PT_PrintImageStreamRevolve passbook_print_text passbook_oki_print_text ";
 
 constexpr const char* nothing = "Nothing of this call is on the paper.";
 constexpr const char* upperPart = "Nothing, or the upper part of the picture.";

@@ -78,8 +78,8 @@
  *                                                                                   other programs on the port
  *   InitPrinter       -30             nothing                    yes                see to the printer
  *   InsertPaper       -3              nothing                    yes, harmless      ask GetPaperStatus
- *   PrintData         -3              nothing, a part, or all    look first         InitPrinter, then this line or the
- *                                                                                   next one
+ *   PrintData,        -3              nothing, a part, or all    look first         InitPrinter, then this line or the
+ *   passbook_print_text                                                             next one
  *   SetFormat,        -3              nothing                    yes, harmless      positions are absolute: paper that
  *   SetLineSpace,                                                                   has moved does not matter
  *   SetUnderLine, LR
@@ -98,9 +98,9 @@
  *   GetFWID, status                                                                 until it is answered
  *   Scan functions    any             nothing                    yes                after 2 the document is out: insert
  *                                                                                   it again
- *   PT_PrintTxt...    -3              nothing, or the lines      look first         begin after the last line that is
- *                                     before the failed one                         there
- *                                     and a part of that one
+ *   PT_PrintTxt...,   -3              nothing, or the lines      look first         begin after the last line that is
+ *   passbook_oki_                     before the failed one                         there
+ *   print_text                        and a part of that one
  *   PT_PrintImage...  -3              nothing, or the upper      look first         take out a page with half a picture
  *                                     part
  *   PT_PrintImage...  -1              nothing; the upper part    no                 another picture
@@ -533,6 +533,25 @@ PASSBOOK_API int PT_PrintTxtFile(const char* portName, int mode, int timeout, in
  */
 PASSBOOK_API int PT_PrintTxtStream(const char* portName, int mode, int timeout, int x, int y, const char* text,
                                    int length);
+
+/* ---- Text to the dot -------------------------------------------------------------------------------------------- */
+
+/*
+ * As YARDO_PR2_PrintData, with the place in dots of 1/180 inch. Nothing is added to y. The printer rounds, see POSITIONS.
+ * xDots   0 to 1499.
+ * yDots   0 to 7499. It is moved up to a multiple of 3.
+ * Returns 0; -1; -3; -6; -60.
+ */
+PASSBOOK_API int passbook_print_text(int xDots, int yDots, const char* text, int length);
+
+/*
+ * As PT_PrintTxtStream, with the place in dots of 1/180 inch.
+ * xDots     0 or more, from the left margin.
+ * feedDots  0 or more: how far the paper is fed before. It is moved up to a multiple of 3.
+ * Returns 0; -1; -3.
+ */
+PASSBOOK_API int passbook_oki_print_text(const char* portName, int timeout, int xDots, int feedDots, const char* text,
+                                         int length);
 
 /* Two functions below have the name of the struct that they fill, as stat(2) has. GCC calls that shadowing in C++. */
 #if defined(__GNUC__) && defined(__cplusplus)

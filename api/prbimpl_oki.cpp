@@ -13,16 +13,16 @@ using namespace passbook;
 
 namespace {
 
-/// Where on the document, in whole millimetres: fractions are cut off before the dots are worked out.
-struct Millimetres {
-    int x, y;
+/// Where on the document, in dots.
+struct Place {
+    int xDots, yDots;
 
-    /// `x` in tenths of a millimetre; `y` too or, with the mode for it, in units of 0.165 mm.
-    static Millimetres from(int mode, int x, int y) {
-        return {static_cast<int>(x * 0.1), static_cast<int>(y * (mode == PASSBOOK_PT_MODE_0165_MM ? 0.165 : 0.1))};
+    /// `x` in tenths of a millimetre; `y` too or, with the mode for it, in units of 0.165 mm. Fractions of a millimetre
+    /// are cut off before the dots are worked out.
+    static Place from(int mode, int x, int y) {
+        const double unit = mode == PASSBOOK_PT_MODE_0165_MM ? 0.165 : 0.1;
+        return {dotsFromMillimetres(static_cast<int>(x * 0.1)), dotsFromMillimetres(static_cast<int>(y * unit))};
     }
-    [[nodiscard]] int xDots() const { return dotsFromMillimetres(x); }
-    [[nodiscard]] int yDots() const { return dotsFromMillimetres(y); }
 };
 
 bool isGood(const char* portName, int timeout, int x, int y, const void* content) {
@@ -35,25 +35,23 @@ int printImage(const char* function, const char* portName, int mode, int timeout
     if (!isGood(portName, timeout, x, y, image) || turns < PASSBOOK_UPRIGHT || turns > PASSBOOK_TURNED_270)
         return refused(function, PASSBOOK_BAD_ARGUMENT);
     g_timeout = timeout;
-    const Millimetres place = Millimetres::from(mode, x, y);
-    return recordedOnPort(function, portName, [&] { return print(ImagePlace{place.xDots(), place.yDots(), turns}); });
+    const Place place = Place::from(mode, x, y);
+    return recordedOnPort(function, portName, [&] { return print(ImagePlace{place.xDots, place.yDots, turns}); });
 }
 
-/// Prints what `text` gives, a text and its length, or says why not.
+/// Prints what `text` gives, a text and its length, or says why not. `x` and `y` are what the host has given.
 template <typename Text>
-int printText(const char* function, const char* portName, int mode, int timeout, int x, int y, const char* source,
-              Text text) {
+int printText(const char* function, const char* portName, int timeout, int x, int y, const Place& place,
+              const char* source, Text text) {
     if (!isGood(portName, timeout, x, y, source))
         return refused(function, PASSBOOK_BAD_ARGUMENT);
     g_timeout = timeout;
     return recordedOnPort(function, portName, [&] {
-        const Millimetres place = Millimetres::from(mode, x, y);
         int length = 0;
         const ConvertedText converted = text(&length);
         if (converted == nullptr)
             return int{PASSBOOK_PT_NO_TEXT};
-        return PrintLineData_OKI(reinterpret_cast<unsigned char*>(converted.get()), length, place.xDots(),
-                                 place.yDots());
+        return PrintLineData_OKI(reinterpret_cast<unsigned char*>(converted.get()), length, place.xDots, place.yDots);
     });
 }
 
@@ -93,7 +91,7 @@ int PT_Eject(const char* portName, int /*reserved*/) {
 
 int PT_PrintTxtFile(const char* portName, int mode, int timeout, int x, int y, const char* path) {
     return printText(
-        __func__, portName, mode, timeout, x, y, path,
+        __func__, portName, timeout, x, y, Place::from(mode, x, y), path,
         [&](int* length) {
             unsigned char* content = nullptr;
             int contentLength = 0;
@@ -106,6 +104,12 @@ int PT_PrintTxtFile(const char* portName, int mode, int timeout, int x, int y, c
 
 int PT_PrintTxtStream(const char* portName, int mode, int timeout, int x, int y, const char* text, int length) {
     return printText(
-        __func__, portName, mode, timeout, x, y, text,
+        __func__, portName, timeout, x, y, Place::from(mode, x, y), text,
+        [&](int* convertedLength) { return toPrinter(text, length, convertedLength); });
+}
+
+int passbook_oki_print_text(const char* portName, int timeout, int xDots, int feedDots, const char* text, int length) {
+    return printText(
+        __func__, portName, timeout, xDots, feedDots, {xDots, feedDots}, text,
         [&](int* convertedLength) { return toPrinter(text, length, convertedLength); });
 }

@@ -47,6 +47,14 @@ int onOpenPort(const char* function, Job job) {
         function, [&] { return g_portOpen ? int{job()} : int{PASSBOOK_NOT_OPEN}; });
 }
 
+int printLine(int xDots, int yDots, const char* text, int length) {
+    int convertedLength = 0;
+    const ConvertedText converted = toPrinter(text, length, &convertedLength);
+    if (converted == nullptr)
+        return PASSBOOK_NO_TEXT;
+    return PrintData_OLI(reinterpret_cast<const unsigned char*>(converted.get()), convertedLength, xDots, yDots);
+}
+
 }  // namespace
 
 int YARDO_PR2_OpenPort(const char* portName) {
@@ -99,13 +107,13 @@ int YARDO_PR2_PrintData(int unit, int x, int y, const char* text, int length) {
             // Text in millimetres goes one millimetre lower; text in inches, and pictures, do not.
             const int xDots = inches ? dotsFromInches(x) : dotsFromMillimetres(x);
             const int yDots = inches ? dotsFromInches(y) : dotsFromMillimetres(std::int64_t{y} + 1);
-            int convertedLength = 0;
-            const ConvertedText converted = toPrinter(text, length, &convertedLength);
-            if (converted == nullptr)
-                return PASSBOOK_NO_TEXT;
-            return PrintData_OLI(reinterpret_cast<const unsigned char*>(converted.get()), convertedLength, xDots,
-                                 yDots);
+            return printLine(xDots, yDots, text, length);
         });
+}
+
+int passbook_print_text(int xDots, int yDots, const char* text, int length) {
+    return onOpenPort(
+        __func__, [&] { return text != nullptr ? printLine(xDots, yDots, text, length) : int{PASSBOOK_BAD_ARGUMENT}; });
 }
 
 int YARDO_PR2_SetFormat(double pitch, int bold, int width, int height) {

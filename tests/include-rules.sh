@@ -16,7 +16,9 @@ status base command device
 stripe base command device
 scan base command print status stripe device image
 api base scan print status stripe device image
-tools api sim wire
+tools api sim sim/program tools/page wire
+tools/page api tools
+tools/verbs api sim tools tools/page wire
 wire
 sim wire
 sim/usb sim

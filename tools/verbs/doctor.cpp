@@ -1,0 +1,10 @@
+#include <CLI/CLI.hpp>
+
+#include "tools/tool.h"
+#include "tools/verbs.h"
+
+namespace passbook::tool {
+
+void addDoctor(CLI::App& /*parent*/, Tool& /*tool*/) {}
+
+}  // namespace passbook::tool
