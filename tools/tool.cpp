@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <charconv>
@@ -117,6 +118,11 @@ void addShared(CLI::App& app, Setting& setting, std::string& offset) {
     app.add_option("--trace", setting.trace, "write all that goes to the printer and comes from it into FILE, masked")
         ->type_name("FILE");
     app.add_flag("--trace-unmasked", setting.traceUnmasked, "write texts and stripe data into the trace as they are");
+}
+
+bool isVerb(const CLI::App& app, const std::string& word) {
+    const std::vector<const CLI::App*> verbs = app.get_subcommands([](const CLI::App*) { return true; });
+    return std::any_of(verbs.begin(), verbs.end(), [&](const CLI::App* each) { return each->get_name() == word; });
 }
 
 /// "12,-3" as millimetres, for what --offset-x and --offset-y leave open.
@@ -251,15 +257,15 @@ int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostre
     try {
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
         tool.report.verb = app.get_subcommands().front()->get_name();
+        tool.setting.familyAsked = app.count("--family") > 0;
         if (!offset.empty() && !readOffset(offset, app, tool.setting))
             throw CLI::ValidationError("--offset", "\"" + offset + "\" is not X,Y in tenths of a millimetre");
     } catch (const CLI::Success& asked) {  // --help, --version
         return app.exit(asked, out, err);
     } catch (const CLI::ParseError& problem) {
         tool.setting.json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
-        const auto verb = std::find_if(arguments.begin(), arguments.end(), [&](const std::string& each) {
-            return app.get_subcommand_no_throw(each) != nullptr;
-        });
+        const auto verb = std::find_if(arguments.begin(), arguments.end(),
+                                       [&app](const std::string& each) { return isVerb(app, each); });
         if (verb != arguments.end())
             tool.report.verb = *verb;
         const std::string hint = verb != arguments.end() ? "passbook " + *verb + " --help" : "passbook --help";

@@ -63,6 +63,7 @@ class Report {
 struct Setting {
     std::string port;  // a name as YARDO_PR2_OpenPort takes it; /dev/ in front is taken off
     Family family = Family::oli;
+    bool familyAsked = false;  // by option or environment; else it is what most printers are
     bool json = false, progress = false;
     double offsetXMm = 0, offsetYMm = 0;  // added to every place
     std::string trace;                    // a file; empty: none
