@@ -20,6 +20,7 @@ constexpr int timeoutSeconds = 10;
 
 /// How often a printer that waits for paper is asked.
 constexpr long pollNanoseconds = 200'000'000;
+constexpr long nanosecondsOfSecond = 1'000'000'000;
 
 struct passbook_outcome outcomeNow() {
     struct passbook_outcome outcome {};
@@ -128,8 +129,12 @@ bool Printer::insert(int seconds) {
                        ? took(paper)
                        : tool_.report.fail(Exit::refused, std::string("no document to print on: ") + place);
         }
-        constexpr timespec poll{0, pollNanoseconds};
-        (void)clock_nanosleep(CLOCK_MONOTONIC, 0, &poll, nullptr);
+        timespec until{};
+        (void)clock_gettime(CLOCK_MONOTONIC, &until);
+        until.tv_nsec += pollNanoseconds;
+        until.tv_sec += until.tv_nsec / nanosecondsOfSecond;
+        until.tv_nsec %= nanosecondsOfSecond;
+        (void)clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr);
     }
 }
 
