@@ -17,8 +17,9 @@ stripe base command device
 scan base command print status stripe device image
 api base scan print status stripe device image
 tools api sim sim/program tools/page wire
+tools/doctor api tools
 tools/page api tools
-tools/verbs api sim tools tools/page wire
+tools/verbs api sim tools tools/doctor tools/page wire
 wire
 sim wire
 sim/usb sim
