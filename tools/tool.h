@@ -46,6 +46,9 @@ class Report {
     [[nodiscard]] Exit exit() const { return exit_; }
     [[nodiscard]] const std::string& message() const { return message_; }
 
+    /// The verb has better advice than what the driver says of the result.
+    void dropRemedies() { remedies_.clear(); }
+
     /// Everything for standard output, and for standard error.
     void write(std::ostream& out, std::ostream& err, bool json) const;
 
