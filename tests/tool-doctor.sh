@@ -35,14 +35,14 @@ printer 0 'family OKI answers.*1500 wide' '--family oki' "${oki[@]}"
 [[ $(<"$work/out") != *@(warning|problem)* ]] || wrong "not well: $(<"$work/out")"
 printer 4 'not ready: status byte 32' '--printer-status 10' "${oli[@]}"
 printer 1 'no answer of the family OKI: [0-9A-F]{2} ' '--family oki --garble' "${oki[@]}"
-printer 1 'No printer answers.*online.*9600.*--family oli doctor --ask-other' '--family oki --silent' "${oki[@]}"
+printer 1 'No printer answers.*online.*9600.*--family oki doctor --ask-other' '--family oki --silent' "${oki[@]}"
 printer 1 'family OLI \(PR2\) answers.*--family oli' '' "${oki[@]}" --ask-other
 printer 1 'family OKI answers.*--family oki' '--family oki' "${oli[@]}" --ask-other
 
 # shellcheck disable=SC2016  # the other shells' arguments
 {
   stty=(bash -c 'stty -F "/dev/$1" "$2" ixon && exec "${@:3}"' - {})
-  printer 1 'icrnl.*ixon.*> stty -F /dev/pts/[0-9]+ -icrnl -ixon ' '' "${stty[@]}" icrnl "${oli[@]}"
+  printer 1 'icrnl.*ixon.*> stty -F /dev/pts/[0-9]+ -icrnl -ixon' '' "${stty[@]}" icrnl "${oli[@]}"
   printer 1 'istrip.*highest bit' '--family oki' "${stty[@]}" istrip "${oki[@]}"
   hold=(bash -c 'exec 3<>"/dev/$1" && "${@:2}"; exit $?' -)
   printer 1 'problem  bash \(process [0-9]+\) has it open.*> .*kill [0-9]' '' "${hold[@]}" {} "${oli[@]}"
@@ -53,7 +53,7 @@ printer 1 'family OKI answers.*--family oki' '--family oki' "${oli[@]}" --ask-ot
 expect 3 'None of the known printers is on USB' umockdev-run -- "$tool" --port USB doctor
 printer 0 '0b3c:0001 is on USB, as /dev/bus/usb/001/002.*OLI \(PR2\) answers' --usb "${oli[@]}"
 
-nobody=(setpriv --reuid=65534 --regid=65534 --clear-groups)
+nobody=(setpriv --reuid=65534 --regid=60 --clear-groups)
 if [ "$(id -u)" = 0 ] && "${nobody[@]}" "$tool" --version >/dev/null 2>&1; then
   # shellcheck disable=SC2016
   while read -r group mode pattern; do
@@ -63,6 +63,7 @@ if [ "$(id -u)" = 0 ] && "${nobody[@]}" "$tool" --version >/dev/null 2>&1; then
 dialout 0660 sudo usermod -aG dialout nobody
 dialout 0600 rw-------.*sudo chgrp dialout /dev/pts/
 root 0660 sudo chgrp dialout /dev/pts/
+nogroup 0660 this login is older
 END
 else
   echo 'tool-doctor: not root: rights are not tried'

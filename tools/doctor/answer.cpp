@@ -101,11 +101,13 @@ void tellNoAnswer(const Tool& tool, bool askOther, const Ear& ear, Findings& fin
     } else {
         findings.problem("answer", "No printer answers in the way of the family " + nameFor(family) + ".",
                          std::string("See whether the printer is on, ready (online), and at this port.") +
-                             (usb ? "" : std::string("\n") + settings));
+                             (usb ? "" : std::string("\n") + settings + "\n" + whatThereIs()));
     }
     if (!askOther)
-        findings.warning("family", "Nobody has asked for a printer of the family " + nameFor(other) + ".",
-                         "Take the document out of the printer, then: " + call(tool, family, " --ask-other"));
+        findings.warning("family",
+                         "Whether it is one of the family " + nameFor(other) +
+                             " was not asked: the question could leave ink on a document.",
+                         "Take the document out of the printer, then:\n  " + call(tool, family, " --ask-other"));
     else if (answersAs(tool, other))
         findings.problem("family", "A printer of the family " + nameFor(other) + " answers.",
                          std::string("Use --family ") + nameOf(other) + ", or set PASSBOOK_FAMILY=" + nameOf(other) +
@@ -154,7 +156,7 @@ void askOli(Tool& tool, bool askOther, Findings& findings) {
             "passbook --port " +
                 tool.setting.port + " init");
     if (const char* const place = passbook_paper_text(paper); place != nullptr)
-        findings.ok("paper", std::string("The document: ") + place + ".");
+        findings.ok("paper", std::string("The printer says: ") + place + ".");
     else
         findings.warning("paper", "The printer does not tell where the document is.",
                          "Take the document out, switch the printer off and on, and call the doctor again.");
@@ -195,7 +197,9 @@ void examineAnswer(Tool& tool, Way way, bool askOther, Findings& findings) {
     // Also for an OKI printer: whether the port opens is one thing, what answers there another.
     if (!tool.report.take(YARDO_PR2_OpenPort(tool.setting.port.c_str()))) {
         if (!problems)
-            findings.problem("open", tool.report.message() + ".", "See to what is said above, and to other programs.");
+            findings.problem(
+                "open", "The driver cannot open the port: " + tool.report.message() + ".",
+                "This shows programs of other users too:\n  sudo passbook --port " + tool.setting.port + " doctor");
         return;
     }
     findings.ok("open", "The driver opens the port.");

@@ -16,11 +16,6 @@ namespace {
 
 constexpr unsigned usbClassMajor = 180;  // /dev/usb/lp0 and its kin
 
-std::string whatThereIs() {
-    const std::vector<std::string> ports = serialPorts();
-    return ports.empty() ? "This computer has no serial port." : "The serial ports of this computer: " + joined(ports);
-}
-
 /// For names that people bring from elsewhere.
 std::string hintFor(const std::string& port) {
     std::string upper = port;
@@ -70,20 +65,21 @@ Way examineDevice(const std::string& port, Findings& findings) {
     }
     findings.ok("port", describe(path));
     const Right right = examineRight(path, "dialout", ownerRule(path, "dialout"), findings);
-    const bool held = examineHolders(path, findings);
-    if (right.alone && !held)
+    if (right.error == 0 && !right.terminal && major(device.st_rdev) != usbClassMajor) {
+        findings.problem("port", path + " is no serial line. What is sent there does not reach a printer.",
+                         whatThereIs());
+        return {false, false};
+    }
+    const Hold hold = examineHolders(path, findings);
+    if (right.alone && !hold.held)
         findings.problem("holder", "Some program has claimed it for itself alone. It cannot be seen from here.",
-                         "sudo fuser -v " + path + "    shows which one.");
+                         "This shows which one:\n  sudo fuser -v " + path);
     examineServices(path, {":" + realPath(path) + "?", ":" + path + "?"}, findings);
     if (right.error != 0)
         return {};
-    if (!right.terminal && major(device.st_rdev) != usbClassMajor) {
-        findings.problem("port", path + " is no serial line. What is sent there does not reach a printer.",
-                         whatThereIs());
-        return {true, false};
-    }
     examineLine(path, findings);
-    return {true, !held && !right.alone};
+    const bool free = !hold.held && !right.alone;
+    return {free || hold.locked, free};
 }
 
 Way examineParallel(Findings& findings) {
@@ -97,20 +93,21 @@ Way examineParallel(Findings& findings) {
             continue;
         findings.ok("port", path + " is there. The driver takes the first of them that opens.");
         const Right right = examineRight(path, "lp", ownerRule(path, "lp"), findings);
-        const bool held = examineHolders(path, findings);
+        const bool held = examineHolders(path, findings).held;
         examineServices(path, {":" + path}, findings);
         if (right.error != 0 || right.alone || held)
             continue;
-        findings.warning("answer",
-                         "The printer was not asked: on a parallel port a silent printer is awaited for ever.",
-                         "timeout -s KILL 30 passbook --port LPT status    asks it, and gives up after 30 seconds.");
+        findings.warning(
+            "answer", "The printer was not asked: on a parallel port a silent printer is awaited for ever.",
+            "This asks it, and gives up after 30 seconds:\n  timeout -s KILL 30 passbook --port LPT status");
         return {true, false};
     }
     if (!findings.has(Level::ok))
         findings.problem("port",
                          "There is no parallel port. These were looked for: " + std::string(prefix) + "0 to " + prefix +
                              "3. The digit in the port's name has no meaning.",
-                         "sudo modprobe parport_pc && sudo modprobe lp\nAn adapter on USB for parallel printers is "
+                         "If the computer has one:\n  sudo modprobe parport_pc && sudo modprobe lp\nAn adapter on USB "
+                         "for parallel printers is "
                          "/dev/usb/lp0: --port usb/lp0");
     return {true, false};
 }

@@ -56,6 +56,11 @@ std::vector<std::string> serialPorts() {
     return ports;
 }
 
+std::string whatThereIs() {
+    const std::vector<std::string> ports = serialPorts();
+    return ports.empty() ? "This computer has no serial port." : "The serial ports of this computer: " + joined(ports);
+}
+
 bool isUsbAdapter(const std::string& path) {
     const std::string subsystem = "/sys/class/tty/" + baseName(realPath(path)) + "/device/subsystem";
     return baseName(realPath(subsystem)).starts_with("usb");

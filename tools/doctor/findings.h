@@ -47,7 +47,7 @@ class Findings {
 
 /// What the way to the printer allows, as far as it was looked at without the driver.
 struct Way {
-    bool open = true;  // the driver can try to open the port. That ends a print of the system's own driver on USB.
+    bool open = true;  // the driver can try to open the port. Under another program's feet it would change the line.
     bool ask = true;   // the printer can be asked: no other program works with it, and a question has an end
 };
 
@@ -69,8 +69,13 @@ struct Right {
 /// The commands that give a device to a group.
 [[nodiscard]] std::string ownerRule(const std::string& path, const std::string& group);
 
-/// Who has the device open, or works on it behind our back. True if anybody does.
-[[nodiscard]] bool examineHolders(const std::string& path, Findings& findings);
+/// Whether others work with a device.
+struct Hold {
+    bool held = false;
+    bool locked = false;  // with the lock of this library: then its opening fails, and changes nothing
+};
+/// Who has the device open, or writes to it.
+[[nodiscard]] Hold examineHolders(const std::string& path, Findings& findings);
 /// The programs of the system that reach for printers and adapters by themselves. `cups` is what a queue's address holds.
 void examineServices(const std::string& path, const std::vector<std::string>& cups, Findings& findings);
 
@@ -89,6 +94,8 @@ void examineAnswer(Tool& tool, Way way, bool askOther, Findings& findings);
 [[nodiscard]] std::string baseName(const std::string& path);
 /// Names in /sys or /dev, in order; empty when there is no such directory.
 [[nodiscard]] std::vector<std::string> namesIn(const std::string& directory);
+/// What serial ports this computer has, as a sentence.
+[[nodiscard]] std::string whatThereIs();
 /// "a, b and c"
 [[nodiscard]] std::string joined(const std::vector<std::string>& names);
 /// The serial ports of this computer that have hardware behind them.

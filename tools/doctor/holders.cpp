@@ -19,11 +19,11 @@ constexpr const char* notSeen = " Programs of other users cannot be seen from he
 
 std::string endOf(const Process& process, const std::string& path) {
     if (process.name == "agetty" || process.name == "login")
-        return "It waits for people to log in there: sudo systemctl disable --now serial-getty@" + baseName(path) +
+        return "It waits for people to log in there:\n  sudo systemctl disable --now serial-getty@" + baseName(path) +
                ".service";
     if (process.name == "usb" || process.name == "parallel" || process.name == "serial" || process.name == "cupsd")
-        return "It prints for CUPS. Remove the queue: lpstat -v shows it, sudo lpadmin -x NAME removes it.";
-    return "Close that program, or if it hangs: kill " + std::to_string(process.id);
+        return "It works for CUPS. This shows the queues, and then removes one:\n  lpstat -v\n  sudo lpadmin -x NAME";
+    return "Close that program. If it hangs:\n  kill " + std::to_string(process.id);
 }
 
 /// The system's messages on the line would be printed.
@@ -59,16 +59,16 @@ void examineCups(const std::vector<std::string>& addresses, Findings& findings) 
                           });
         if (ours)
             findings.warning("holder", "CUPS has a queue for this printer, " + queue + " (" + value + ").",
-                             "It prints among the host's lines. Remove it: sudo lpadmin -x " + queue);
+                             "It prints among the host's lines. Remove it:\n  sudo lpadmin -x " + queue);
     }
 }
 
 }  // namespace
 
-bool examineHolders(const std::string& path, Findings& findings) {
+Hold examineHolders(const std::string& path, Findings& findings) {
     struct stat device {};
     if (stat(path.c_str(), &device) != 0)
-        return false;
+        return {};
     const Holders holders = holdersOf(path, device);
     for (const Process& each : holders.otherEnd)
         findings.ok("port", path + " is a pseudo-terminal. What answers there is the program " + each.text() + ".");
@@ -85,10 +85,16 @@ bool examineHolders(const std::string& path, Findings& findings) {
                              endOf(each, path));
     }
     tell(holders.named, " was started for it by another user, and seems to have it open.");
+    const bool console = isConsole(path);
+    if (console)
+        findings.problem(
+            "holder", "The system writes its own messages to this line: they would be printed.",
+            "Take console=" + baseName(realPath(path)) +
+                " out of the kernel's command line in /etc/default/grub, then:\n  sudo update-grub && sudo reboot");
     const bool held = !holders.open.empty() || !holders.locked.empty() || !holders.named.empty();
     if (!held)
         findings.ok("holder", "No program has it open." + std::string(holders.allSeen ? "" : notSeen));
-    return held;
+    return {held || console, !holders.locked.empty()};
 }
 
 void examineServices(const std::string& path, const std::vector<std::string>& cups, Findings& findings) {
@@ -96,11 +102,6 @@ void examineServices(const std::string& path, const std::vector<std::string>& cu
     if (stat(path.c_str(), &device) != 0)
         return;
     examineCups(cups, findings);
-    if (isConsole(path))
-        findings.problem("holder", "The system writes its own messages to this line: they would be printed.",
-                         "Take console=" + baseName(realPath(path)) +
-                             " out of the kernel's command line (/etc/default/grub), then: sudo update-grub && sudo "
-                             "reboot");
     if (!isUsbAdapter(path))
         return;
     const bool ignored = hasProperty(device, "ID_MM_DEVICE_IGNORE") || hasProperty(device, "ID_MM_PORT_IGNORE");
@@ -111,11 +112,11 @@ void examineServices(const std::string& path, const std::vector<std::string>& cu
                          "  SUBSYSTEM==\"tty\", KERNEL==\"" +
                              baseName(realPath(path)) +
                              "\", ENV{ID_MM_DEVICE_IGNORE}=\"1\", ENV{ID_MM_PORT_IGNORE}=\"1\"\n"
-                             "If nobody here uses a modem: sudo systemctl disable --now ModemManager");
+                             "Or, if nobody here uses a modem:\n  sudo systemctl disable --now ModemManager");
     if (isRunning("brltty"))
-        findings.warning(
-            "holder", "brltty runs. It takes serial adapters away, for it takes them for Braille displays.",
-            "If nobody here uses a Braille display: sudo apt remove brltty, then plug the adapter in again.");
+        findings.warning("holder",
+                         "brltty runs. It takes serial adapters away, for it takes them for Braille displays.",
+                         "If nobody here uses one, do this and plug the adapter in again:\n  sudo apt remove brltty");
 }
 
 }  // namespace passbook::tool::doctor

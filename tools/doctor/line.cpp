@@ -52,14 +52,14 @@ void examineLine(const std::string& path, Findings& findings) {
         return;
     }
     const std::string device = realPath(path), name = baseName(device);
-    std::string remedy = "stty -F " + path + command + "    (until the computer starts again)";
+    std::string remedy = "Until the computer starts again:\n  stty -F " + path + command;
     if (!device.starts_with("/dev/pts/"))
         remedy +=
             "\nFor good: put this line into /etc/udev/rules.d/71-passbook-port.rules:\n"
             "  ACTION!=\"remove\", SUBSYSTEM==\"tty\", KERNEL==\"" +
             name + "\", RUN+=\"/bin/stty -F /dev/%k" + command +
             "\"\n"
-            "Then: sudo udevadm control --reload && sudo udevadm trigger --name-match=" +
+            "Then:\n  sudo udevadm control --reload && sudo udevadm trigger --name-match=" +
             name;
     // It is the only flow control that the driver leaves on.
     if ((settings.c_iflag & IXON) != 0)
@@ -67,7 +67,7 @@ void examineLine(const std::string& path, Findings& findings) {
             "\nBut if the printer's own setting is XON/XOFF, leave ixon on, or text gets lost; then do not scan on "
             "this line.";
     findings.warning(
-        "line", "Texts come out well, but scans and answers can be damaged. The line has on: " + joined(effects) + ".",
+        "line", "Scans and answers can be damaged. These settings of the line change bytes: " + joined(effects) + ".",
         remedy);
 }
 

@@ -20,12 +20,17 @@ namespace {
 
 constexpr std::size_t namesSize = 4096;  // of an entry in the databases of users and groups
 
-std::string nameOfUser(uid_t id) {
+struct User {
+    std::string name;
+    gid_t group = 0;
+};
+
+User userOf(uid_t id) {
     std::array<char, namesSize> names{};
     passwd entry{};
     passwd* found = nullptr;
     const bool known = getpwuid_r(id, &entry, names.data(), names.size(), &found) == 0 && found != nullptr;
-    return known ? found->pw_name : std::to_string(id);
+    return known ? User{found->pw_name, found->pw_gid} : User{std::to_string(id), getegid()};
 }
 
 std::string nameOfGroup(gid_t id) {
@@ -37,11 +42,11 @@ std::string nameOfGroup(gid_t id) {
 }
 
 /// Whether the user's next login will have the group.
-bool isMember(const std::string& user, gid_t wanted) {
+bool isMember(const User& user, gid_t wanted) {
     constexpr int most = 1024;
     std::array<gid_t, most> groups{};
     int count = most;
-    return getgrouplist(user.c_str(), 0, groups.data(), &count) > 0 &&
+    return getgrouplist(user.name.c_str(), user.group, groups.data(), &count) > 0 &&
            std::find(groups.begin(), groups.begin() + count, wanted) != groups.begin() + count;
 }
 
@@ -56,23 +61,24 @@ std::string modeText(mode_t mode) {
 
 void tellRefused(const std::string& path, const std::string& group, const std::string& mend, Findings& findings) {
     struct stat device {};
-    const std::string user = nameOfUser(geteuid());
+    const User self = userOf(geteuid());
+    const std::string& user = self.name;
     if (stat(path.c_str(), &device) != 0) {
         findings.problem("right", "User " + user + " may not look into the directory of " + path + ".",
-                         "ls -ld " + path.substr(0, path.find_last_of('/')));
+                         "This shows whose it is:\n  ls -ld " + path.substr(0, path.find_last_of('/')));
         return;
     }
-    const std::string owners = path + " belongs to user " + nameOfUser(device.st_uid) + " and group " +
+    const std::string owners = path + " belongs to user " + userOf(device.st_uid).name + " and group " +
                                nameOfGroup(device.st_gid) + ", with the rights " + modeText(device.st_mode) + ".";
     constexpr mode_t groupRights = S_IRGRP | S_IWGRP;
     std::string text = "User " + user + " may not open it: " + owners, remedy;
     if (device.st_gid == 0 || (device.st_mode & groupRights) != groupRights) {
-        remedy = mend + "\nThen: sudo usermod -aG " + group + " " + user + "    and log out and in again.";
-    } else if (isMember(user, device.st_gid)) {
+        remedy = mend + "\nThen do this, and log out and in again:\n  sudo usermod -aG " + group + " " + user;
+    } else if (isMember(self, device.st_gid)) {
         text += " User " + user + " is in that group by now, but this login is older.";
         remedy = "Log out and in again. A service must be started again.";
     } else {
-        remedy = "sudo usermod -aG " + nameOfGroup(device.st_gid) + " " + user + "\nThen log out and in again.";
+        remedy = "Do this, and log out and in again:\n  sudo usermod -aG " + nameOfGroup(device.st_gid) + " " + user;
     }
     findings.problem("right", text, remedy);
 }
@@ -81,8 +87,8 @@ void tellRefused(const std::string& path, const std::string& group, const std::s
 
 std::string ownerRule(const std::string& path, const std::string& group) {
     const std::string device = realPath(path);
-    return "sudo chgrp " + group + " " + device + " && sudo chmod g+rw " + device +
-           "    (until it is plugged in again)\n"
+    return "Until it is plugged in again:\n  sudo chgrp " + group + " " + device + " && sudo chmod g+rw " + device +
+           "\n"
            "For good: put this line into /etc/udev/rules.d/71-passbook-port.rules:\n  KERNEL==\"" +
            baseName(device) + "\", GROUP=\"" + group + "\", MODE=\"0660\"";
 }
@@ -115,7 +121,7 @@ Right examineRight(const std::string& path, const std::string& group, const std:
                     "Root may open it, as root may open everything. For the user of the host program, call the "
                     "doctor as that user.");
     } else {
-        findings.ok("right", "User " + nameOfUser(geteuid()) + " may open it.");
+        findings.ok("right", "User " + userOf(geteuid()).name + " may open it.");
     }
     return right;
 }

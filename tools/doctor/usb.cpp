@@ -85,8 +85,8 @@ bool isRuleInstalled() {
 std::string ruleCommands() {
     const std::string reload = "sudo udevadm control --reload && sudo udevadm trigger --subsystem-match=usb";
     if (isRuleInstalled())
-        return std::string("The rule for udev is installed (") + rule + "), but has not been used yet: " + reload;
-    return std::string("The rule for udev is not installed. It comes with this library, in packaging/:\nsudo cp ") +
+        return std::string("The rule for udev is installed (") + rule + "), but has not been used yet:\n  " + reload;
+    return std::string("The rule for udev is not installed. It comes with this library, in packaging/:\n  sudo cp ") +
            rule + " /etc/udev/rules.d/ && " + reload;
 }
 
@@ -112,19 +112,19 @@ void tellNone(const std::vector<Printer>& others, Findings& findings) {
 bool examine(const Printer& printer, Way& way, Findings& findings) {
     findings.ok("port", "The printer " + textOf(printer) + " is on USB, as " + printer.node + ".");
     const Right right = examineRight(printer.node, "lp", ruleCommands(), findings);
-    bool held = examineHolders(printer.node, findings);
+    bool held = examineHolders(printer.node, findings).held;
     const std::string driver = driverOf(printer);
     const std::string classDirectory = std::string(devices) + printer.name + "/" + printer.name + ":1.0/usbmisc";
     if (driver == "usblp") {
         findings.ok("holder",
                     "The system's driver usblp has it. This library takes it from usblp when it opens the port.");
         for (const std::string& name : namesIn(classDirectory))
-            if (examineHolders("/dev/usb/" + name, findings))
+            if (examineHolders("/dev/usb/" + name, findings).held)
                 way.open = false;  // it would end what is being printed there
     } else if (driver == "usbfs" && !held) {
         held = true;
         findings.problem("holder", "Some program has claimed it. It cannot be seen from here.",
-                         "sudo fuser -v " + printer.node + "    shows which one.");
+                         "This shows which one:\n  sudo fuser -v " + printer.node);
     }
     examineServices(printer.node, {printer.serial.empty() ? "" : "serial=" + printer.serial}, findings);
     return right.error == 0 && !held;

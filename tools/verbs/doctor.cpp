@@ -48,6 +48,7 @@ void seeDoctor(Tool& tool, bool askOther) {
     const doctor::Way way = examine(tool.setting.port, findings);
     doctor::examineAnswer(tool, way, askOther, findings);
     tell(findings, tool.report);
+    tool.report.dropRemedies();
     for (const Level level : {Level::problem, Level::warning})
         if (const Finding* const first = findings.first(level); first != nullptr && tool.report.exit() == Exit::done)
             (void)tool.report.fail(Exit::failed, first->text);
