@@ -39,14 +39,14 @@ void tellMissing(const std::string& port, const std::string& path, Findings& fin
     if (port.starts_with("ttyUSB") && isRunning("brltty"))
         remedy +=
             "\nbrltty runs. It takes serial adapters away, for it takes them for Braille displays. If nobody here "
-            "uses one: sudo apt remove brltty, then plug the adapter in again.";
+            "uses one, do this and plug the adapter in again:\n  sudo apt remove brltty";
     findings.problem("port", "There is no " + path + ".", remedy);
 }
 
 std::string describe(const std::string& path) {
     const std::string real = realPath(path);
     std::string text = path + (real == path ? "" : ", a link to " + real + ",");
-    return text + (isUsbAdapter(path) ? " is there: a serial adapter on USB." : " is there.");
+    return text + (isUsbAdapter(baseName(real)) ? " is there: a serial adapter on USB." : " is there.");
 }
 
 }  // namespace

@@ -18,9 +18,16 @@ std::string firstLineOf(const std::string& path) {
 }
 
 std::string realPath(const std::string& path) {
-    std::error_code error;
-    const fs::path real = fs::canonical(path, error);
-    return error ? path : real.string();
+    constexpr int mostLinks = 8;
+    fs::path real = path;
+    for (int links = 0; links < mostLinks; ++links) {
+        std::error_code error;
+        const fs::path target = fs::read_symlink(real, error);
+        if (error)
+            break;
+        real = (real.parent_path() / target).lexically_normal();  // an absolute target stands alone
+    }
+    return real.string();
 }
 
 std::string baseName(const std::string& path) {
@@ -61,9 +68,8 @@ std::string whatThereIs() {
     return ports.empty() ? "This computer has no serial port." : "The serial ports of this computer: " + joined(ports);
 }
 
-bool isUsbAdapter(const std::string& path) {
-    const std::string subsystem = "/sys/class/tty/" + baseName(realPath(path)) + "/device/subsystem";
-    return baseName(realPath(subsystem)).starts_with("usb");
+bool isUsbAdapter(const std::string& name) {
+    return baseName(realPath("/sys/class/tty/" + name + "/device/subsystem")).starts_with("usb");
 }
 
 }  // namespace passbook::tool::doctor

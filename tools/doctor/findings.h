@@ -88,7 +88,7 @@ void examineAnswer(Tool& tool, Way way, bool askOther, Findings& findings);
 // Small helpers.
 
 [[nodiscard]] std::string firstLineOf(const std::string& path);
-/// The path without symbolic links; the path itself when there is no such file.
+/// What a path leads to when it is a symbolic link; else the path itself.
 [[nodiscard]] std::string realPath(const std::string& path);
 /// The last part of a path.
 [[nodiscard]] std::string baseName(const std::string& path);
@@ -100,7 +100,7 @@ void examineAnswer(Tool& tool, Way way, bool askOther, Findings& findings);
 [[nodiscard]] std::string joined(const std::vector<std::string>& names);
 /// The serial ports of this computer that have hardware behind them.
 [[nodiscard]] std::vector<std::string> serialPorts();
-/// Whether a serial port is an adapter on USB.
-[[nodiscard]] bool isUsbAdapter(const std::string& path);
+/// Whether a serial port, as the system names it, is an adapter on USB.
+[[nodiscard]] bool isUsbAdapter(const std::string& name);
 
 }  // namespace passbook::tool::doctor

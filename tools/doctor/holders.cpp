@@ -102,7 +102,7 @@ void examineServices(const std::string& path, const std::vector<std::string>& cu
     if (stat(path.c_str(), &device) != 0)
         return;
     examineCups(cups, findings);
-    if (!isUsbAdapter(path))
+    if (!isUsbAdapter(baseName(realPath(path))))
         return;
     const bool ignored = hasProperty(device, "ID_MM_DEVICE_IGNORE") || hasProperty(device, "ID_MM_PORT_IGNORE");
     if (isRunning("ModemManager") && !ignored)

@@ -102,7 +102,7 @@ void tellNone(const std::vector<Printer>& others, Findings& findings) {
                          (names.empty() ? "There is nothing else on USB either."
                                         : "On USB there are, with vendor:product: " + joined(names) + ".");
     for (const std::string& each : serialPorts())
-        if (isUsbAdapter("/dev/" + each))
+        if (isUsbAdapter(each))
             remedy += "\nA printer on a serial adapter has the adapter's port name: --port " + each;
     findings.problem("port", "None of the known printers is on USB: " + joined({known.begin(), known.end()}) + ".",
                      remedy);
