@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # passbook doctor, as somebody at the telephone has it: broken ports, lines and printers.
 #     tool-doctor.sh PASSBOOK PASSBOOK-SIM
+# shellcheck disable=SC2015  # wrong() always succeeds
 set -euo pipefail
 tool=$1 sim=$2 bad=0
 work=$(mktemp -d)
@@ -42,13 +43,13 @@ printer 1 'family OKI answers.*--family oki' '--family oki' "${oli[@]}" --ask-ot
 # shellcheck disable=SC2016  # the other shells' arguments
 {
   stty=(bash -c 'stty -F "/dev/$1" "$2" ixon && exec "${@:3}"' - {})
-  printer 1 'icrnl.*ixon.*> stty -F /dev/pts/[0-9]+ -icrnl -ixon' '' "${stty[@]}" icrnl "${oli[@]}"
+  printer 1 'icrnl.*ixon.*> +stty -F /dev/pts/[0-9]+ -icrnl -ixon' '' "${stty[@]}" icrnl "${oli[@]}"
   printer 1 'istrip.*highest bit' '--family oki' "${stty[@]}" istrip "${oki[@]}"
   hold=(bash -c 'exec 3<>"/dev/$1" && "${@:2}"; exit $?' -)
-  printer 1 'problem  bash \(process [0-9]+\) has it open.*> .*kill [0-9]' '' "${hold[@]}" {} "${oli[@]}"
+  printer 1 'problem  bash \(process [0-9]+\) has /dev/pts/[0-9]+ open.*> .*kill [0-9]' '' "${hold[@]}" {} "${oli[@]}"
   ! grep -q '"event":"command"' "$work/events" || wrong 'a printer was asked that another program works with'
   printer 3 'problem  flock \(process' '' flock /dev/{} "${oli[@]}"
-  printer 1 'problem  bash .* has it open' --usb "${hold[@]}" bus/usb/001/002 "${oli[@]}"
+  printer 1 'problem  bash .* has /dev/bus/usb/001/002 open' --usb "${hold[@]}" bus/usb/001/002 "${oli[@]}"
 }
 expect 3 'None of the known printers is on USB' umockdev-run -- "$tool" --port USB doctor
 printer 0 '0b3c:0001 is on USB, as /dev/bus/usb/001/002.*OLI \(PR2\) answers' --usb "${oli[@]}"

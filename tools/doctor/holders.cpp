@@ -17,13 +17,14 @@ namespace {
 constexpr const char* queuesFile = "/etc/cups/printers.conf";
 constexpr const char* notSeen = " Programs of other users cannot be seen from here: sudo shows them.";
 
-std::string endOf(const Process& process, const std::string& path) {
+/// `kill` ends programs of this user, "sudo kill" those of others.
+std::string endOf(const Process& process, const std::string& path, const std::string& kill) {
     if (process.name == "agetty" || process.name == "login")
         return "It waits for people to log in there:\n  sudo systemctl disable --now serial-getty@" + baseName(path) +
                ".service";
     if (process.name == "usb" || process.name == "parallel" || process.name == "serial" || process.name == "cupsd")
         return "It works for CUPS. This shows the queues, and then removes one:\n  lpstat -v\n  sudo lpadmin -x NAME";
-    return "Close that program. If it hangs:\n  kill " + std::to_string(process.id);
+    return "Close that program. If it hangs:\n  " + kill + " " + std::to_string(process.id);
 }
 
 /// The system's messages on the line would be printed.
@@ -72,19 +73,19 @@ Hold examineHolders(const std::string& path, Findings& findings) {
     const Holders holders = holdersOf(path, device);
     for (const Process& each : holders.otherEnd)
         findings.ok("port", path + " is a pseudo-terminal. What answers there is the program " + each.text() + ".");
-    const auto tell = [&](const std::vector<Process>& list, const char* what) {
+    const auto tell = [&](const std::vector<Process>& list, const std::string& what, const char* kill) {
         for (const Process& each : list)
-            findings.problem("holder", each.text() + what, endOf(each, path));
+            findings.problem("holder", each.text() + what, endOf(each, path, kill));
     };
-    tell(holders.open, " has it open.");
+    tell(holders.open, " has " + path + " open.", "kill");
     for (const Process& each : holders.locked) {
         const bool known = std::any_of(holders.open.begin(), holders.open.end(),
                                        [&](const Process& open) { return open.id == each.id; });
         if (!known)
-            findings.problem("holder", each.text() + " has locked it, as hosts with this library do.",
-                             endOf(each, path));
+            findings.problem("holder", each.text() + " has locked " + path + ", as hosts with this library do.",
+                             endOf(each, path, "sudo kill"));
     }
-    tell(holders.named, " was started for it by another user, and seems to have it open.");
+    tell(holders.named, " was started for it by another user, and seems to have it open.", "sudo kill");
     const bool console = isConsole(path);
     if (console)
         findings.problem(
