@@ -36,9 +36,9 @@ printer 0 'family OKI answers.*1500 wide' '--family oki' "${oki[@]}"
 [[ $(<"$work/out") != *@(warning|problem)* ]] || wrong "not well: $(<"$work/out")"
 printer 4 'not ready: status byte 32' '--printer-status 10' "${oli[@]}"
 printer 1 'no answer of the family OKI: [0-9A-F]{2} ' '--family oki --garble' "${oki[@]}"
-printer 1 'No printer answers.*online.*9600.*--family oki doctor --ask-other' '--family oki --silent' "${oki[@]}"
-printer 1 'family OLI \(PR2\) answers.*--family oli' '' "${oki[@]}" --ask-other
-printer 1 'family OKI answers.*--family oki' '--family oki' "${oli[@]}" --ask-other
+printer 1 'No printer of the family OKI answers.*online.*9600.*--family oki doctor --ask-other' '--family oki --silent' "${oki[@]}"
+printer 1 'family OLI \(PR2\) answers, .*--family oli' '' "${oki[@]}" --ask-other
+printer 1 'family OKI answers, .*--family oki' '--family oki' "${oli[@]}" --ask-other
 
 # shellcheck disable=SC2016  # the other shells' arguments
 {

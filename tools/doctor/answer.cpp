@@ -94,26 +94,30 @@ bool answersAs(const Tool& tool, Family family) {
 void tellNoAnswer(const Tool& tool, bool askOther, const Ear& ear, Findings& findings) {
     const Family family = tool.setting.family, other = otherThan(family);
     const bool usb = tool.setting.port == "USB";
-    if (!ear.bytes().empty()) {
+    const std::string sent = ear.text();  // as the answer to the first question
+    if (askOther && answersAs(tool, other)) {
         findings.problem(
-            "answer", "The printer sends something, but no answer of the family " + nameFor(family) + ":" + ear.text(),
+            "family",
+            "A printer of the family " + nameFor(other) + " answers, and none of the family " + nameFor(family) + ".",
+            std::string("Use --family ") + nameOf(other) + ", or set PASSBOOK_FAMILY=" + nameOf(other) +
+                ". Hosts must use the functions of that family.");
+        return;
+    }
+    const std::string either = askOther ? ", and none of the family " + nameFor(other) + " either" : "";
+    if (!sent.empty())
+        findings.problem(
+            "answer",
+            "The printer sends something, but no answer of the family " + nameFor(family) + either + ":" + sent,
             usb ? "Switch the printer off and on again." : std::string(settings) + " If they are, try another cable.");
-    } else {
-        findings.problem("answer", "No printer answers in the way of the family " + nameFor(family) + ".",
+    else
+        findings.problem("answer", "No printer of the family " + nameFor(family) + " answers" + either + ".",
                          std::string("See whether the printer is on, ready (online), and at this port.") +
                              (usb ? "" : std::string("\n") + settings + "\n" + whatThereIs()));
-    }
     if (!askOther)
         findings.warning("family",
                          "Whether it is one of the family " + nameFor(other) +
                              " was not asked: the question could leave ink on a document.",
                          "Take the document out of the printer, then:\n  " + call(tool, family, " --ask-other"));
-    else if (answersAs(tool, other))
-        findings.problem("family", "A printer of the family " + nameFor(other) + " answers.",
-                         std::string("Use --family ") + nameOf(other) + ", or set PASSBOOK_FAMILY=" + nameOf(other) +
-                             ". Hosts must use the functions of that family.");
-    else
-        findings.ok("family", "No printer answers in the way of the family " + nameFor(other) + " either.");
 }
 
 /// The question did not even go out.
@@ -125,12 +129,12 @@ void tellNotTaken(Findings& findings) {
 void askOli(Tool& tool, bool askOther, Findings& findings) {
     const Ear ear(tool);
     const int status = YARDO_PR2_GetPrinterStatus();
-    const bool took = tool.report.take(status);
-    if (stopAsked())
-        return;
-    // Several conditions at once have no value of their own.
+    // Several conditions at once have no value of their own. The printer answers all the same.
     const bool several =
         status == PASSBOOK_PRINTER_UNKNOWN && ear.bytes().size() == 3 && ear.bytes().starts_with("\x1Br");
+    const bool took = !several && tool.report.take(status);
+    if (stopAsked())
+        return;
     if (!took && !several) {
         if (status == PASSBOOK_NOT_SENT)
             tellNotTaken(findings);
@@ -152,8 +156,8 @@ void askOli(Tool& tool, bool askOther, Findings& findings) {
     else
         findings.problem(
             "status", "The printer is " + state + ".",
-            "Look at its display and its lamps: cover, paper, an error. The printer's manual has the byte. Then: "
-            "passbook --port " +
+            "Look at its display and its lamps: cover, paper, an error. The printer's manual has the byte.\n"
+            "When that is mended, and no document is in it:\n  passbook --port " +
                 tool.setting.port + " init");
     if (const char* const place = passbook_paper_text(paper); place != nullptr)
         findings.ok("paper", std::string("The printer says: ") + place + ".");
