@@ -32,10 +32,16 @@ struct Command {
     std::optional<Place> at{};  // the place that it leads to, if it moves something
 };
 
-/// Printed text, and where it begins.
+/// A part of the page, in dots; what is at right and bottom lies outside.
+struct Box {
+    int left, top, right, bottom;
+};
+
+/// Printed text, and where it begins. `ink` are the cells from the first character that is no space to the last one.
 struct Text {
     Bytes bytes;
     Place at;
+    std::optional<Box> ink{};
 };
 
 /// A run of columns, and where it begins.

@@ -229,7 +229,7 @@ void Printer::move(const Command& command, double headDots, int line) {
 }
 
 void Printer::printText(const Command& command) {
-    const event::Text text{command.bytes, place()};
+    event::Text text{command.bytes, place()};
     std::string lost;
     for (const Character& character : charactersOf(command.bytes)) {
         Glyph glyph;
@@ -243,6 +243,11 @@ void Printer::printText(const Command& command) {
         glyph.underline = format_.underline;
         if (page_ && !page_->drawGlyph(glyph))
             lost += character.utf8;
+        if (character.utf8 != " ") {
+            const int left = text.ink ? text.ink->left : static_cast<int>(headDots_);
+            text.ink = {left, glyph.yDots, static_cast<int>(std::ceil(headDots_ + glyph.widthDots)),
+                        glyph.yDots + glyph.heightFactor * lineDots};
+        }
         headDots_ = std::min(headDots_ + glyph.widthDots, farthestHeadDots);
     }
     if (page_)

@@ -219,9 +219,12 @@ bool Printer::image(double xMm, double yMm, const Picture& picture) {
     if (!took(PT_PrintImageFile(port(), PASSBOOK_PT_MODE_TENTH_MM, timeoutSeconds, 0, 0, 0, file.path().c_str())))
         return false;
     const struct passbook_outcome outcome = outcomeNow();
-    if (outcome.ink != PASSBOOK_INK_NONE)
-        paperDots_ += outcome.y_dots;
-    return true;
+    if (outcome.ink == PASSBOOK_INK_NONE)
+        return true;
+    paperDots_ += outcome.y_dots;
+    // The head is still behind the picture, and moves of an OKI printer count from where it is. What comes next at this
+    // height would be too far right: an empty line brings the head home.
+    return took(passbook_oki_print_text(port(), timeoutSeconds, 0, 0, "", 0));
 }
 
 }  // namespace passbook::tool

@@ -45,6 +45,7 @@ class Report {
 
     [[nodiscard]] Exit exit() const { return exit_; }
     [[nodiscard]] const std::string& message() const { return message_; }
+    [[nodiscard]] const std::vector<std::string>& warnings() const { return warnings_; }
 
     /// The verb has better advice than what the driver says of the result.
     void dropRemedies() { remedies_.clear(); }
