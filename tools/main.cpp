@@ -17,6 +17,8 @@ namespace {
 class Aside {
  public:
     Aside() : kept_(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3)) {
+        if (kept_ >= 0)
+            passbook::tool::setStandardOutput(kept_);
         if (const int null = open("/dev/null", O_WRONLY | O_CLOEXEC); null >= 0) {
             dup2(null, STDOUT_FILENO);
             close(null);

@@ -24,6 +24,7 @@ namespace {
 // The process-wide state of the tool.
 
 std::atomic<bool> g_stop{false};
+int g_standardOutput = STDOUT_FILENO;
 
 void onSignal(int /*number*/) {
     g_stop = true;
@@ -158,8 +159,9 @@ void work(Tool& tool) {
     (void)passbook_set_progress(showProgress, &tool);
     tool.job(tool);
     (void)passbook_set_progress(nullptr, nullptr);
+    // Only told: a script that repeats what failed would print it twice.
     if (const std::string problem = stopTrace(); !problem.empty())
-        (void)tool.report.fail(Exit::failed, problem);
+        tool.report.warn(problem);
 }
 
 }  // namespace
@@ -239,6 +241,14 @@ bool Tool::isFamily(Family only) {
 
 bool stopAsked() {
     return g_stop;
+}
+
+int standardOutput() {
+    return g_standardOutput;
+}
+
+void setStandardOutput(int descriptor) {
+    g_standardOutput = descriptor;
 }
 
 int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err) {

@@ -89,6 +89,11 @@ struct Tool {
 /// Whether the user has asked to stop (Ctrl-C). The running call ends, and so does what would come after it.
 [[nodiscard]] bool stopAsked();
 
+/// The user's standard output, for a program that a verb starts: while a verb works, the driver's lines have taken its
+/// place.
+[[nodiscard]] int standardOutput();
+void setStandardOutput(int descriptor);
+
 /// The tool: everything behind main(). `arguments` without the program's name. Returns the exit status.
 int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err);
 

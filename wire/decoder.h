@@ -44,6 +44,11 @@ class Decoder {
     /// Hands on what waits for more bytes: a text as it is, anything else as cut short.
     void finish(const CommandSink& sink);
 
+    /// Whether a text has begun that has not ended.
+    [[nodiscard]] bool inText() const { return state_ == State::ground && !text_.empty(); }
+    /// The command whose data come now; null when no data are awaited.
+    [[nodiscard]] const Row* dataOf() const { return state_ == State::data ? dataRow_ : nullptr; }
+
  protected:
     explicit Decoder(std::span<const Row> table) : table_(table) {}
 

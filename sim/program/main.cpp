@@ -22,6 +22,7 @@
 #include "sim/program/options.h"
 #include "sim/program/page_file.h"
 #include "sim/program/pty_port.h"
+#include "sim/program/replay.h"
 #include "sim/program/scratch.h"
 #include "sim/usb/usb_port.h"
 
@@ -227,6 +228,17 @@ int serve(Desk& desk, Connection& connection, const Descriptor& signals, HostPro
     return status.value_or(0) != 0 ? *status : failure;
 }
 
+/// Prints what a trace tells, and ends.
+int print(Desk& desk, const std::string& trace) {
+    std::string error;
+    const bool whole = replay(trace, desk.printer(), error);
+    desk.printer().finish();
+    desk.keepPage();
+    if (!whole)
+        return fail(error);
+    return desk.problem().empty() ? 0 : fail(desk.problem());
+}
+
 int run(Options options) {
     // Before anybody asks GLib for a place for temporary files.
     std::string error;
@@ -248,9 +260,17 @@ int run(Options options) {
         if (!error.empty())
             return fail(error);
     }
+    if (!options.trace.empty() && !options.familyGiven) {
+        const std::optional<Family> family = familyOfTrace(options.trace, error);
+        if (!family)
+            return fail(error);
+        options.scenario.family = *family;
+    }
     Desk desk(options, log);
     if (!desk.pageFile().canBeWritten())
         return fail(desk.problem());
+    if (!options.trace.empty())
+        return print(desk, options.trace);
     const Descriptor signals = takeSignals({SIGINT, SIGTERM, SIGHUP, SIGUSR1, SIGCHLD});
     if (!signals.valid())
         return fail("signals can't be received");

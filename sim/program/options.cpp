@@ -201,6 +201,7 @@ void checkFiles(const Options& options) {
         {"--page", options.pageFile},
         {"--events", options.eventFile == standardOutput ? "/dev/stdout" : options.eventFile},
         {"--link", options.link},
+        {"--replay", options.trace},
         {"--scan-front", options.scanFiles[0]},
         {"--scan-back", options.scanFiles[1]},
     };
@@ -208,7 +209,7 @@ void checkFiles(const Options& options) {
     for (std::size_t i = 0; i < written; ++i) {
         for (std::size_t j = i + 1; j < std::size(files); ++j) {
             // To scan the page that a run before has left is no mistake: it is read first.
-            const bool clash = i > 0 || j < written;
+            const bool clash = i > 0 || j <= written;
             if (clash && !files[i].second.empty() && !files[j].second.empty() &&
                 sameFile(files[i].second, files[j].second)) {
                 throw CLI::ValidationError(std::string(files[i].first) + " and " + files[j].first,
@@ -225,6 +226,8 @@ void check(const CLI::App& app, const Options& options) {
     for (const char* const option : {"--usb-busy", "--usb-fault"})
         if (app.count(option) > 0 && !options.usb)
             throw CLI::ValidationError(option, "it is for --usb");
+    if (!options.trace.empty() && (options.runsHost || options.usb || !options.link.empty()))
+        throw CLI::ValidationError("--replay", "there is no port, and no program is run");
     if (options.usb && !options.link.empty())
         throw CLI::ValidationError("--link", "with --usb there is no port to link to");
     if (options.runsHost && options.host.empty()) {
@@ -263,6 +266,8 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
     addFile(app, "--page", options.pageFile, "Keep the picture of the page in this PNG file");
     addFile(app, "--events", options.eventFile,
             "Log what happens there, one JSON object a line; \"-\" is\nstandard output");
+    addFile(app, "--replay", options.trace,
+            "Print what a trace of passbook(1) tells, and end; the family is\nthe trace's if not given");
     addFile(app, "--link", options.link, "Make a symbolic link to the port, removed at the end");
     addPageSize(app, scenario);
 
@@ -299,6 +304,7 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
     try {
         app.parse(argc, argv);
         options.runsHost = options.runsHost || options.usb;
+        options.familyGiven = app.count("--family") > 0;
         scenario.family = static_cast<Family>(std::find(wire::familyNames.begin(), wire::familyNames.end(), family) -
                                               wire::familyNames.begin());
         scenario.paper = paper == "in" ? PaperState::inPlace : PaperState::none;

@@ -16,6 +16,8 @@ struct Options {
     std::string pageFile;   // empty: no picture is kept
     std::string eventFile;  // empty: no log; may be standardOutput
     std::string link;       // to the port; empty: none
+    std::string trace;      // to replay; empty: hosts are served
+    bool familyGiven = false;
     /// Pictures of the document's sides for the scanner, not read yet; empty: none.
     std::array<std::string, 2> scanFiles;
 
