@@ -64,7 +64,7 @@ class Page : public Day {
             page["steps"].push_back({{"text", textOf(i)}, {"x", 10 + i % 2 * 60}, {"y", 10 + 4.3 * i}});
         page["steps"].push_back({{"image", "a.png"}, {"x", 12.3}, {"y", 130.1}});
         if (oli_)
-            page["steps"].insert(page["steps"].begin() + 9, {{"format", {{"pitch", 12}, {"bold", true}}}});
+            page["steps"].insert(page["steps"].begin() + 9, nlohmann::json::object({{"format", {{"pitch", 12}, {"bold", true}}}}));
         writeFile("page.json", page.dump(1));
     }
 
@@ -157,7 +157,7 @@ class Page : public Day {
         describe(family);
         ASSERT_EQ(print({}), 0);
         wanted_ = ink_;
-        ASSERT_EQ(wanted_.size(), texts + 1U);
+        ASSERT_GT(wanted_.size(), texts);
         const int transfers = line_->transfers, writes = line_->writes, journalCalls = JournalDeath::calls;
         ASSERT_GT(journalCalls, 100);
         int looks = 0;
