@@ -167,10 +167,20 @@ class Decoding {
         tellCommands(line, event);
         masker_->endCall(whole_, line.result >= 0);
         whole_ = true;
+        const std::string name = nameOfResult(line);
+        if (!name.empty())
+            event["name"] = name;
+        result(line, event, line.function, name.empty() ? name : ' ' + name);
+    }
+
+    /// What a result is called: a status in words.
+    [[nodiscard]] static std::string nameOfResult(const TraceLine& line) {
         const passbook_meaning* const meaning = passbook_explain(line.function.c_str(), line.result);
-        if (meaning != nullptr)
-            event["name"] = meaning->name;
-        result(line, event, line.function, meaning != nullptr ? std::string(" ") + meaning->name : std::string());
+        const char* const name = meaning != nullptr                              ? meaning->name
+                                 : line.function == "YARDO_PR2_GetPrinterStatus" ? passbook_status_text(line.result)
+                                 : line.function == "YARDO_PR2_GetPaperStatus"   ? passbook_paper_text(line.result)
+                                                                                 : nullptr;
+        return name != nullptr ? name : "";
     }
 
     void result(const TraceLine& line, nlohmann::ordered_json& event, const std::string& what,
