@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "wire/mask.h"
 #include "wire/oki.h"
 #include "wire/oli.h"
 
@@ -124,6 +125,63 @@ TEST(Decoder, RandomBytesAreAllAccountedForHoweverTheyArrive) {
         const Heard whole = decode(family, bytes);
         ASSERT_EQ(whole.commands, decode(family, bytes, cuts).commands) << testing::PrintToString(bytes);
         ASSERT_EQ(whole.wireLength, bytes.size()) << testing::PrintToString(bytes);
+    }
+}
+
+/// What a trace shows of customers: nothing. Of commands and answers: everything.
+TEST(Masker, HidesDataAndNothingElse) {
+    constexpr auto oli = Family::oli, oki = Family::oki;
+    enum class By { host, printer, callEnds };
+    struct Said {
+        By by;
+        std::string_view text, masked;
+    };
+    const std::tuple<Family, std::vector<Said>> rows[] = {
+        {oli, {{By::host, "\033/10042Li \xC1\xD6\r\0331A000abc\0332"sv, "\033/10042*****\r\0331A000abc\0332"sv}}},
+        // What ends a stripe is only itself where it does.
+        {oli, {{By::host, "\033tA\x1D\x1D\033B\\\x1D\033\\\033Oname"sv, "\033t*\x1D\x1D\033**\x1D\033\\\033O****"sv}}},
+        {oki, {{By::host, "\033%1\0\1abcname\r\033} =x\033Z"sv, "\033%1\0\1abc****\r\033} =x\033Z"sv}}},
+        // The line took half of a command, and the host gave up.
+        {oli, {{By::host, "\033t"sv, "\033t"sv}, {By::callEnds, "", ""}, {By::host, "\033O\033j"sv, "\033O\033j"sv}}},
+        {oli,
+         {{By::host, "\033]"sv, "\033]"sv},
+          {By::printer, "\033"sv, "\033"sv},
+          {By::printer, "]42"sv, "]**"sv},
+          {By::printer, "17\x1C\033rP"sv, "**\x1C\033rP"sv}}},
+        // An answer that comes when nobody waits any more, behind another one; and one of a printer with another head.
+        {oli, {{By::host, "\033]"sv, "\033]"sv}, {By::printer, "\033rP\033]42"sv, "\033rP\033]**"sv}}},
+        {oli, {{By::host, "\033]"sv, "\033]"sv}, {By::printer, "xy42"sv, "xy**"sv}}},
+        {oli,
+         {{By::host, "\033]"sv, "\033]"sv},
+          {By::callEnds, "", ""},
+          {By::host, "\033j\033 b"sv, "\033j\033 b"sv},
+          {By::printer, "\033rP\033bFW10"sv, "\033rP\033bFW10"sv}}},
+        {oki,
+         {{By::host, "\033}D"sv, "\033}D"sv},
+          {By::printer, "\5\1\2\0\4\0\0\0BM"sv, "\5\1\2\0\4\0\0\0**"sv},
+          {By::printer, "\5dots"sv, "*****"sv},
+          {By::printer, "\6"sv, "\6"sv},
+          {By::printer, "\5\2\2\0\0\0\0\0"sv, "\5\2\2\0\0\0\0\0"sv}}},
+        {oli,
+         {{By::host, "\033}Paq\0\0\0\0\033Z"sv, "\033}Paq\0\0\0\0\033Z"sv},
+          {By::printer, "\00100010 00020"sv, "\00100010 00020"sv},
+          {By::printer, "\2F"sv, "\2F"sv},
+          {By::printer, "\3dots!"sv, "******"sv},
+          {By::printer, "\00300020"sv, "\00300020"sv},
+          {By::printer, "\033rP"sv, "\033rP"sv}}},
+    };
+    for (const auto& [family, dialogue] : rows) {
+        Masker masker(family);
+        for (const auto& [by, text, masked] : dialogue) {
+            Bytes bytes(text.begin(), text.end());
+            if (by == By::printer)
+                masker.answer(bytes);
+            else if (by == By::callEnds)
+                masker.endCall(false, false);
+            for (std::size_t i = 0; by == By::host && i < bytes.size(); ++i)
+                masker.send(std::span(bytes).subspan(i, 1));
+            EXPECT_EQ(std::string(bytes.begin(), bytes.end()), masked);
+        }
     }
 }
 
