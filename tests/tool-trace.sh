@@ -89,7 +89,7 @@ done <<'END'
 2|^$|symbolic link|ln -s t link; passbook --trace link --port null raw 00
 2|^$|not a regular file|passbook --trace /dev/null --port null raw 00
 2|^$|is no whole trace|(umask 77; echo x >other); passbook --trace other --port null raw 00
-0|handed over|^passbook: the trace is not complete|head -c 65536 /dev/zero >big; ulimit -f 1; passbook --trace full --port null raw --file big
+0|handed over|^passbook: the trace is not complete|head -c 65536 /dev/zero >big; "$SIM" -- bash -c 'ulimit -f 1; passbook --trace full --port {} raw --file big'
 2|^$|big: line 1: this is no trace|passbook decode big
 2|^$|missing: No such file|passbook decode missing
 2|YARDO|day.cut: line [0-9]+: the line is cut short|head -c 3000 day >day.cut; passbook decode day.cut
