@@ -23,7 +23,7 @@ tools/verbs api sim tools tools/doctor tools/page wire
 wire
 sim wire
 sim/usb sim
-sim/program sim sim/usb
+sim/program sim sim/usb wire
 END
 # The virtual printer itself has no descriptor, no thread and no clock.
 grep -nE '<(fcntl|poll|unistd)\.h>|<thread>|_clock\b' sim/*.* && bad=1
