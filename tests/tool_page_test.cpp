@@ -64,7 +64,8 @@ class Page : public Day {
             page["steps"].push_back({{"text", textOf(i)}, {"x", 10 + i % 2 * 60}, {"y", 10 + 4.3 * i}});
         page["steps"].push_back({{"image", "a.png"}, {"x", 12.3}, {"y", 130.1}});
         if (oli_)
-            page["steps"].insert(page["steps"].begin() + 9, nlohmann::json::object({{"format", {{"pitch", 12}, {"bold", true}}}}));
+            page["steps"].insert(page["steps"].begin() + 9,
+                                 nlohmann::json::object({{"format", {{"pitch", 12}, {"bold", true}}}}));
         writeFile("page.json", page.dump(1));
     }
 
