@@ -64,10 +64,12 @@ int dotsFromWhole(int millimetres) {
     return static_cast<int>(millimetres * 180 / 25.4);
 }
 
-/// The driver places pictures in whole millimetres: the largest one that does not lie beyond the dots.
+/// The driver places pictures in whole millimetres: the largest one that does not lie beyond the dots, and that is a
+/// place where the printer's steps, of 1/120 inch across and 1/60 inch down, and dots meet.
 int wholeMillimetres(int dots) {
+    constexpr int dotsOfSteps = 3;
     int millimetres = static_cast<int>(dots * 25.4 / 180) + 1;
-    while (millimetres > 0 && dotsFromWhole(millimetres) > dots)
+    while (millimetres > 0 && (dotsFromWhole(millimetres) > dots || dotsFromWhole(millimetres) % dotsOfSteps != 0))
         --millimetres;
     return millimetres;
 }
@@ -205,8 +207,8 @@ bool Printer::image(double xMm, double yMm, const Picture& picture) {
     if (isOli()) {
         // What whole millimetres cannot say is put before the picture as blank columns and rows.
         const int xWhole = wholeMillimetres(xDots), yWhole = wholeMillimetres(yDots);
-        const int top = yDots - dotsFromWhole(yWhole) / 3 * 3;
-        const std::string problem = picture.save(file.path(), xDots - dotsFromWhole(xWhole), top);
+        const std::string problem =
+            picture.save(file.path(), xDots - dotsFromWhole(xWhole), yDots - dotsFromWhole(yWhole));
         if (!problem.empty())
             return tool_.report.fail(Exit::failed, problem);
         return took(YARDO_PrintBmpOLI(file.path().c_str(), false, xWhole, yWhole));
