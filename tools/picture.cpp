@@ -1,6 +1,5 @@
 #include "tools/picture.h"
 
-#include <gdk-pixbuf/gdk-pixbuf.h>
 #include <glib/gstdio.h>
 
 #include <algorithm>
@@ -12,19 +11,15 @@
 #include <fstream>
 #include <memory>
 
+#include "tools/pixels.h"
 #include "tools/printer.h"
 
 namespace passbook::tool {
 
 namespace {
 
-struct Unref {
-    void operator()(void* object) const { g_object_unref(object); }
-};
-using Pixbuf = std::unique_ptr<GdkPixbuf, Unref>;
-
-constexpr int mostPixels = 32767;                   // each way
 constexpr long long mostPixelsInAll = 100'000'000;  // 400 MB while it is read: a scan of A3 at 600 dots per inch
+constexpr long mostBytes = 400'000'000;             // of a file
 constexpr int white = 255;
 
 std::string sizeText(long long width, long long height) {
@@ -32,10 +27,10 @@ std::string sizeText(long long width, long long height) {
 }
 
 /// Why a picture of that size is not taken; empty if it is.
-std::string sizeProblem(const char* what, double width, double height) {
+std::string sizeProblem(const char* has, double width, double height, const char* unit) {
     if (width <= mostPixels && height <= mostPixels && width * height <= static_cast<double>(mostPixelsInAll))
         return {};
-    return std::string(what) + " would be " + sizeText(std::llround(width), std::llround(height)) +
+    return std::string(has) + " " + sizeText(std::llround(width), std::llround(height)) + " " + unit +
            "; the most is 32767 each way, and 100 million in all";
 }
 
@@ -52,21 +47,33 @@ Pixbuf read(const std::string& path, std::string& problem) {
     }
     // The size is looked at before anything is decoded: a small file can say that it has many pixels.
     int width = 0, height = 0;
-    if (gdk_pixbuf_get_file_info(path.c_str(), &width, &height) == nullptr) {
+    GdkPixbufFormat* const format = gdk_pixbuf_get_file_info(path.c_str(), &width, &height);
+    if (format == nullptr) {
         problem = path + (g_access(path.c_str(), R_OK) == 0 ? ": not a picture of a known kind"
                                                             : std::string(": ") + std::strerror(errno));
         return {};
     }
-    if (problem = sizeProblem("the picture's pixels", width, height); !problem.empty()) {
+    if (problem = sizeProblem("it has", width, height, "pixels"); !problem.empty()) {
         problem = path + ": " + problem;
         return {};
     }
+    if (there.st_size > mostBytes) {
+        problem = path + ": the file is larger than 400 MB";
+        return {};
+    }
+    gchar* bytes = nullptr;
+    gsize length = 0;
     GError* reason = nullptr;
-    Pixbuf loaded(gdk_pixbuf_new_from_file(path.c_str(), &reason));
-    if (!loaded)
-        problem = path + ": " + (reason != nullptr ? reason->message : "it cannot be read");
+    Pixbuf picture;
+    if (g_file_get_contents(path.c_str(), &bytes, &length, &reason) != FALSE) {
+        const std::unique_ptr<char, decltype(&g_free)> kind(gdk_pixbuf_format_get_name(format), g_free);
+        picture = decodeWhole({reinterpret_cast<const std::uint8_t*>(bytes), length}, kind.get(), &reason);
+    }
+    g_free(bytes);
+    if (!picture)
+        problem = path + ": " + (reason != nullptr ? reason->message : "the picture is not whole");
     g_clear_error(&reason);
-    return loaded;
+    return picture;
 }
 
 GdkPixbufRotation rotationOf(int degrees) {
@@ -143,7 +150,7 @@ std::optional<Picture> Picture::load(const std::string& path, const PictureWish&
     const double scale = scaleOf(wish, width, height);
     const double wantedWidth = std::max(1.0, std::round(width * scale));
     const double wantedHeight = std::max(1.0, std::round(height * scale));
-    if (const std::string why = sizeProblem("the picture's dots", wantedWidth, wantedHeight); !why.empty())
+    if (const std::string why = sizeProblem("it would have", wantedWidth, wantedHeight, "dots"); !why.empty())
         return failed(why);
 
     Picture picture;

@@ -30,7 +30,8 @@ struct Picture {
     /// Whether no dot is ink.
     [[nodiscard]] bool blank() const;
 
-    /// Reads any file that gdk-pixbuf can. Transparency is on white. At most 32767 x 32767 pixels, and 100 million in
+    /// Reads any file that gdk-pixbuf can. Transparency is on white. A file that is not whole is
+    /// refused. At most 32767 x 32767 pixels, and 100 million in
     /// all. Without a value `problem` says why.
     [[nodiscard]] static std::optional<Picture> load(const std::string& path, const PictureWish& wish,
                                                      std::string& problem);

@@ -1,6 +1,5 @@
 // scan: the document becomes image files.
 
-#include <gdk-pixbuf/gdk-pixbuf.h>
 #include <glib/gstdio.h>
 
 #include <CLI/CLI.hpp>
@@ -9,6 +8,7 @@
 #include <memory>
 
 #include "api/passbook.h"
+#include "tools/pixels.h"
 #include "tools/printer.h"
 #include "tools/verbs.h"
 #include "tools/whole_file.h"
@@ -149,19 +149,15 @@ std::string convert(const Side& side, nlohmann::ordered_json& brought) {
     g_free(contents);
     addColours(file);
     // It is decoded in any case: what no viewer can show is no image.
-    const std::unique_ptr<GdkPixbufLoader, decltype(&g_object_unref)> loader(gdk_pixbuf_loader_new(), g_object_unref);
-    const bool taken = gdk_pixbuf_loader_write(loader.get(), reinterpret_cast<const guchar*>(file.data()), file.size(),
-                                               &reason) != FALSE;
-    const bool closed = gdk_pixbuf_loader_close(loader.get(), taken ? &reason : nullptr) != FALSE;
-    GdkPixbuf* const image = gdk_pixbuf_loader_get_pixbuf(loader.get());  // the loader's
-    if (!taken || !closed || image == nullptr)
-        return "the image cannot be understood: " + problem("not a BMP");
+    const Pixbuf image = decodeWhole({reinterpret_cast<const std::uint8_t*>(file.data()), file.size()}, "bmp", &reason);
+    if (!image)
+        return "the image cannot be understood: " + problem("rows are missing");
     if (side.form != Form::bmp) {
         gchar* encoded = nullptr;
         const gboolean good =
             side.form == Form::png
-                ? gdk_pixbuf_save_to_buffer(image, &encoded, &length, "png", &reason, nullptr)
-                : gdk_pixbuf_save_to_buffer(image, &encoded, &length, "jpeg", &reason, "quality", "90", nullptr);
+                ? gdk_pixbuf_save_to_buffer(image.get(), &encoded, &length, "png", &reason, nullptr)
+                : gdk_pixbuf_save_to_buffer(image.get(), &encoded, &length, "jpeg", &reason, "quality", "90", nullptr);
         if (good == FALSE)
             return problem("the image cannot be converted");
         file.assign(encoded, length);
@@ -169,8 +165,9 @@ std::string convert(const Side& side, nlohmann::ordered_json& brought) {
     }
     if (std::string text = writeWhole(side.path, file); !text.empty())
         return text;
-    brought[side.name] = {
-        {"file", side.path}, {"width", gdk_pixbuf_get_width(image)}, {"height", gdk_pixbuf_get_height(image)}};
+    brought[side.name] = {{"file", side.path},
+                          {"width", gdk_pixbuf_get_width(image.get())},
+                          {"height", gdk_pixbuf_get_height(image.get())}};
     return {};
 }
 
@@ -216,7 +213,6 @@ void scan(Tool& tool, Given given) {
     (void)passbook_outcome(&outcome);
     (void)tool.report.take(result);
     unsigned bit = 1;
-    bool whole = false;
     for (const Side& side : given.sides) {
         const bool there = (outcome.parts & bit) != 0 && g_access(side.temporary.c_str(), R_OK) == 0;
         bit *= 2;
@@ -236,14 +232,14 @@ void scan(Tool& tool, Given given) {
             (void)tool.report.fail(Exit::failed, std::string("the ") + side.name + " side: " + problem);
             continue;
         }
-        whole = true;
         tool.report.say(std::string("the ") + side.name + " side is whole: " + side.path);
     }
-    if (result == PASSBOOK_SCAN_NOT_READY)
-        (void)tool.report.fail(
-            whole ? Exit::failed : Exit::refused,
-            whole ? "the printer told another number of rows than it sent: look at the image"
-                  : "the printer was not ready to scan; a document in it was ejected, so lay it in again");
+    // The printer says so in two cases; an image has begun in one of them.
+    if (result == PASSBOOK_SCAN_NOT_READY && outcome.total > 0)
+        (void)tool.report.fail(Exit::failed, "the printer told another number of rows than it sent: look at the files");
+    else if (result == PASSBOOK_SCAN_NOT_READY)
+        (void)tool.report.fail(Exit::refused,
+                               "the printer was not ready to scan and was told to eject: lay the document in again");
 }
 
 }  // namespace
