@@ -538,6 +538,7 @@ PASSBOOK_API int PT_PrintTxtStream(const char* portName, int mode, int timeout, 
 
 /*
  * As YARDO_PR2_PrintData, with the place in dots of 1/180 inch. Nothing is added to y. The printer rounds, see POSITIONS.
+ * The text is not sent when its place was not: YARDO_PR2_PrintData reports that only by passbook_outcome.
  * xDots   0 to 1499.
  * yDots   0 to 7499. It is moved up to a multiple of 3.
  * Returns 0; -1; -3; -6; -60.
@@ -545,7 +546,7 @@ PASSBOOK_API int PT_PrintTxtStream(const char* portName, int mode, int timeout, 
 PASSBOOK_API int passbook_print_text(int xDots, int yDots, const char* text, int length);
 
 /*
- * As PT_PrintTxtStream, with the place in dots of 1/180 inch.
+ * As PT_PrintTxtStream, with the place in dots of 1/180 inch. A line is not sent when its place was not.
  * xDots     0 or more, from the left margin.
  * feedDots  0 or more: how far the paper is fed before. It is moved up to a multiple of 3.
  * Returns 0; -1; -3.

@@ -42,7 +42,7 @@ int printImage(const char* function, const char* portName, int mode, int timeout
 /// Prints what `text` gives, a text and its length, or says why not. `x` and `y` are what the host has given.
 template <typename Text>
 int printText(const char* function, const char* portName, int timeout, int x, int y, const Place& place,
-              const char* source, Text text) {
+              const char* source, LostMove lost, Text text) {
     if (!isGood(portName, timeout, x, y, source))
         return refused(function, PASSBOOK_BAD_ARGUMENT);
     g_timeout = timeout;
@@ -51,7 +51,8 @@ int printText(const char* function, const char* portName, int timeout, int x, in
         const ConvertedText converted = text(&length);
         if (converted == nullptr)
             return int{PASSBOOK_PT_NO_TEXT};
-        return PrintLineData_OKI(reinterpret_cast<unsigned char*>(converted.get()), length, place.xDots, place.yDots);
+        return PrintLineData_OKI(reinterpret_cast<unsigned char*>(converted.get()), length, place.xDots, place.yDots,
+                                 lost);
     });
 }
 
@@ -91,7 +92,7 @@ int PT_Eject(const char* portName, int /*reserved*/) {
 
 int PT_PrintTxtFile(const char* portName, int mode, int timeout, int x, int y, const char* path) {
     return printText(
-        __func__, portName, timeout, x, y, Place::from(mode, x, y), path,
+        __func__, portName, timeout, x, y, Place::from(mode, x, y), path, LostMove::printsAnyway,
         [&](int* length) {
             unsigned char* content = nullptr;
             int contentLength = 0;
@@ -104,12 +105,12 @@ int PT_PrintTxtFile(const char* portName, int mode, int timeout, int x, int y, c
 
 int PT_PrintTxtStream(const char* portName, int mode, int timeout, int x, int y, const char* text, int length) {
     return printText(
-        __func__, portName, timeout, x, y, Place::from(mode, x, y), text,
+        __func__, portName, timeout, x, y, Place::from(mode, x, y), text, LostMove::printsAnyway,
         [&](int* convertedLength) { return toPrinter(text, length, convertedLength); });
 }
 
 int passbook_oki_print_text(const char* portName, int timeout, int xDots, int feedDots, const char* text, int length) {
     return printText(
-        __func__, portName, timeout, xDots, feedDots, {xDots, feedDots}, text,
+        __func__, portName, timeout, xDots, feedDots, {xDots, feedDots}, text, LostMove::printsNothing,
         [&](int* convertedLength) { return toPrinter(text, length, convertedLength); });
 }

@@ -47,12 +47,12 @@ int onOpenPort(const char* function, Job job) {
         function, [&] { return g_portOpen ? int{job()} : int{PASSBOOK_NOT_OPEN}; });
 }
 
-int printLine(int xDots, int yDots, const char* text, int length) {
+int printLine(int xDots, int yDots, const char* text, int length, LostMove lost) {
     int convertedLength = 0;
     const ConvertedText converted = toPrinter(text, length, &convertedLength);
     if (converted == nullptr)
         return PASSBOOK_NO_TEXT;
-    return PrintData_OLI(reinterpret_cast<const unsigned char*>(converted.get()), convertedLength, xDots, yDots);
+    return PrintData_OLI(reinterpret_cast<const unsigned char*>(converted.get()), convertedLength, xDots, yDots, lost);
 }
 
 }  // namespace
@@ -107,13 +107,17 @@ int YARDO_PR2_PrintData(int unit, int x, int y, const char* text, int length) {
             // Text in millimetres goes one millimetre lower; text in inches, and pictures, do not.
             const int xDots = inches ? dotsFromInches(x) : dotsFromMillimetres(x);
             const int yDots = inches ? dotsFromInches(y) : dotsFromMillimetres(std::int64_t{y} + 1);
-            return printLine(xDots, yDots, text, length);
+            return printLine(xDots, yDots, text, length, LostMove::printsAnyway);
         });
 }
 
 int passbook_print_text(int xDots, int yDots, const char* text, int length) {
     return onOpenPort(
-        __func__, [&] { return text != nullptr ? printLine(xDots, yDots, text, length) : int{PASSBOOK_BAD_ARGUMENT}; });
+        __func__,
+        [&]() -> int {
+            return text != nullptr ? printLine(xDots, yDots, text, length, LostMove::printsNothing)
+                                   : int{PASSBOOK_BAD_ARGUMENT};
+        });
 }
 
 int YARDO_PR2_SetFormat(double pitch, int bold, int width, int height) {

@@ -105,14 +105,16 @@ int ResetPrint_OKI() {
     return 0;
 }
 
-int PrintLineData_OKI(unsigned char* text, int length, int x, int y) {
+int PrintLineData_OKI(unsigned char* text, int length, int x, int y, LostMove lost) {
     const int lines = countLines(text, length);
     if (!goOn(0, lines))
         return cancelled;
     headAt(0);
     paperAt(0);
     int lineLength = stripString(text, length, '\n');
-    (void)SetYPosition_OKI(y);  // a broken line shows at the very next command, whose result counts
+    // A broken line shows at the very next command, whose result counts. A single lost transfer does not.
+    if (const int result = SetYPosition_OKI(y); result != 0 && lost == LostMove::printsNothing)
+        return result;
     if (isEnding())
         return cancelled;
     if (const int result = SetXPosition_OKI(x); result != 0)
@@ -126,8 +128,9 @@ int PrintLineData_OKI(unsigned char* text, int length, int x, int y) {
             break;
         if (!goOn(done, lines))
             return cancelled;
-        (void)sendPlacing(lineFeed);  // as above
-        paperAt(-1);                  // how far the printer knows
+        if (const int result = sendPlacing(lineFeed); result != 0 && lost == LostMove::printsNothing)
+            return result;
+        paperAt(-1);  // how far the printer knows
         if (const int result = SetXPosition_OKI(x); result != 0)
             return result;
         if (const int result = sendLine(text + offset, lineLength); result != 0)

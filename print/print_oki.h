@@ -5,6 +5,8 @@
 // bytes can say; a feed goes as far as it is told. Results are 0, and -3 when a command was not sent whole.
 #pragma once
 
+#include "print/lost_move.h"
+
 namespace passbook {
 
 /// Feeds the paper by `distance`, in units of 1/120 inch of which 2 are 3 dots: less than 3 dots feed
@@ -37,7 +39,8 @@ int ResetPrint_OKI();
 /// `text`. Every line begins at `x`; the printer's own pitch leads from line to line. An empty line behind
 /// the first ends the text. 0; -3 a line's move or its bytes were not sent whole: the lines before it are
 /// printed.
-[[nodiscard]] int PrintLineData_OKI(unsigned char* text, int length, int x, int y);
+[[nodiscard]] int PrintLineData_OKI(unsigned char* text, int length, int x, int y,
+                                    LostMove lost = LostMove::printsAnyway);
 
 /// Prints bytes as one line, without cutting. 0 or -3.
 [[nodiscard]] int PrintData_OKI(const unsigned char* data, int length, int x, int y);

@@ -57,13 +57,14 @@ int SetYPosition_OLI(int y) {
     return result;
 }
 
-int PrintData_OLI(const unsigned char* data, int length, int x, int y) {
+int PrintData_OLI(const unsigned char* data, int length, int x, int y, LostMove lost) {
     if (!fitsPage_OLI(x, y))
         return badArgument;
     if (!goOn(0, 1))
         return cancelled;
     // A line that broke shows at the very next command, whose result counts. A single lost transfer does not.
-    (void)SetYPosition_OLI(y);
+    if (const int result = SetYPosition_OLI(y); result != 0 && lost == LostMove::printsNothing)
+        return result;
     if (const int result = SetXPosition_OLI(x); result != 0)
         return result;
     if (const int result = sendInk({data, static_cast<std::size_t>(length)}); result != 0)

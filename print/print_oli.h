@@ -7,6 +7,8 @@
 // in a wrong place.
 #pragma once
 
+#include "print/lost_move.h"
+
 namespace passbook {
 
 [[nodiscard]] int SetXPosition_OLI(int x);
@@ -15,8 +17,9 @@ namespace passbook {
 [[nodiscard]] bool fitsPage_OLI(int x, int y);
 
 /// Prints a line of text in the printer's code set, and CR. Both positions are tested before either is sent;
-/// a vertical position that is not sent whole is not reported.
-[[nodiscard]] int PrintData_OLI(const unsigned char* data, int length, int x, int y);
+/// a vertical position that is not sent whole is reported only when nothing is printed then.
+[[nodiscard]] int PrintData_OLI(const unsigned char* data, int length, int x, int y,
+                                LostMove lost = LostMove::printsAnyway);
 
 /// `pitch` in characters per inch, its fraction cut off: 10, 12, 15, 16, 17. Any other selects code 0.
 [[nodiscard]] int SetFontSpace_OLI(double pitch);
