@@ -90,6 +90,7 @@ void callIsRelative() {
 
 void findTrack() {
     g_trackLost = false;
+    g_owedBytes = 0;
 }
 
 std::int64_t owedBytes() {

@@ -62,7 +62,7 @@ class SendingScope {
 /// movement that was lost no ink is in its place until a document was ejected, and after a cut command what follows is
 /// taken for its rest. Both outlive the call.
 void callIsRelative();
-/// A document was ejected: the printer counts from its beginning again.
+/// A document was ejected, or the printer switched on: it counts from the beginning again, and waits for nothing.
 void findTrack();
 /// How many of the next bytes the printer takes for the rest of something else.
 [[nodiscard]] std::int64_t owedBytes();

@@ -226,7 +226,8 @@ bool Printer::image(double xMm, double yMm, const Picture& picture) {
     paperDots_ += outcome.y_dots;
     // The head is still behind the picture, and moves of an OKI printer count from where it is. What comes next at this
     // height would be too far right: an empty line brings the head home.
-    return took(passbook_oki_print_text(port(), timeoutSeconds, 0, 0, "", 0));
+    return took(passbook_oki_print_text(port(), timeoutSeconds, 0, 0, "", 0)) ||
+           tool_.report.fail(Exit::inDoubt, "the picture is sent, but the printer has not taken what follows it");
 }
 
 }  // namespace passbook::tool

@@ -36,8 +36,7 @@ constexpr std::array inkNames = {"none", "possible", "sent"};
 /// Which exit status a call has that did not do all that it should.
 Exit exitOf(const struct passbook_outcome& outcome) {
     const std::string_view function = outcome.function;
-    const bool inPlace = outcome.ink == PASSBOOK_INK_SENT && outcome.in_place == 1;
-    if (outcome.ink != PASSBOOK_INK_NONE && !inPlace)
+    if (outcome.ink != PASSBOOK_INK_NONE)
         return Exit::inDoubt;
     const bool opens = function.starts_with("PT_") || function.starts_with("passbook_oki");
     if (opens && outcome.result == PASSBOOK_PT_NOT_OPENED && outcome.transfers == 0)
@@ -180,8 +179,8 @@ bool Report::take(int result) {
     struct passbook_outcome outcome {};
     outcome.size = sizeof outcome;
     (void)passbook_outcome(&outcome);
-    const bool good = result >= 0 && outcome.failed_transfers == 0 &&
-                      (outcome.ink == PASSBOOK_INK_NONE || (outcome.ink == PASSBOOK_INK_SENT && outcome.in_place == 1));
+    const bool printed = outcome.ink == PASSBOOK_INK_SENT && outcome.in_place == 1;
+    const bool good = result >= 0 && (printed || (outcome.ink == PASSBOOK_INK_NONE && outcome.failed_transfers == 0));
     // What was sent whole, and what was not sent at all, is only possibly all of it.
     const bool mixed = ink_ != outcome.ink && ink_ != PASSBOOK_INK_NONE && outcome.ink != PASSBOOK_INK_NONE;
     ink_ = mixed ? int{PASSBOOK_INK_POSSIBLE} : std::max(ink_, outcome.ink);
@@ -192,6 +191,8 @@ bool Report::take(int result) {
     if (good) {
         if (exit_ == Exit::done && meaning != nullptr)
             name_ = meaning->name;
+        if (outcome.failed_transfers > 0)
+            warn(std::string(outcome.function) + ": all is printed in its place, but " + outcome.message);
         return true;
     }
     if (exit_ == Exit::done && meaning != nullptr) {

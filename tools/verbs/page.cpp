@@ -140,19 +140,22 @@ class Job {
         touched_ = touched_ || state != StepState::open;
         const bool half = state == StepState::begun || state == StepState::doubtful;
         doubt_ = half && page_.steps[next_ - 1].leavesInk();
-        if (doubt_ && asked == 0)
-            return fail(Exit::inDoubt, "it is in doubt whether " + nameOf(next_) +
-                                           " is on the paper: look at the page, then --resume with --skip " +
-                                           std::to_string(next_) + " if it is there whole, or --reprint " +
-                                           std::to_string(next_) + " if nothing of it is there");
         if (asked != 0 && (!doubt_ || asked != next_))
             return fail(Exit::badInput, "step " + std::to_string(asked) + " is not in doubt");
         const bool lost = !isOli() && (half || (state != StepState::open && state != StepState::done &&
                                                 !journal_.records()[next_ - 1].paperKnown));
-        if (lost && !given_.fromTop)
-            return fail(doubt_ ? Exit::inDoubt : Exit::refused,
-                        "nobody knows how far the printer has fed the paper: switch the printer off and on, put the "
-                        "document in again, then --resume with --from-top");
+        const bool fromTop = lost && !given_.fromTop;
+        const std::string number = std::to_string(next_);
+        const std::string again =
+            fromTop ? "switch the printer off and on, put the document in again, then --resume with --from-top"
+                    : "--resume";
+        if (doubt_ && asked == 0)
+            return fail(Exit::inDoubt, "it is in doubt whether " + nameOf(next_) +
+                                           " is on the paper: look at the page, then " + again +
+                                           (fromTop ? " and" : " with") + " --skip " + number +
+                                           " if it is there whole, or --reprint " + number + " if not");
+        if (fromTop)
+            return fail(Exit::refused, "nobody knows how far the printer has fed the paper: " + again);
         if (given_.fromTop)
             printer_.setPaperDots(0);
         return true;
