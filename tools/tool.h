@@ -9,6 +9,7 @@
 
 #include "tools/family.h"
 
+// NOLINTNEXTLINE(readability-identifier-naming): the library has this name
 namespace CLI {
 class App;
 }

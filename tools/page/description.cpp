@@ -21,7 +21,7 @@ using nlohmann::json;
 /// What a position command can say, in dots.
 constexpr int maxXDots = 1499, maxYDots = 7499;
 constexpr double maxXMm = 211, maxYMm = 1057;
-constexpr double longestWaitSeconds = 3600;
+constexpr int longestWaitSeconds = 3600;
 constexpr double mostLineSpaceMm = 10.58;
 constexpr std::size_t longestStripe = 256;
 

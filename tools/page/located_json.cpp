@@ -11,11 +11,13 @@ namespace {
 /// Characters of a text, which count the lines while the parser takes them.
 class Counting {
  public:
+    // NOLINTBEGIN(readability-identifier-naming): std::iterator_traits has these names
     using iterator_category = std::input_iterator_tag;
     using value_type = char;
     using difference_type = std::ptrdiff_t;
     using pointer = const char*;
     using reference = char;
+    // NOLINTEND(readability-identifier-naming)
 
     Counting(const char* at, int* line) : at_(at), line_(line) {}
     /// A line feed belongs to the line that it ends: a number is only over when the parser has seen what follows it.
@@ -31,8 +33,7 @@ class Counting {
         ++at_;
         return *this;
     }
-    friend bool operator==(const Counting& left, const Counting& right) { return left.at_ == right.at_; }
-    friend bool operator!=(const Counting& left, const Counting& right) { return left.at_ != right.at_; }
+    bool operator==(const Counting& other) const { return at_ == other.at_; }
 
  private:
     const char* at_;
