@@ -5,7 +5,7 @@ cd "$(dirname "$0")/.."
 out=${1:-out}
 scripts/setup.sh
 cmake --preset default >/dev/null
-cmake --build --preset default --target passbook passbook_sim_program print_page print_oki scan make_pictures
+cmake --build --preset default --target passbook passbook_program passbook_sim_program print_page print_oki scan make_pictures
 bin=$PWD/build/default
 mkdir -p "$out"
 out=$(cd "$out" && pwd)
@@ -20,14 +20,16 @@ seconds() { local ms=$((($(clock) - $1) / 1000000)); printf '%d.%03d s' $((ms / 
 # report NAME START: what was printed since
 report() { echo "  $(count "$1" text) texts, $(count "$1" bitmap) bitmap runs, $(count "$1" unknown) unknown sequences in $(seconds "$2")"; }
 
-echo "An OLI printer prints a passbook page:"
+cp examples/page.json "$out"
+
+echo "passbook prints the page that page.json describes, on an OLI printer:"
 began=$(clock)
-with oli --page "$out/oli.png" -- "$bin/examples/print_page" {} "$out/stamp.bmp" | sed 's/^/  /'
+with oli --page "$out/oli.png" -- "$bin/tools/passbook" --port {} page "$out/page.json" | sed 's/^/  /'
 report oli "$began"
 
-echo "The same program prints the same page over USB, on an emulated bus:"
+echo "The same over USB, on an emulated bus:"
 began=$(clock)
-with usb --usb --page "$out/usb.png" -- "$bin/examples/print_page" {} "$out/stamp.bmp" | sed 's/^/  /'
+with usb --usb --page "$out/usb.png" -- "$bin/tools/passbook" --port USB page "$out/page.json" | sed 's/^/  /'
 report usb "$began"
 without_time() { sed 's/"ms":[0-9]*,//' "$out/$1.jsonl"; }
 if diff <(without_time oli) <(without_time usb) >/dev/null; then
@@ -37,7 +39,17 @@ else
   exit 1
 fi
 
-echo "A single transfer is lost, and a line would stand at the height of the line before, with result 0:"
+echo "A preview needs no printer:"
+began=$(clock)
+"$bin/tools/passbook" preview --page-file "$out/preview.png" page "$out/page.json" >/dev/null
+if cmp -s "$out/oli.png" "$out/preview.png"; then
+  echo "  the same picture as the printed page, in $(seconds "$began")"
+else
+  echo "demo: the preview differs, see $out/oli.png and $out/preview.png" >&2
+  exit 1
+fi
+
+echo "A host in C. A single transfer is lost, and a line would stand at the height of the line before, with result 0:"
 with fault --usb --usb-fault stall:23 -- "$bin/examples/print_page" {} "$out/stamp.bmp" 2>&1 | sed 's/^/  /' || true
 
 echo "An OKI printer prints a statement:"
