@@ -15,6 +15,7 @@
 
 #include "api/passbook.h"
 #include "tools/trace.h"
+#include "tools/values.h"
 #include "tools/verbs.h"
 
 namespace passbook::tool {
@@ -102,7 +103,7 @@ void addShared(CLI::App& app, Setting& setting, std::string& offset) {
         ->envname("PASSBOOK_PORT");
     app.add_option("--family", setting.family, "the printer's command set: oli (PR2) or oki")
         ->type_name("oli|oki")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, Family>{{"oli", Family::oli}, {"oki", Family::oki}}))
+        ->transform(oneOf({{"oli", static_cast<int>(Family::oli)}, {"oki", static_cast<int>(Family::oki)}}))
         ->envname("PASSBOOK_FAMILY");
     app.add_flag("--json", setting.json, "one JSON object on standard output");
     app.add_flag("--progress", setting.progress, "tell progress on standard error");
@@ -200,7 +201,11 @@ bool Report::take(int result) {
         remedies_ = {std::string("on the paper: ") + meaning->paper, std::string("what to do: ") + meaning->remedy};
     }
     std::string message = outcome.message;
-    if (message.empty())
+    if (result == PASSBOOK_CANCELLED) {
+        message = outcome.ink == PASSBOOK_INK_NONE ? "stopped; nothing of this call is on the paper"
+                                                   : "stopped; a part of this call is on the paper: look at the page";
+        remedies_.clear();
+    } else if (message.empty())
         message = "result " + std::to_string(result);
     return fail(exitOf(outcome), std::string(outcome.function) + ": " + message);
 }
@@ -280,7 +285,9 @@ int run(const std::vector<std::string>& arguments, std::ostream& out, std::ostre
         if (verb != arguments.end())
             tool.report.verb = *verb;
         const std::string hint = verb != arguments.end() ? "passbook " + *verb + " --help" : "passbook --help";
-        (void)tool.report.fail(Exit::badInput, problem.what() + std::string("; see ") + hint);
+        const bool noVerb = verb == arguments.end() && dynamic_cast<const CLI::RequiredError*>(&problem) != nullptr;
+        (void)tool.report.fail(Exit::badInput, (noVerb ? "there is no verb that is known" : problem.what()) +
+                                                   std::string("; see ") + hint);
     }
     if (tool.report.exit() == Exit::done)
         work(tool);

@@ -16,8 +16,11 @@ void addEject(CLI::App& parent, Tool& tool) {
         ->check(CLI::Range(0, 3600));
     app->callback([&tool, seconds] {
         tool.job = [seconds](Tool& with) {
-            if (*seconds > 0 && !with.isFamily(Family::oli))
+            if (*seconds > 0 && with.setting.family == Family::oki) {
+                (void)with.report.fail(Exit::badInput,
+                                       "--wait: printers of the family oki do not tell whether the document is taken");
                 return;
+            }
             Printer printer(with);
             if (printer.open() && printer.eject(*seconds))
                 with.report.say(*seconds > 0 ? "the document has been taken" : "the document is ejected");

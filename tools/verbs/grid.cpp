@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "tools/printer.h"
+#include "tools/values.h"
 #include "tools/verbs.h"
 
 namespace passbook::tool {
@@ -120,8 +121,9 @@ void addGrid(CLI::App& parent, Tool& tool) {
         "whole page takes a minute.\n"
         "Example:\n  passbook --port ttyS0 grid --width 105 --height 148");
     const auto given = std::make_shared<Given>();
-    app->add_option("--width", given->widthMm, "millimetres of the paper; else 150")->check(CLI::Range(20.0, 211.0));
-    app->add_option("--height", given->heightMm, "millimetres of the paper; else 200")->check(CLI::Range(20.0, 1058.0));
+    app->add_option("--width", given->widthMm, "millimetres of the paper; else 150")->check(millimetres(20.0, 211.0));
+    app->add_option("--height", given->heightMm, "millimetres of the paper; else 200")
+        ->check(millimetres(20.0, 1058.0));
     app->callback([&tool, given] { tool.job = [given](Tool& with) { grid(with, *given); }; });
 }
 

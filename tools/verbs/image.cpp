@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "tools/printer.h"
+#include "tools/values.h"
 #include "tools/verbs.h"
 
 namespace passbook::tool {
@@ -55,10 +56,10 @@ void addImage(CLI::App& parent, Tool& tool) {
     const auto given = std::make_shared<Given>();
     app->add_option("FILE", given->path, "PNG, JPEG, BMP, GIF, TIFF, or what else gdk-pixbuf reads")->required();
     app->add_option("--x", given->xMm, "millimetres from the left edge, decimals too; else 0")
-        ->check(CLI::Range(0.0, 211.0));
+        ->check(millimetres(0.0, 211.0));
     app->add_option("--y", given->yMm, "millimetres from the top; OKI: from where the paper is; else 0")
-        ->check(CLI::Range(0.0, 1057.0));
-    app->add_option("--width", given->wish.widthMm, "make it so many millimetres wide")->check(CLI::Range(0.1, 211.0));
+        ->check(millimetres(0.0, 1057.0));
+    app->add_option("--width", given->wish.widthMm, "make it so many millimetres wide")->check(millimetres(0.1, 211.0));
     app->add_option("--fit", given->fit, "make it smaller, if need be, to fit into these millimetres")
         ->type_name("WxH");
     app->add_option("--turn", given->wish.turnDegrees, "turn it clockwise, after what EXIF says")

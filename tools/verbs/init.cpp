@@ -1,11 +1,11 @@
 // init: resets a printer and sets it up.
 
 #include <CLI/CLI.hpp>
-#include <map>
 #include <memory>
 
 #include "api/passbook.h"
 #include "tools/printer.h"
+#include "tools/values.h"
 #include "tools/verbs.h"
 
 namespace passbook::tool {
@@ -31,8 +31,8 @@ void addInit(CLI::App& parent, Tool& tool) {
     const auto given = std::make_shared<Given>();
     app->add_option("--reset", given->reset, "clears an error (the default), all settings too, or feeds the form out")
         ->type_name("error|all|form-feed")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, int>{
-            {"error", PASSBOOK_RESET_ERROR}, {"all", PASSBOOK_RESET_ALL}, {"form-feed", PASSBOOK_RESET_FORM_FEED}}));
+        ->transform(oneOf(
+            {{"error", PASSBOOK_RESET_ERROR}, {"all", PASSBOOK_RESET_ALL}, {"form-feed", PASSBOOK_RESET_FORM_FEED}}));
     app->add_option("--wait", given->seconds, "how long to wait for the printer, 0 to 3600 seconds; else 10")
         ->check(CLI::Range(0, 3600));
     app->callback([&tool, given] { tool.job = [given](Tool& with) { init(with, *given); }; });

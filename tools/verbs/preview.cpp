@@ -10,6 +10,7 @@
 
 #include "tools/picture.h"
 #include "tools/printer.h"
+#include "tools/values.h"
 #include "tools/verbs.h"
 #include "tools/virtual_desk.h"
 #include "tools/whole_file.h"
@@ -188,7 +189,7 @@ void addPreview(CLI::App& parent, Tool& tool) {
     app->add_option("--page-file", given->file, "the picture of the page, a PNG; else preview.png")->type_name("FILE");
     app->add_option("--paper", given->paper, "the size of the document in millimetres; else 150x200")->type_name("WxH");
     app->add_option("--fold", given->foldMm, "warn of ink on the fold, so many millimetres from the top")
-        ->check(CLI::Range(0.1, 1072.0));
+        ->check(millimetres(0.1, 1072.0));
     app->add_flag("--strict", given->strict, "end with exit status 2 when there are warnings");
     for (AddVerb* const add : {addText, addImage, addPage, addGrid})
         add(*app, tool);

@@ -4,12 +4,12 @@
 
 #include <CLI/CLI.hpp>
 #include <array>
-#include <map>
 #include <memory>
 
 #include "api/passbook.h"
 #include "tools/pixels.h"
 #include "tools/printer.h"
+#include "tools/values.h"
 #include "tools/verbs.h"
 #include "tools/whole_file.h"
 
@@ -255,10 +255,10 @@ void addScan(CLI::App& parent, Tool& tool) {
     app->add_option("--back", given->sides[1].path, "the file of the back side")->type_name("FILE");
     app->add_option("--type", given->type, "black and white, 16 or 256 greys (the default), or colour")
         ->type_name("bw|grey16|grey256|colour")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, int>{{"bw", PASSBOOK_IMAGE_BLACK_WHITE},
-                                                                       {"grey16", PASSBOOK_IMAGE_GREY_16},
-                                                                       {"grey256", PASSBOOK_IMAGE_GREY_256},
-                                                                       {"colour", PASSBOOK_IMAGE_COLOUR}}));
+        ->transform(oneOf({{"bw", PASSBOOK_IMAGE_BLACK_WHITE},
+                           {"grey16", PASSBOOK_IMAGE_GREY_16},
+                           {"grey256", PASSBOOK_IMAGE_GREY_256},
+                           {"colour", PASSBOOK_IMAGE_COLOUR}}));
     app->add_option("--dpi", given->dpi,
                     "dots per inch, of which the printer has three: up to 240 (200 is the default), up to 400, above")
         ->check(CLI::Range(1, 1200));

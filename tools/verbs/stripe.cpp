@@ -61,7 +61,7 @@ void readStripes(Tool& tool, const Given& given) {
             continue;
         if (const std::optional<std::string> data = read(tool, track)) {
             stripes.push_back({{"track", track}, {"data", *data}});
-            tool.report.say("track " + std::to_string(track) + ": " + shown(*data));
+            tool.report.say("track " + std::to_string(track) + ": " + (data->empty() ? "empty" : shown(*data)));
         }
     }
     tool.report.brought["stripes"] = std::move(stripes);

@@ -1,9 +1,12 @@
 // text: prints one line.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <memory>
 
 #include "tools/printer.h"
+#include "tools/text_extent.h"
+#include "tools/values.h"
 #include "tools/verbs.h"
 
 namespace passbook::tool {
@@ -20,8 +23,14 @@ void print(Tool& tool, const Given& given) {
     // A control character would be a command: the rest of the page could stand in a wrong place.
     const bool control = std::any_of(given.text.begin(), given.text.end(),
                                      [](unsigned char byte) { return byte < 0x20 || byte == 0x7F; });
-    if (control && !given.raw) {
-        (void)tool.report.fail(Exit::badInput, "the text has control characters: --raw prints it all the same");
+    const auto missing = missingCharacters(given.text);
+    const char* const problem = !missing  ? "the text is not UTF-8"
+                                : control ? "the text has control characters: --raw prints it all the same"
+                                : !missing->empty()
+                                    ? "the text has characters that the printer has not: --raw sends them all the same"
+                                    : nullptr;
+    if (problem != nullptr && !(given.raw && missing)) {
+        (void)tool.report.fail(Exit::badInput, problem);
         return;
     }
     Printer printer(tool);
@@ -37,10 +46,10 @@ void addText(CLI::App& parent, Tool& tool) {
     const auto given = std::make_shared<Given>();
     app->add_option("TEXT", given->text, "the line, in UTF-8")->required();
     app->add_option("--x", given->xMm, "millimetres from the left edge, decimals too; else 0")
-        ->check(CLI::Range(0.0, 211.0));
+        ->check(millimetres(0.0, 211.0));
     app->add_option("--y", given->yMm, "millimetres from the top; OKI: from where the paper is; else 0")
-        ->check(CLI::Range(0.0, 1057.0));
-    app->add_flag("--raw", given->raw, "let control characters through");
+        ->check(millimetres(0.0, 1057.0));
+    app->add_flag("--raw", given->raw, "let control characters, and such that the printer has not, through");
     app->callback([&tool, given] { tool.job = [given](Tool& with) { print(with, *given); }; });
 }
 
