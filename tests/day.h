@@ -65,8 +65,9 @@ class Truth {
         EXPECT_TRUE(!isNew || (lostNothing && outcome.message[0] == 0));
         EXPECT_TRUE(!isNew || (outcome.in_place == 1 && outcome.ink == (ink.empty() ? 0 : PASSBOOK_INK_SENT)));
         // A relative place counts from where the call before has ended, early if it failed.
-        const bool relative = std::string(outcome.function).starts_with("PT_");
-        if (!relative || outcome.function == std::string("PT_Eject"))
+        const std::string function = outcome.function;
+        const bool relative = function.starts_with("PT_") || function == "passbook_oki_print_text";
+        if (!relative || function == "PT_Eject")
             shifted_ = false;
         if (std::exchange(shifted_, shifted_ || (relative && outcome.result < 0)))
             return;
@@ -124,6 +125,7 @@ class Day : public ::testing::Test {
             return {
                 {"text", bound(PT_PrintTxtStream, 0, 1, 10, 10, "对账单\n100.00", -1), 0, {-3}},
                 {"text file", bound(PT_PrintTxtFile, 1, 1, 10, 10, "a.txt"), 0, {-3}},
+                {"placed text", bound(passbook_oki_print_text, 1, 71, 60, "对账单\n100.00", -1), 0, {-3}},
                 {"picture", bound(PT_PrintImageFileRevolve, 0, 1, 20, 20, 0, "a.bmp", 1), 0, {-3}},
                 {"photo", bound(PT_PrintImageFile, 0, 1, 0, 0, 0, "a.jpg"), 0, {-3}},
                 {"drawing",
@@ -144,6 +146,7 @@ class Day : public ::testing::Test {
             {"space", call(YARDO_PR2_SetLineSpace, 0, 4.2), 0, {-3}},
             {"text", call(YARDO_PR2_PrintData, 0, 10, 10, "存款 100.00", -1), 0, {-3}},
             {"line", YARDO_PR2_LR, 0, {-3}},
+            {"placed text", call(passbook_print_text, 100, 200, "存款 100.00", -1), 0, {-3}},
             {"picture", call(YARDO_PrintBmpOLI, "a.bmp", false, 20, 20), 0, {-3}},
             {"printer", YARDO_PR2_GetPrinterStatus, 1, {2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, -3, -22}},
             {"stripe write", call(YARDO_PR2_MSW, 0, "12=34", 5), 0, {-3}},

@@ -116,7 +116,7 @@ for family in oli oki; do
   cmp -s p.png page.png || wrong "$family: the preview is not what is printed"
 done
 expect 2 'reaches 6\.8 mm beyond the right.*across the fold' "${preview[@]}" --strict --fold 21 text --x 99 --y 20 12.34
-expect 0 'have the character "😀"' "${preview[@]}" text 😀
+expect 0 'have the character "😀"' "${preview[@]}" text --raw 😀
 expect 0 'beyond the lower.*ink on the fold' "${preview[@]}" --fold 147 image --y 146 plain.bmp
 expect 0 'does not know the bytes 1B 7A' "${preview[@]}" text --raw $'\ez1'
 exit $bad
