@@ -11,10 +11,10 @@
 #include <span>
 #include <string_view>
 
-#include "device/hidusbdriver.h"
 #include "device/outcome.h"
 #include "device/parallel.h"
 #include "device/serial.h"
+#include "device/usb.h"
 
 namespace passbook {
 
@@ -24,13 +24,6 @@ int g_timeout = 10;
 int g_writeLimitMs = 0;
 
 namespace {
-
-std::unique_ptr<Protocol> openUsb() {
-    std::unique_ptr<HidUsb> printer(new (std::nothrow) HidUsb());
-    if (OpenUSBDevice(printer.get()) != 0)
-        printer.reset();
-    return printer;
-}
 
 /// The transport that the name asks for, open; null when it cannot be opened.
 std::unique_ptr<Protocol> openTransport(const char* portName) {

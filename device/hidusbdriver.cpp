@@ -197,6 +197,13 @@ int HidUsb::CloseDevice() {
     return 0;
 }
 
+std::unique_ptr<Protocol> openUsb() {
+    std::unique_ptr<HidUsb> printer(new (std::nothrow) HidUsb());
+    if (OpenUSBDevice(printer.get()) != 0)
+        printer.reset();
+    return printer;
+}
+
 int OpenUSBDevice(HidUsb* device) {
     if (device == nullptr)
         return -1;
