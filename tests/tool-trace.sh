@@ -20,11 +20,12 @@ expect() {
   timeout 60 "${@:4}" >out 2>err </dev/null || status=$?
   [ "$status" = "$1" ] && [[ $(<out) =~ $2 ]] && [[ $(<err) =~ $3 ]] || wrong "${*:4}: status $status (not $1): $(cat out err)"
 }
+next=()  # what the printer's user does when a document is out
 # printed FAMILY COMMAND...: on a printer of that family, whose port is {}
 printed() {
   [ "$1" = oki ] && printer=(--family oki) || printer=(--stripe0 "$card")
   rm -f page.png
-  expect 0 '' '^$' "$sim" "${printer[@]}" --page page.png --events events -- "${@:2}"
+  expect 0 '' '^$' "$sim" "${printer[@]}" "${next[@]}" --page page.png --events events -- "${@:2}"
 }
 same() { diff <(sed 's/^{"ms":[0-9]*,//' "$1") <(sed 's/^{"ms":[0-9]*,//' "$2"); }
 # replayed TRACE: gives the page and the events of the latest run
@@ -42,12 +43,14 @@ head -c 28 /dev/zero >>stamp.bmp
 # A session in several runs, masked and not
 session='for options in "--trace masked" "--trace whole --trace-unmasked"; do
   p="passbook --port {} --family $family $options"
+  [ $family = oki ] || $p insert --wait 5 >/dev/null
   $p text --y 20 "$name" >/dev/null
   $p raw 0x0d:0A 41424344 >/dev/null
   [ $family = oki ] || $p --json stripe read >stripe
   $p eject >/dev/null
 done'
 export name family SIM=$sim
+next=(--insert-after 0)
 for family in oli oki; do
   rm -f masked whole
   printed $family bash -c "$session"
@@ -67,6 +70,7 @@ done
 check grep -q "\"data\": \"$card\"" stripe
 
 # Hosts that know nothing of it
+next=()
 printed oli passbook run --trace day --trace-unmasked -- "$page" {} stamp.bmp
 replayed day
 check grep -q "$(hex '转账 林小姐')" day
@@ -80,10 +84,10 @@ while IFS='|' read -r status output errors command; do
   expect "$status" "$output" "$errors" bash -c "$command"
 done <<'END'
 7|^hello$|^passbook: nothing was traced|passbook run --trace t -- sh -c 'echo hello; exit 7'
-143|^$|^$|passbook run -- sh -c 'kill -TERM $$'
-143|^$|^$|passbook run -- sh -c 'kill -TERM $PPID; sleep 50'
-127|^$|^passbook: ./missing: No such file|passbook run -- ./missing
-126|^$|^passbook: /: Permission denied|passbook run -- /
+143|^$|nothing is traced|passbook run -- sh -c 'kill -TERM $$'
+143|^$|nothing is traced|passbook run -- sh -c 'kill -TERM $PPID; sleep 50'
+127|^$|passbook: ./missing: No such file|passbook run -- ./missing
+126|^$|passbook: /: Permission denied|passbook run -- /
 2|^$|HOST is required|passbook run
 2|^$|may read the file: chmod 600|touch open; chmod 644 open; passbook --trace open --port null raw 00
 2|^$|symbolic link|ln -s t link; passbook --trace link --port null raw 00

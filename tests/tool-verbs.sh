@@ -19,19 +19,24 @@ P1
 END
 page='{"text": "one", "x": 10, "y": 10}, {"image": "picture.pbm", "x": 10, "y": 20}'
 printf '{"steps": [%s]}' "$page" >page.json
+printf '{"insert": {"wait": 1}, "initialise": {"wait": 1}, "eject": {"wait": 1}, "steps": [%s]}' "$page" >quick-oli.json
+printf '{"steps": [%s]}' "$page" >quick-oki.json
 printf '{"steps": [\n%s,\n{"text": "far", "x": 500, "y": 9, "z": 1}]}' "$page" >beyond.json
 printf '{"steps": [{"lines": ["a", "b"], "x": 1, "y": 1, "spacing": 1}]}' >overlap.json
 printf '{"steps": [' >half.json
 printf '%0.s[' {1..3000} >deep.json
 
-# Columns: the families; the exit status; a pattern for standard error, or - for silence; the arguments. Status 2 is
-# nonsense: one line, and nothing sent.
-while read -r families status pattern arguments; do
-  [[ -n $families && $families != \#* ]] || continue
+# Columns: the families, and behind a colon the printer's options, with _ for spaces; the exit status; a pattern for
+# standard error, or - for silence; the arguments. Status 2 is nonsense: one line, and nothing sent. A printer without
+# paper gets no ink, and a silent one is no success. A page that is out is not ejected again: it would be the next one.
+while IFS=' ' read -r families status pattern arguments; do
+  IFS=: read -r families options <<<"$families"
+  [ -n "$families" ] || continue
   for family in ${families//,/ }; do
     eval "set -- $arguments"
+    read -ra printer <<<"${options//_/ }"
     got=0
-    timeout 60 "$sim" --family "$family" --events events -- "$tool" --port {} --family "$family" --json "$@" \
+    timeout 60 "$sim" --family "$family" "${printer[@]}" --events events -- "$tool" --port {} --family "$family" --json "$@" \
       >out 2>err </dev/null || got=$?
     said=$(<err)
     what="$family: $arguments: status $got (not $status), said: $said"
@@ -74,6 +79,20 @@ oki     2 family_oki_cannot_do_this     firmware
 oki     2 family_oki_cannot_do_this     stripe read
 oki     2 do_not_tell                   eject --wait 5
 
+oli,oki:--paper_out 4 no_document       text a
+oli,oki:--paper_out 4 no_document       image picture.pbm
+oli,oki:--paper_out 4 no_document       grid
+oki:--paper_out 4 no_document           page quick-oki.json
+oli:--paper_out 4 no_document           stripe read
+oli:--printer-status_9 4 not_ready      text a
+oki:--silent 1 Next:_passbook           text a
+oli:--silent 1 Next:_passbook           eject
+oli,oki:--silent 1 Next:_passbook       page "quick-$family.json"
+oli:--taken-after_never 4 nobody_has    page --journal out quick-oli.json
+oli 0 -                                 page --journal out --resume quick-oli.json
+
+oli,oki 2 beyond_where                  text --x 205 "DEPOSIT 100.00"
+oli,oki 2 no_whole_number               page --journal j --resume --skip 0 page.json
 oli,oki 2 control_characters            text $'a\x1bl'
 oli,oki 2 not_UTF-8                     text $'a\xff'
 oli,oki 2 the_printer_has_not           text "a😀"

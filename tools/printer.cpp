@@ -88,9 +88,16 @@ bool Condition::isReady(Family family) const {
     return family == Family::oki ? paper > 0 : printer == PASSBOOK_PRINTER_READY;
 }
 
+bool Condition::hasDocument(Family family) const {
+    return family == Family::oki ? paper == 1 || measured : paper == PASSBOOK_PAPER_IN_PLACE;
+}
+
 std::string Condition::text(Family family) const {
+    if (family == Family::oki && paper <= 0)
+        return "it does not tell its status";
     if (family == Family::oki)
-        return paper > 0 ? "it answers; its paper status is " + std::to_string(paper) : "it does not tell its status";
+        return "it answers; its paper status is " + std::to_string(paper) +
+               (measured ? "; it has measured a document" : "; it has measured no document");
     const char* const status = passbook_status_text(printer);
     const char* const place = passbook_paper_text(paper);
     return std::string(status != nullptr ? status : "the printer does not tell its status") + "; " +
@@ -112,7 +119,11 @@ bool Printer::open(bool keep) {
 }
 
 bool Printer::initialise(int reset, int seconds) {
-    return took(YARDO_PR2_InitPrinter(reset, seconds));
+    const int result = YARDO_PR2_InitPrinter(reset, seconds);
+    // A printer that says nothing gives the same result as one that is not ready.
+    if (result == PASSBOOK_NOT_READY && outcomeNow().missing_answers > 0 && YARDO_PR2_GetPrinterStatus() < 0)
+        return failSilent();
+    return took(result);
 }
 
 bool Printer::insert(int seconds) {
@@ -124,7 +135,7 @@ bool Printer::insert(int seconds) {
         if (paper == PASSBOOK_PAPER_IN_PLACE)
             return true;
         if (stopAsked())
-            return tool_.report.fail(Exit::refused, "stopped while waiting for a document");
+            return tool_.report.fail(Exit::failed, "stopped while waiting for a document");
         if (monotonicSeconds() >= end) {
             const char* const place = passbook_paper_text(paper);
             return place == nullptr
@@ -142,30 +153,76 @@ bool Printer::insert(int seconds) {
 
 bool Printer::eject(int seconds) {
     if (!isOli()) {
-        const bool good = took(PT_Eject(port(), 0));
+        if (!ask().isTold())
+            return failSilent();
+        const bool good = ejected_ = took(PT_Eject(port(), 0));
         paperDots_ = good ? 0 : paperDots_;
         return good;
     }
-    if (seconds <= 0)
-        return took(YARDO_PR2_EjectPaper());
-    if (!took(YARDO_PR2_SPB(seconds)))
-        return false;
-    return YARDO_PR2_GetPaperStatus() == PASSBOOK_PAPER_ABSENT ||
-           tool_.report.fail(Exit::refused, "nobody has taken the document");
+    if (ask().paper < 0)
+        return failSilent();
+    ejected_ = took(seconds > 0 ? YARDO_PR2_SPB(seconds) : YARDO_PR2_EjectPaper());
+    if (!ejected_ || seconds <= 0)
+        return ejected_;
+    const int paper = YARDO_PR2_GetPaperStatus();
+    ejected_ = paper != PASSBOOK_PAPER_IN_PLACE;
+    if (!ejected_)
+        return tool_.report.fail(Exit::refused, "the document is still in the printer");
+    return paper == PASSBOOK_PAPER_ABSENT ||
+           tool_.report.fail(Exit::refused, "the document is out, but nobody has taken it");
 }
 
 Condition Printer::condition() {
     Condition condition;
     if (isOli()) {
         condition.printer = YARDO_PR2_GetPrinterStatus();
-        condition.paper = YARDO_PR2_GetPaperStatus();
+        // A printer that says nothing is not waited for twice.
+        condition.paper = condition.printer < 0 ? condition.printer : YARDO_PR2_GetPaperStatus();
         return condition;
     }
     struct passbook_oki_paper paper {};
     paper.size = sizeof paper;
     const int result = passbook_oki_paper(port(), &paper);
     condition.paper = result == 0 ? paper.status : result;
+    condition.measured = paper.width > 0 && paper.length > 0;
     return condition;
+}
+
+Condition Printer::ask() {
+    constexpr int attempts = 2;
+    Condition condition;
+    for (int i = 0; i < attempts && !stopAsked(); ++i) {
+        condition = this->condition();
+        if (condition.isTold())
+            break;
+    }
+    return condition;
+}
+
+bool Printer::failSilent() {
+    const std::string family = nameOf(tool_.setting.family);
+    return tool_.report.fail(Exit::failed, "the printer does not answer: see whether it is on, and of the family " +
+                                               family + ". Next: passbook --port " + tool_.setting.port + " --family " +
+                                               family + " doctor");
+}
+
+bool Printer::canPrint() {
+    const Condition condition = ask();
+    if (!condition.isTold())
+        return failSilent();
+    if (!condition.isReady(tool_.setting.family))
+        return tool_.report.fail(Exit::refused, "the printer is not ready: " + condition.text(tool_.setting.family));
+    return condition.hasDocument(tool_.setting.family) ||
+           tool_.report.fail(Exit::refused,
+                             "there is no document to print on: " + condition.text(tool_.setting.family));
+}
+
+bool Printer::hasPrinted() {
+    const Condition condition = ask();
+    return (condition.isTold() && condition.isReady(tool_.setting.family) &&
+            condition.hasDocument(tool_.setting.family)) ||
+           tool_.report.fail(Exit::inDoubt, "the printer is not ready after it: " +
+                                                condition.text(tool_.setting.family) + "; look at the page");
 }
 
 std::string Printer::firmware() {

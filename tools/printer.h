@@ -17,6 +17,11 @@ namespace passbook::tool {
 struct Condition {
     int printer = 0;  // OLI: see enum passbook_printer_status; 0 not asked, below 0 a result
     int paper = 0;    // OLI: see enum passbook_paper_status; OKI: 1 or 2, whose meaning is not known; below 0 a result
+    bool measured = true;  // OKI: the printer tells width and length of a document
+    /// Whether all questions were answered.
+    [[nodiscard]] bool isTold() const { return printer >= 0 && paper > 0; }
+    /// Whether there is a document to print on. A printer that says 2 and measures nothing has none.
+    [[nodiscard]] bool hasDocument(Family family) const;
     /// Whether the printer takes the next step.
     [[nodiscard]] bool isReady(Family family) const;
     /// For people: "ready, document in place".
@@ -44,6 +49,16 @@ class Printer {
 
     /// Asks the printer. A result below 0 is in the condition, not in the report.
     [[nodiscard]] Condition condition();
+    /// The same until it answers, a few times: a lost question costs nothing but time.
+    [[nodiscard]] Condition ask();
+    /// Whether a printer answers, is ready, and has a document to print on; else the report says what is missing.
+    [[nodiscard]] bool canPrint();
+    /// Whether it is ready after it has got something to print; else the report says that it is in doubt.
+    [[nodiscard]] bool hasPrinted();
+    /// Tells in the report that the printer does not answer. Returns false.
+    bool failSilent();
+    /// Whether eject() has sent the document out, be it taken or not.
+    [[nodiscard]] bool hasEjected() const { return ejected_; }
     /// OLI: 13 characters; empty when the printer does not tell.
     [[nodiscard]] std::string firmware();
 
@@ -66,6 +81,7 @@ class Printer {
     Tool& tool_;
     bool open_ = false;
     int paperDots_ = 0;
+    bool ejected_ = false;
 };
 
 }  // namespace passbook::tool

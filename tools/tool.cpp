@@ -77,17 +77,20 @@ class Signals {
         stop.sa_flags = SA_RESTART;
         (void)sigaction(SIGINT, &stop, &interrupt_);
         (void)sigaction(SIGTERM, &stop, &terminate_);
+        (void)sigaction(SIGHUP, &stop, &hangUp_);
     }
     Signals(const Signals&) = delete;
     Signals& operator=(const Signals&) = delete;
     ~Signals() {
         (void)sigaction(SIGINT, &interrupt_, nullptr);
         (void)sigaction(SIGTERM, &terminate_, nullptr);
+        (void)sigaction(SIGHUP, &hangUp_, nullptr);
     }
 
  private:
     struct sigaction interrupt_ {};
     struct sigaction terminate_ {};
+    struct sigaction hangUp_ {};
 };
 
 /// A printer that takes nothing for so long has stopped. Longer than a page takes out of a full buffer.
@@ -222,10 +225,15 @@ void Report::write(std::ostream& out, std::ostream& err, bool json) const {
             out << line << '\n';
         return;
     }
+    // The tool can have a reason of its own, of which the driver knows nothing.
+    constexpr std::array exitNames = {"done", "failed", "badInput", "notOpened", "refused", "inDoubt"};
+    const auto exit = static_cast<std::size_t>(exit_);
+    const bool own = exit_ != Exit::done && result_ >= 0 && exit < exitNames.size();
+    const int ink = exit_ == Exit::inDoubt && ink_ == PASSBOOK_INK_NONE ? int{PASSBOOK_INK_POSSIBLE} : ink_;
     nlohmann::ordered_json object = {{"verb", verb},
                                      {"result", result_},
-                                     {"name", name_},
-                                     {"ink", inkNames[static_cast<std::size_t>(ink_)]},
+                                     {"name", own ? exitNames[exit] : name_},
+                                     {"ink", inkNames[static_cast<std::size_t>(ink)]},
                                      {"inPlace", inPlace_},
                                      {"message", message_},
                                      {"exit", static_cast<int>(exit_)}};

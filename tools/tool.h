@@ -4,6 +4,7 @@
 #include <functional>
 #include <iosfwd>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,9 @@ class Report {
     /// `result`. Returns whether the call did all that it should: good result, nothing lost, all in its place.
     bool take(int result);
 
+    /// Says what has failed in other words.
+    void rephrase(const std::string& message) { message_ = message; }
+
     [[nodiscard]] Exit exit() const { return exit_; }
     [[nodiscard]] const std::string& message() const { return message_; }
     [[nodiscard]] const std::vector<std::string>& warnings() const { return warnings_; }
@@ -75,11 +79,18 @@ struct Setting {
     bool traceUnmasked = false;
 };
 
+/// What a verb knows of the printer and the document before its job is done.
+struct Wish {
+    std::optional<Family> family{};
+    double widthMm = 0, heightMm = 0;  // of the document; 0: not said
+};
+
 /// What a verb's job works with.
 struct Tool {
     Setting setting;
     Report report;
     std::function<void(Tool&)> job;  // of the verb that was asked for
+    std::function<Wish()> wish;      // of the same; empty: it has none
 
     /// Whether there is a port to work on; else the report has the failure.
     [[nodiscard]] bool hasPort();

@@ -28,6 +28,17 @@ inline CLI::Validator oneOf(std::vector<std::pair<std::string, int>> words) {
             ""};
 }
 
+/// Has an option take a whole number.
+inline CLI::Validator wholeNumber(int lowest, int highest) {
+    return {[=](std::string& text) -> std::string {
+                int value = 0;
+                if (CLI::detail::lexical_cast(text, value) && value >= lowest && value <= highest)
+                    return {};
+                return text + " is no whole number from " + std::to_string(lowest) + " to " + std::to_string(highest);
+            },
+            ""};
+}
+
 /// Has an option take a number of millimetres, decimals too.
 inline CLI::Validator millimetres(double lowest, double highest) {
     return {[=](std::string& text) -> std::string {

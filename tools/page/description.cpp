@@ -28,7 +28,7 @@ constexpr std::size_t longestStripe = 256;
 constexpr const char* ofOliOnly = "printers of the family oki cannot do this";
 
 std::string shorten(const std::string& text) {
-    constexpr glong most = 24;
+    constexpr glong most = 80;
     if (g_utf8_strlen(text.c_str(), -1) <= most)
         return text;
     return text.substr(0, static_cast<std::size_t>(g_utf8_offset_to_pointer(text.c_str(), most) - text.c_str())) + "…";

@@ -38,9 +38,15 @@ std::string sumOf(const std::string& text) {
     return first;
 }
 
-/// `{"a":1}` as `{"a":1,"sum":"01234567"}`, with the line's end.
-std::string withSum(const std::string& object) {
-    return object.substr(0, object.size() - 1) + ",\"sum\":\"" + sumOf(object) + "\"}\n";
+/// `{"a":1}` as `{"a":1,"sum":"01234567"}`, with the line's end. The sum is also over the sum of the line before: no
+/// line can be left out, or stand twice.
+std::string withSum(const std::string& object, const std::string& before) {
+    return object.substr(0, object.size() - 1) + ",\"sum\":\"" + sumOf(before + object) + "\"}\n";
+}
+
+/// The sum that stands in a line.
+std::string sumIn(const std::string& line) {
+    return line.substr(line.size() - std::min(line.size(), std::string_view("01234567\"}\n").size()));
 }
 
 /// The name of a new file is only on the disk when its folder is.
@@ -79,7 +85,7 @@ std::string Journal::open(const std::string& path, bool resume, std::size_t step
     if (file.st_size > mostBytes)
         return path + ": is too large for a journal";
     if (!resume && file.st_size > 0)
-        return path + ": is there already; --resume goes on with it, and without the file the page is printed anew";
+        return path + ": is there already: --resume goes on with it. Do not delete it, unless the page is blank";
     if (!resume && !syncFolder(path))
         return systemError(path);
     return resume ? read() : "";
@@ -119,8 +125,9 @@ std::string Journal::readLine(const std::string& line, std::size_t number) {
         return std::string(damaged);
     const std::string object = line.substr(0, line.size() - sumBytes) + "}";
     const auto json = ordered_json::parse(object, nullptr, false);
-    if (withSum(object) != line + "\n" || !json.is_object())
+    if (withSum(object, sum_) != line + "\n" || !json.is_object())
         return std::string(damaged);
+    sum_ = sumIn(line + "\n");
     const auto text = [&](const char* key) {
         const auto found = json.find(key);
         return found != json.end() && found->is_string() ? found->get<std::string>() : std::string();
@@ -167,7 +174,8 @@ std::string Journal::note(std::size_t step, const StepRecord& record) {
 }
 
 std::string Journal::append(const std::string& object) {
-    const std::string line = withSum(object);
+    const std::string line = withSum(object, sum_);
+    sum_ = sumIn(line);
     for (std::size_t at = 0; at < line.size();) {
         const ssize_t put = write(descriptor_, line.data() + at, line.size() - at);
         if (put < 0 && errno == EINTR)

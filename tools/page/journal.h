@@ -68,6 +68,7 @@ class Journal {
 
     int descriptor_ = -1;
     std::string path_;
+    std::string sum_;  // of the last line
     bool begun_ = false;
     JournalHead head_;
     std::vector<StepRecord> records_;

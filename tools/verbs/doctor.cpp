@@ -52,6 +52,8 @@ void seeDoctor(Tool& tool, bool askOther) {
     for (const Level level : {Level::problem, Level::warning})
         if (const Finding* const first = findings.first(level); first != nullptr && tool.report.exit() == Exit::done)
             (void)tool.report.fail(Exit::failed, first->text);
+    if (const Finding* const first = findings.first(Level::problem); first != nullptr)
+        tool.report.rephrase(first->text);
 }
 
 }  // namespace

@@ -85,7 +85,7 @@ void grid(Tool& tool, const Given& given) {
         return;
     }
     Printer printer(tool);
-    if (!printer.open())
+    if (!printer.open() || !printer.canPrint())
         return;
     const auto print = [&](int bottom) {
         const bool good = bottom <= top || printer.image(millimetresFrom(left), millimetresFrom(top),
@@ -106,7 +106,7 @@ void grid(Tool& tool, const Given& given) {
             if (!printer.text(xMm + labelMm, millimetresFrom(row), std::to_string(xMm == firstX ? yMm : xMm)))
                 return;
     }
-    if (print(down.dots()))
+    if (print(down.dots()) && printer.hasPrinted())
         tool.report.say("the grid was handed over: measure where its lines are, see --help");
 }
 

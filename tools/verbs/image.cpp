@@ -42,7 +42,7 @@ void image(Tool& tool, const Given& given) {
     if (picture->blank())
         tool.report.warn("no dot of the picture is ink: it is lighter than the threshold everywhere");
     Printer printer(tool);
-    if (printer.open() && printer.image(given.xMm, given.yMm, *picture))
+    if (printer.open() && printer.canPrint() && printer.image(given.xMm, given.yMm, *picture) && printer.hasPrinted())
         tool.report.say("the picture was handed over");
 }
 

@@ -12,6 +12,7 @@
 #include "tools/page/description.h"
 #include "tools/page/journal.h"
 #include "tools/printer.h"
+#include "tools/values.h"
 #include "tools/verbs.h"
 
 namespace passbook::tool {
@@ -21,10 +22,12 @@ namespace {
 struct Given {
     std::string file, journal;
     bool resume = false, fromTop = false;
-    std::size_t skip = 0, reprint = 0;  // 0: not asked for
+    std::size_t skip = 0, reprint = 0;     // 0: not asked for
+    std::optional<std::string> content{};  // of standard input, which can be read only once
 };
 
 constexpr std::size_t mostDescriptionBytes = 1 << 20;
+constexpr int mostSteps = mostDescriptionBytes;
 
 /// What stands in a file, or on standard input.
 std::optional<std::string> contentOf(const std::string& path, Report& report) {
@@ -150,10 +153,12 @@ class Job {
             fromTop ? "switch the printer off and on, put the document in again, then --resume with --from-top"
                     : "--resume";
         if (doubt_ && asked == 0)
-            return fail(Exit::inDoubt, "it is in doubt whether " + nameOf(next_) +
-                                           " is on the paper: look at the page, then " + again +
-                                           (fromTop ? " and" : " with") + " --skip " + number +
-                                           " if it is there whole, or --reprint " + number + " if not");
+            return fail(Exit::inDoubt,
+                        "it is in doubt whether " + nameOf(next_) + " is on the paper: look at the page, then " +
+                            again + (fromTop ? " and" : " with") + " --skip " + number +
+                            " if it is there whole, or --reprint " + number +
+                            " if nothing of it is there. If a part is there, take the page out and begin a new one; " +
+                            "--reprint " + number + " prints over it");
         if (fromTop)
             return fail(Exit::refused, "nobody knows how far the printer has fed the paper: " + again);
         if (given_.fromTop)
@@ -166,26 +171,16 @@ class Job {
             printer_.setPaperDots(record.paperDots);
     }
 
-    /// Asks until the printer answers. A lost question costs nothing but time.
-    Condition ask() {
-        constexpr int attempts = 3;
-        Condition condition;
-        for (int i = 0; i < attempts && !stopAsked(); ++i) {
-            condition = printer_.condition();
-            if (condition.paper > 0 && condition.printer >= 0)
-                break;
-        }
-        return condition;
-    }
-
     /// Whether it is the printer that the journal has begun with; begins a new one.
     bool knowPrinter() {
+        // An OLI printer is asked when it is initialised, and need not have the document yet.
+        const bool needsDocument = !isOli() && page_.steps[next_ - 1].as<step::Eject>() == nullptr;
+        if (needsDocument && !printer_.canPrint())
+            return false;
         if (!journal_.isOpen())
             return true;
-        const Condition condition = ask();
-        if (condition.paper < 0 || condition.printer < 0)
-            return fail(Exit::failed, "the printer does not answer: see whether it is on, and of the family " +
-                                          std::string(tool::nameOf(page_.family)));
+        if (!printer_.ask().isTold())
+            return printer_.failSilent();
         const std::string firmware = isOli() ? printable(printer_.firmware()) : "";
         if (isOli() && firmware.empty())
             return fail(Exit::failed, "the printer does not tell its firmware identifier, which the journal needs");
@@ -214,7 +209,7 @@ class Job {
         const auto& initialise = *page_.steps.front().as<step::Initialise>();
         if (!printer_.initialise(PASSBOOK_RESET_ERROR, initialise.waitSeconds))
             return false;
-        const Condition condition = ask();
+        const Condition condition = printer_.ask();
         const bool onlyEject = next_ == page_.steps.size() && page_.steps.back().as<step::Eject>() != nullptr;
         if (onlyEject && condition.paper == PASSBOOK_PAPER_ABSENT)
             return note(next_, StepState::done);
@@ -246,13 +241,19 @@ class Job {
             return false;
         if (send(each) && isReadyAfter(each, number))
             return note(number, StepState::done);
+        if (each.as<step::Eject>() != nullptr && printer_.hasEjected()) {
+            ++next_;
+            report_.warn("the page is complete");
+            return note(number, StepState::done) && false;
+        }
         const struct passbook_outcome outcome = outcomeNow();
         const bool ink = each.leavesInk() && report_.exit() == Exit::inDoubt;
         const bool placed = isOli() || (!ink && outcome.failed_transfers == 0);
         (void)note(number, ink ? StepState::doubtful : StepState::notSent, placed);
         report_.warn(nameOf(number) +
-                     (ink ? ": it is in doubt whether it is on the paper; look at the page"
-                          : ": nothing of it is on the paper") +
+                     (ink                ? ": it is in doubt whether it is on the paper; look at the page"
+                      : each.leavesInk() ? ": nothing of it is on the paper"
+                                         : ": not done") +
                      (journal_.isOpen() ? "; --resume goes on from here" : ""));
         return false;
     }
@@ -294,7 +295,7 @@ class Job {
         if (!took(YARDO_PR2_MSW(stripe.track, stripe.data.data(), static_cast<int>(stripe.data.size()))))
             return false;
         // The printer does not confirm it.
-        if (const Condition condition = ask(); !condition.isReady(page_.family))
+        if (const Condition condition = printer_.ask(); !condition.isReady(page_.family))
             return fail(Exit::refused,
                         "the printer is not ready after writing the stripe: " + condition.text(page_.family));
         std::array<char, 512> buffer{};
@@ -307,8 +308,8 @@ class Job {
         if (each.as<step::Initialise>() != nullptr || each.as<step::Insert>() != nullptr ||
             each.as<step::Eject>() != nullptr)
             return true;  // the step itself has waited for what comes after it
-        const Condition condition = ask();
-        if (condition.isReady(page_.family) && (!isOli() || condition.paper == PASSBOOK_PAPER_IN_PLACE))
+        const Condition condition = printer_.ask();
+        if (condition.isReady(page_.family) && condition.hasDocument(page_.family))
             return true;
         return fail(each.leavesInk() ? Exit::inDoubt : Exit::refused,
                     "the printer is not ready after " + nameOf(number) + ": " + condition.text(page_.family));
@@ -325,8 +326,30 @@ class Job {
     bool doubt_ = false;    // the next step may be on the paper
 };
 
+/// What the description says of printer and document. What is wrong with it is told later.
+Wish wishOf(Given& given) {
+    Report unheard;
+    Wish wish;
+    given.content = contentOf(given.file, unheard);
+    if (!given.content)
+        return wish;
+    const auto page = nlohmann::json::parse(*given.content, nullptr, false);
+    const auto text = [](const nlohmann::json& value) { return value.is_string() ? value.get<std::string>() : ""; };
+    const auto number = [](const nlohmann::json& value) { return value.is_number() ? value.get<double>() : 0; };
+    if (!page.is_object())
+        return wish;
+    if (const std::string family = text(page.value("family", nlohmann::json())); !family.empty())
+        wish.family = family == nameOf(Family::oki) ? Family::oki : Family::oli;
+    const auto paper = page.value("paper", nlohmann::json());
+    if (paper.is_object()) {
+        wish.widthMm = number(paper.value("width", nlohmann::json()));
+        wish.heightMm = number(paper.value("height", nlohmann::json()));
+    }
+    return wish;
+}
+
 void printPage(Tool& tool, const Given& given) {
-    const std::optional<std::string> text = contentOf(given.file, tool.report);
+    const std::optional<std::string> text = given.content ? given.content : contentOf(given.file, tool.report);
     if (!text)
         return;
     Setting& setting = tool.setting;
@@ -366,16 +389,19 @@ void addPage(CLI::App& parent, Tool& tool) {
     CLI::Option* const skip =
         app->add_option("--skip", given->skip, "the step N that is in doubt is on the page, whole")
             ->type_name("N")
-            ->check(CLI::PositiveNumber)
+            ->check(wholeNumber(1, mostSteps))
             ->needs(resume);
     app->add_option("--reprint", given->reprint, "nothing of the step N that is in doubt is on the page: print it")
         ->type_name("N")
-        ->check(CLI::PositiveNumber)
+        ->check(wholeNumber(1, mostSteps))
         ->needs(resume)
         ->excludes(skip);
     app->add_flag("--from-top", given->fromTop, "OKI: the document has been put in again, it stands at its top")
         ->needs(resume);
-    app->callback([&tool, given] { tool.job = [given](Tool& with) { printPage(with, *given); }; });
+    app->callback([&tool, given] {
+        tool.wish = [given] { return wishOf(*given); };
+        tool.job = [given](Tool& with) { printPage(with, *given); };
+    });
 }
 
 }  // namespace passbook::tool

@@ -20,11 +20,12 @@ namespace passbook::tool {
 namespace {
 
 struct Given {
-    std::string file = "preview.png", paper = "150x200";
+    std::string file = "preview.png", paper{};
     double foldMm = 0;  // 0: none
     bool strict = false;
     std::string verb{};
     std::function<void(Tool&)> job{};
+    std::function<Wish()> wish{};
 };
 
 /// Ink can be so far from its place on a printer. Boxes that touch by no more are as their host meant them.
@@ -145,7 +146,14 @@ void judge(Tool& tool, const Given& given, const VirtualDesk::Result& result) {
 void preview(Tool& tool, const Given& given) {
     // As far as ink of a printer can reach.
     constexpr double least = 10, mostWidth = 211, mostHeight = 1072;
-    const auto paper = sizeFrom(given.paper);
+    constexpr std::pair usual = {150.0, 200.0};
+    const Wish wish = given.wish ? given.wish() : Wish();
+    if (!tool.setting.familyAsked && wish.family)
+        tool.setting.family = *wish.family;
+    const auto paper = !given.paper.empty()
+                           ? sizeFrom(given.paper)
+                           : std::optional(std::pair(wish.widthMm > 0 ? wish.widthMm : usual.first,
+                                                     wish.heightMm > 0 ? wish.heightMm : usual.second));
     if (!paper || paper->first < least || paper->first > mostWidth || paper->second < least ||
         paper->second > mostHeight) {
         (void)tool.report.fail(Exit::badInput,
@@ -187,7 +195,9 @@ void addPreview(CLI::App& parent, Tool& tool) {
         "Example:\n  passbook preview --page-file p.png --paper 105x148 --fold 74 text --x 80 --y 72 \"100.00\"");
     const auto given = std::make_shared<Given>();
     app->add_option("--page-file", given->file, "the picture of the page, a PNG; else preview.png")->type_name("FILE");
-    app->add_option("--paper", given->paper, "the size of the document in millimetres; else 150x200")->type_name("WxH");
+    app->add_option("--paper", given->paper,
+                    "the size of the document in millimetres; else what the description says, or 150x200")
+        ->type_name("WxH");
     app->add_option("--fold", given->foldMm, "warn of ink on the fold, so many millimetres from the top")
         ->check(millimetres(0.1, 1072.0));
     app->add_flag("--strict", given->strict, "end with exit status 2 when there are warnings");
@@ -197,6 +207,7 @@ void addPreview(CLI::App& parent, Tool& tool) {
     app->callback([&tool, given, app] {
         given->verb = app->get_subcommands().front()->get_name();
         given->job = std::exchange(tool.job, {});
+        given->wish = std::exchange(tool.wish, {});
         tool.job = [given](Tool& with) { preview(with, *given); };
     });
 }

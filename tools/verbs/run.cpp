@@ -111,12 +111,18 @@ int runHost(Tool& tool, const std::vector<std::string>& host) {
         return -1;
     }
     const SignalsForHost signals;
+    // A signal that comes before the host's number is known waits for it.
+    sigset_t all, before;
+    (void)sigfillset(&all);
+    (void)sigprocmask(SIG_SETMASK, &all, &before);
     const pid_t child = fork();
     if (child == 0) {
+        (void)sigprocmask(SIG_SETMASK, &before, nullptr);
         becomeHost(host, tool.setting.json ? STDERR_FILENO : standardOutput(), result[1]);
         _exit(noProgram);
     }
     g_host = child;
+    (void)sigprocmask(SIG_SETMASK, &before, nullptr);
     (void)close(result[1]);
     int problem = child < 0 ? errno : 0;
     if (child > 0 && read(result[0], &problem, sizeof problem) < 0)
@@ -142,7 +148,9 @@ off_t sizeOf(const std::string& path) {
 void runTraced(Tool& tool, const std::vector<std::string>& host) {
     const std::string& trace = tool.setting.trace;
     const off_t before = sizeOf(trace);
-    if (!trace.empty() && !prepareTrace(tool))
+    if (trace.empty())
+        tool.report.warn("run: nothing is traced: there is no --trace FILE");
+    else if (!prepareTrace(tool))
         return;
     const int status = runHost(tool, host);
     if (status < 0)

@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include "api/passbook.h"
 #include "tools/printer.h"
 #include "tools/verbs.h"
 
@@ -15,23 +14,19 @@ void status(Tool& tool) {
     if (!printer.open())
         return;
     const bool oli = tool.setting.family == Family::oli;
-    const Condition condition = printer.condition();
+    const Condition condition = printer.ask();
     if (oli)
         tool.report.brought["printer"] = condition.printer;
     tool.report.brought["paper"] = condition.paper;
-    const int worst = condition.printer < 0 ? condition.printer : condition.paper;
-    if (worst < 0) {
-        if (condition.printer < 0 && condition.paper >= 0)
-            (void)tool.report.fail(Exit::failed, "the printer does not tell its status");
-        else
-            (void)tool.report.take(condition.paper);
+    if (!condition.isTold()) {
+        (void)printer.failSilent();
         return;
     }
     tool.report.brought["text"] = condition.text(tool.setting.family);
     tool.report.say(condition.text(tool.setting.family));
     if (!condition.isReady(tool.setting.family))
         (void)tool.report.fail(Exit::refused, "the printer is not ready");
-    else if (oli && condition.paper != PASSBOOK_PAPER_IN_PLACE)
+    else if (!condition.hasDocument(tool.setting.family))
         (void)tool.report.fail(Exit::refused, "there is no document to print on");
 }
 

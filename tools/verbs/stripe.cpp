@@ -53,7 +53,7 @@ std::optional<std::string> read(Tool& tool, int track) {
 
 void readStripes(Tool& tool, const Given& given) {
     Printer printer(tool);
-    if (!tool.isFamily(Family::oli) || !printer.open())
+    if (!tool.isFamily(Family::oli) || !printer.open() || !printer.canPrint())
         return;
     nlohmann::ordered_json stripes = nlohmann::ordered_json::array();
     for (const int track : {0, 1}) {
@@ -80,7 +80,7 @@ void writeStripe(Tool& tool, const Given& given) {
     }
     const int track = given.track == "0" ? 0 : 1;
     Printer printer(tool);
-    if (!printer.open())
+    if (!printer.open() || !printer.canPrint())
         return;
     if (!tool.report.take(YARDO_PR2_MSW(track, given.data.data(), static_cast<int>(given.data.size())))) {
         tool.report.warn("nobody knows now what is on the stripe: read it");

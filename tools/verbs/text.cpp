@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cmath>
 #include <memory>
 
 #include "tools/printer.h"
@@ -24,17 +25,28 @@ void print(Tool& tool, const Given& given) {
     const bool control = std::any_of(given.text.begin(), given.text.end(),
                                      [](unsigned char byte) { return byte < 0x20 || byte == 0x7F; });
     const auto missing = missingCharacters(given.text);
+    TextFormat format;
+    format.pitch = tool.setting.family == Family::oli ? 15 : 10;  // as an initialised printer has it
     const char* const problem = !missing  ? "the text is not UTF-8"
                                 : control ? "the text has control characters: --raw prints it all the same"
                                 : !missing->empty()
                                     ? "the text has characters that the printer has not: --raw sends them all the same"
                                     : nullptr;
+    const Box box = boxOf(given.text, format, dotsFrom(given.xMm + tool.setting.offsetXMm), 0);
     if (problem != nullptr && !(given.raw && missing)) {
         (void)tool.report.fail(Exit::badInput, problem);
         return;
     }
+    constexpr int reachDots = 1500;
+    if (!given.raw && box.right > reachDots) {
+        (void)tool.report.fail(Exit::badInput,
+                               "the text would end " +
+                                   std::to_string(static_cast<int>(std::ceil(millimetresFrom(box.right - reachDots)))) +
+                                   " mm beyond where the printer can print: --raw prints it all the same");
+        return;
+    }
     Printer printer(tool);
-    if (printer.open() && printer.text(given.xMm, given.yMm, given.text))
+    if (printer.open() && printer.canPrint() && printer.text(given.xMm, given.yMm, given.text) && printer.hasPrinted())
         tool.report.say("the text was handed over");
 }
 
