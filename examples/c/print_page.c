@@ -151,6 +151,11 @@ int main(int argc, char** argv) {
     DO("printer status", status = YARDO_PR2_GetPrinterStatus());
     if (!failed)
         printf("status     %d (%s)\n", status, passbook_status_text(status));
+    if (!failed && status != PASSBOOK_PRINTER_READY) {
+        /* The line took all texts. That does not say that the printer printed them. */
+        fprintf(stderr, "print_page: look at the page: the printer may not have printed all of it\n");
+        failed = 1;
+    }
     DO("stripe write", YARDO_PR2_MSW(0, account, (int)strlen(account)));
     DO("stripe read", YARDO_PR2_MSR(0, stripe, (int)sizeof stripe));
     if (!failed && strcmp(stripe, account) != 0) {
