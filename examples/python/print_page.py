@@ -11,8 +11,8 @@ import sys
 from collections.abc import Callable
 from typing import TypeVar
 
-from passbook import PaperStatus, PassbookError, Port, Repeat, Reset, Underline, Unit, passbook_paper_text
-from passbook import passbook_status_text
+from passbook import PaperStatus, PassbookError, Port, PrinterStatus, Repeat, Reset, Underline, Unit
+from passbook import passbook_paper_text, passbook_status_text
 
 BOOKINGS = [
     ("2026-01-05", "开户 Opening", "", "500.00", "500.00"),
@@ -117,6 +117,9 @@ def job(port: Port, stamp: str) -> None:
     page(port, stamp)
     status = do("printer status", port.printer_status)
     print(f"status     {status:d} ({passbook_status_text(status)})" if status else "status     unknown")
+    if status != PrinterStatus.PRINTER_READY:
+        # The line took all texts. That does not say that the printer printed them.
+        raise Stopped("look at the page: the printer may not have printed all of it")
     do("stripe write", port.write_stripe, 0, ACCOUNT)
     stripe = do("stripe read", port.read_stripe, 0)
     if stripe != ACCOUNT:

@@ -10,11 +10,12 @@ from pathlib import Path
 
 import passbook
 import pytest
+from passbook.testing import _options_of, _program
 
 JOB = Path(__file__).parents[2] / "examples/python/print_page.py"
 
 
-JOB_IN_C = Path(os.environ.get("PASSBOOK_BUILD", ".")) / "examples/print_page"
+JOB_IN_C = Path(os.environ["PASSBOOK_BUILD"]) / "examples/print_page"
 
 
 def start(printer, stamp, *job):
@@ -22,17 +23,37 @@ def start(printer, stamp, *job):
     return subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
 
 
-def test_the_job(passbook_oli, passbook_printer, stamp):
-    told, problems = start(passbook_oli, stamp).communicate(timeout=60)
-    assert (told.split()[-1], problems) == ("6222020200112233=4912", "")
-    rows = [text for text in passbook_oli.texts() if text.text.startswith("2026-")]
+def both(passbook_printer, stamp, last, **options):
+    """Runs the job in Python and in C. Both do the same, to the last byte. Gives how it ended, and the printer."""
+    printers = [passbook_printer(**options) for _ in range(2)]
+    running = [start(printer, stamp, *job) for printer, job in zip(printers, ((), (JOB_IN_C,)))]
+    ended = [(*job.communicate(timeout=60), job.returncode) for job in running]
+    assert [end[0] for end in ended] == [ended[0][0]] * 2 and ended[0][2] == ended[1][2], ended
+    for printer in printers:
+        printer.wait_for("paper", what=last)
+    happened = [[{**event, "ms": 0} for event in printer.events()] for printer in printers]
+    assert happened[0] == happened[1]
+    return ended[0], printers[0]
+
+
+def test_the_job(passbook_printer, stamp):
+    (told, problems, status), printer = both(passbook_printer, stamp, "ejected")
+    assert (told.split()[-1], problems, status) == ("6222020200112233=4912", "", 0)
+    rows = [text for text in printer.texts() if text.text.startswith("2026-")]
     assert [round(row.y_mm) for row in rows] == list(range(47, 117, 7))
-    assert passbook_oli.events("bitmap") and passbook_oli.events("paper", what="ejected")
-    if JOB_IN_C.exists():  # it does the same to the last byte
-        other = passbook_printer()
-        assert start(other, stamp, JOB_IN_C).communicate(timeout=60) == (told, "")
-        happened = [[{**event, "ms": 0} for event in printer.events()] for printer in (passbook_oli, other)]
-        assert happened[0] == happened[1]
+    assert printer.events("bitmap", columns=8)
+
+
+@pytest.mark.skipif("--scenario" not in _options_of(_program()), reason="passbook-sim has no --scenario")
+def test_a_jam_is_no_success(passbook_printer, stamp):
+    rules = [
+        {"name": "jam", "when": {"text": "", "nth": 7}, "then": {"jam": True}},
+        {"name": "cleared", "when": {"after": 2, "since": "jam"}, "then": {"jam": False}},
+        {"when": {"after": 0.1, "since": "cleared"}, "then": {"take": True}},
+    ]
+    (_, problems, status), printer = both(passbook_printer, stamp, "taken", scenario={"rules": rules})
+    assert status == 1 and "look at the page" in problems
+    assert len(printer.texts()) == 7
 
 
 @pytest.mark.parametrize(
