@@ -14,7 +14,7 @@ needs=(  # what to look for, and the package that has it
   'header nlohmann/json.hpp : nlohmann-json3-dev' 'header CLI/CLI.hpp : libcli11-dev'
   'module umockdev-1.0 : libumockdev-dev' 'command umockdev-wrapper : umockdev'
   # the tests
-  'header gtest/gtest.h : libgtest-dev'
+  'header gtest/gtest.h : libgtest-dev' 'command /usr/bin/python3 : python3' 'command py.test-3 : python3-pytest'
 )
 wanted=(  # building and testing go on without: the formatting is not checked then, pages show another font
   'command clang-format-14 : clang-format-14' 'font WenQuanYi Micro Hei Mono : fonts-wqy-microhei'
@@ -27,7 +27,8 @@ case ${1:-} in
       'command /usr/lib/cups/filter/imagetoraster : cups-filters' 'command ppdc : cups-ppdc'
     ) ;;
   package)
-    needs+=('command dh : debhelper' 'command dpkg-buildpackage : dpkg-dev' 'command lintian : lintian')
+    needs+=('command dh : debhelper' 'command dpkg-buildpackage : dpkg-dev' 'command lintian : lintian'
+      'command dh_python3 : dh-python')
     ;;
   lint) needs+=('header benchmark/benchmark.h : libbenchmark-dev' 'command clang-tidy-14 : clang-tidy-14') ;;
 esac
