@@ -18,12 +18,13 @@ scan base command print status stripe device image
 api base scan print status stripe device image
 tools api sim sim/program tools/page wire
 tools/doctor api tools
-tools/page api tools
+tools/page api json tools
 tools/verbs api sim tools tools/doctor tools/page wire
+json
 wire
-sim wire
+sim json wire
 sim/usb sim
-sim/program sim sim/usb wire
+sim/program json sim sim/usb wire
 END
 # The virtual printer itself has no descriptor, no thread and no clock.
 grep -nE '<(fcntl|poll|unistd)\.h>|<thread>|_clock\b' sim/*.* && bad=1

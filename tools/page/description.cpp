@@ -40,109 +40,6 @@ std::string atPlace(double xMm, double yMm) {
     return place.data();
 }
 
-/// An object of the description: hands its values out and notes what is wrong with them. Keys that nobody has asked
-/// for are wrong too.
-class Fields {
- public:
-    Fields(const LocatedJson& document, std::string path, const std::string& fileName,
-           std::vector<std::string>& problems)
-        : document_(document), path_(std::move(path)), fileName_(fileName), problems_(problems) {
-        value_ = &document.root.at(json::json_pointer(path_));
-        if (!value_->is_object())
-            complain("", "must be an object, {...}");
-    }
-
-    void complain(const std::string& key, const std::string& what) const {
-        const std::string path = path_ + (key.empty() ? "" : "/" + key);
-        problems_.push_back(fileName_ + ":" + std::to_string(document_.lineOf(path)) + ": " +
-                            (path.empty() ? "the description" : path) + " " + what);
-    }
-
-    /// Null when it is not there.
-    [[nodiscard]] const json* find(const std::string& key) {
-        known_.push_back(key);
-        if (!value_->is_object())
-            return nullptr;
-        const auto found = value_->find(key);
-        return found != value_->end() ? &*found : nullptr;
-    }
-    [[nodiscard]] bool has(const std::string& key) const { return value_->is_object() && value_->contains(key); }
-    [[nodiscard]] std::string pathOf(const std::string& key) const { return path_ + "/" + key; }
-
-    double number(const std::string& key, double lowest, double highest, double otherwise) {
-        const json* const value = find(key);
-        if (value == nullptr)
-            return otherwise;
-        if (value->is_number() && value->get<double>() >= lowest && value->get<double>() <= highest)
-            return value->get<double>();
-        std::array<char, 96> wanted{};
-        (void)std::snprintf(wanted.data(), wanted.size(), "must be a number from %g to %g", lowest, highest);
-        complain(key, wanted.data());
-        return otherwise;
-    }
-    double needed(const std::string& key, double lowest, double highest) {
-        if (!has(key)) {
-            complain("", "has no \"" + key + "\"");
-            known_.push_back(key);
-        }
-        return number(key, lowest, highest, lowest);
-    }
-    int whole(const std::string& key, int lowest, int highest, int otherwise) {
-        const double value = number(key, lowest, highest, otherwise);
-        if (value != static_cast<int>(value))
-            complain(key, "must be a whole number");
-        return static_cast<int>(value);
-    }
-    bool flag(const std::string& key) {
-        const json* const value = find(key);
-        if (value != nullptr && !value->is_boolean())
-            complain(key, "must be true or false");
-        return value != nullptr && value->is_boolean() && value->get<bool>();
-    }
-    std::string text(const std::string& key) {
-        const json* const value = find(key);
-        if (value != nullptr && value->is_string())
-            return value->get<std::string>();
-        complain(value != nullptr ? key : "", value != nullptr ? "must be a text" : "has no \"" + key + "\"");
-        return {};
-    }
-    /// One of some words, as the number that stands for it.
-    int choice(const std::string& key, const std::map<std::string, int>& words, int otherwise) {
-        const json* const value = find(key);
-        if (value == nullptr)
-            return otherwise;
-        if (value->is_string())
-            if (const auto found = words.find(value->get<std::string>()); found != words.end())
-                return found->second;
-        std::string list;
-        for (const auto& [word, number] : words)
-            list += (list.empty() ? "\"" : ", \"") + word + "\"";
-        complain(key, "must be one of " + list);
-        return otherwise;
-    }
-    [[nodiscard]] Fields object(const std::string& key) {
-        (void)find(key);
-        return {document_, pathOf(key), fileName_, problems_};
-    }
-
-    /// To be called when all values have been asked for.
-    void refuseOthers() const {
-        if (!value_->is_object())
-            return;
-        for (const auto& [key, value] : value_->items())
-            if (std::find(known_.begin(), known_.end(), key) == known_.end())
-                complain(key, "is not known here");
-    }
-
- private:
-    const LocatedJson& document_;
-    std::string path_;
-    const std::string& fileName_;
-    std::vector<std::string>& problems_;
-    const json* value_ = nullptr;
-    std::vector<std::string> known_;
-};
-
 /// Goes through a description once and gathers steps and problems.
 class Reader {
  public:
@@ -151,7 +48,7 @@ class Reader {
         : document_(document), fileName_(fileName), offsetXMm_(offsetXMm), offsetYMm_(offsetYMm), problems_(problems) {}
 
     void readAll(std::optional<Family> family, Description& description) {
-        Fields top(document_, "", fileName_, problems_);
+        Fields top(document_, "", fileName_, "the description", problems_);
         readFamily(top, family);
         description.family = family_;
         if (isOli())
@@ -258,7 +155,7 @@ class Reader {
             Kind{"lineSpace", &Reader::readLineSpace, true}, Kind{"underline", &Reader::readUnderline, true},
             Kind{"stripe", &Reader::readStripe, true},
         };
-        Fields fields(document_, path, fileName_, problems_);
+        Fields fields(document_, path, fileName_, "the description", problems_);
         path_ = path;
         const auto kind =
             std::find_if(kinds.begin(), kinds.end(), [&](const Kind& each) { return fields.has(each.key); });

@@ -7,8 +7,9 @@
 #include <variant>
 #include <vector>
 
+#include "json/fields.h"
+#include "json/located_json.h"
 #include "tools/family.h"
-#include "tools/page/located_json.h"
 #include "tools/picture.h"
 #include "tools/text_extent.h"
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace passbook::tool {
+namespace passbook {
 
 struct LocatedJson {
     nlohmann::json root;
@@ -20,4 +20,4 @@ struct LocatedJson {
     [[nodiscard]] std::string read(std::string_view text);
 };
 
-}  // namespace passbook::tool
+}  // namespace passbook

@@ -1,12 +1,15 @@
-#include "tools/page/located_json.h"
+#include "json/located_json.h"
 
 #include <cstddef>
 #include <iterator>
 #include <vector>
 
-namespace passbook::tool {
+namespace passbook {
 
 namespace {
+
+/// Deeper than anything that is meant: the path of each value is kept.
+constexpr std::size_t deepest = 32;
 
 /// Characters of a text, which count the lines while the parser takes them.
 class Counting {
@@ -90,6 +93,10 @@ class Lines : public nlohmann::json_sax<nlohmann::json> {
     }
     bool begin(bool array) {
         (void)value();
+        if (path_.size() == deepest) {
+            problem_ = "line " + std::to_string(line_) + ": goes deeper than any value that is known";
+            return false;
+        }
         path_.emplace_back();
         index_.push_back(array ? 0 : -1);
         return true;
@@ -130,4 +137,4 @@ std::string LocatedJson::read(std::string_view text) {
     return root.is_discarded() ? "is not JSON" : "";
 }
 
-}  // namespace passbook::tool
+}  // namespace passbook
