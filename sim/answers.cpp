@@ -1,7 +1,6 @@
 #include "sim/answers.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace passbook::sim {
 
@@ -12,25 +11,26 @@ constexpr std::size_t maxAnswers = 64 * 1024;
 
 }  // namespace
 
-bool Answers::add(std::vector<std::uint8_t> bytes) {
+bool Answers::add(std::vector<std::uint8_t> bytes, std::size_t piece, Clock delay) {
     if (bytes_ + bytes.size() > maxAnswers)
         return false;
     bytes_ += bytes.size();
-    waiting_.push_back({std::move(bytes), nullptr});
+    waiting_.push_back({std::move(bytes), nullptr, piece, now_ + delay});
     return true;
 }
 
-std::vector<std::uint8_t> Answers::take(std::size_t split) {
+std::vector<std::uint8_t> Answers::take() {
     std::vector<std::uint8_t> taken;
-    while (!empty() && scan() == nullptr) {
-        std::vector<std::uint8_t>& first = waiting_.front().bytes;
-        const std::size_t size = split > 0 ? std::min(split, first.size()) : first.size();
-        const auto end = first.begin() + static_cast<std::ptrdiff_t>(size);
-        taken.insert(taken.end(), first.begin(), end);
-        first.erase(first.begin(), end);
-        if (first.empty())
+    while (!empty() && scan() == nullptr && (taken.empty() || !standsAlone())) {
+        Outgoing& first = waiting_.front();
+        const bool inPieces = first.piece > 0;
+        const std::size_t size = inPieces ? std::min(first.piece, first.bytes.size()) : first.bytes.size();
+        const auto end = first.bytes.begin() + static_cast<std::ptrdiff_t>(size);
+        taken.insert(taken.end(), first.bytes.begin(), end);
+        first.bytes.erase(first.bytes.begin(), end);
+        if (first.bytes.empty())
             waiting_.pop_front();
-        if (split > 0)
+        if (inPieces)
             break;
     }
     bytes_ -= taken.size();
@@ -43,8 +43,13 @@ bool Answers::dropScans() {
 }
 
 std::size_t Answers::clear() {
-    waiting_.clear();
-    return std::exchange(bytes_, 0);
+    const std::size_t before = bytes_;
+    std::erase_if(waiting_, [this](const Outgoing& each) {
+        const bool late = each.due > now_;
+        bytes_ -= late ? 0 : each.bytes.size();
+        return !late;
+    });
+    return before - bytes_;
 }
 
 }  // namespace passbook::sim

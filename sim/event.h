@@ -11,6 +11,7 @@
 #include <variant>
 #include <vector>
 
+#include "sim/page.h"
 #include "sim/paper.h"
 
 namespace passbook::sim {
@@ -37,17 +38,30 @@ struct Box {
     int left, top, right, bottom;
 };
 
+/// How a text looks. `page` counts those on which something was printed, from 1; it is 0 if there is no paper.
+struct Look {
+    int page = 0;
+    int perInch = 10;
+    bool bold = false;
+    int width = 1;  // of Latin characters, and of Chinese ones
+    int chineseWidth = 1;
+    int height = 1;
+    Underline underline = Underline::none;
+};
+
 /// Printed text, and where it begins. `ink` are the cells from the first character that is no space to the last one.
 struct Text {
     Bytes bytes;
     Place at;
     std::optional<Box> ink{};
+    Look look{};
 };
 
 /// A run of columns, and where it begins.
 struct Bitmap {
     std::size_t bytes;
     Place at;
+    int page = 0;
 };
 
 /// `status` is the number that the host gets for the new state: OLI 1 to 4; OKI 1 with a document in place, 2 without.
@@ -109,6 +123,35 @@ struct NoPaper {
     std::optional<std::size_t> columns{};
 };
 
+/// The document is jammed, or no longer.
+struct Jam {
+    bool jammed;
+};
+
+/// What could not be printed or moved since the document is jammed.
+struct Jammed {
+    std::string_view name;
+    std::optional<Text> text{};
+    std::optional<std::size_t> columns{};
+};
+
+/// A rule of the scenario has fired.
+struct RuleFired {
+    std::string name;
+};
+
+/// A host has opened the port, or the last one has closed it.
+struct Host {
+    bool opened;
+};
+
+/// The line holds everything back, is cut, or is as it should be. `port` is what hosts open then.
+struct Line {
+    enum class What { stalled, dropped, back };
+    What what;
+    std::string port;
+};
+
 /// Characters, or a number of dots, that lie farther out than ink can.
 struct OffPage {
     std::string_view name;
@@ -142,7 +185,8 @@ struct Unknown {
 using Event =
     std::variant<event::Command, event::Text, event::Bitmap, event::Paper, event::Configuration, event::StripeSelected,
                  event::Stripe, event::ScanStarted, event::ScanDelivered, event::ScanEnded, event::Answer,
-                 event::Unread, event::NoPaper, event::OffPage, event::BadValue, event::Malformed, event::Unknown>;
+                 event::Unread, event::NoPaper, event::OffPage, event::BadValue, event::Malformed, event::Unknown,
+                 event::Jam, event::Jammed, event::RuleFired, event::Host, event::Line>;
 
 template <typename... Kinds>
 [[nodiscard]] bool isAny(const Event& event) {

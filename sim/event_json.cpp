@@ -17,6 +17,9 @@ constexpr std::array<std::string_view, 6> paperChanges{"inserted", "fed-in",  "e
                                                        "taken",    "waiting", "waiting-ended"};
 constexpr std::array<std::string_view, 3> accesses{"read", "written", "refused"};
 
+constexpr std::array<std::string_view, 4> underlines{"none", "single", "double", "heavy"};
+constexpr std::array<std::string_view, 3> lineStates{"stalled", "dropped", "back"};
+
 template <typename Enum, std::size_t size>
 std::string_view nameOf(Enum value, const std::array<std::string_view, size>& names) {
     return names.at(static_cast<std::size_t>(value));
@@ -46,10 +49,21 @@ struct Show {
     json operator()(const Command& e) const { return at(named("command", e.name, e.numbers), e.at); }
     json operator()(const BadValue& e) const { return named("bad-value", e.name, e.numbers); }
     json operator()(const Text& e) const {
-        return at({{"event", "text"}, {"bytes", toHex(e.bytes)}, {"text", toUtf8(e.bytes)}}, e.at);
+        json shown = at({{"event", "text"}, {"bytes", toHex(e.bytes)}, {"text", toUtf8(e.bytes)}}, e.at);
+        shown.update({{"pitch", e.look.perInch},
+                      {"bold", e.look.bold},
+                      {"width", e.look.width},
+                      {"chineseWidth", e.look.chineseWidth},
+                      {"height", e.look.height},
+                      {"underline", nameOf(e.look.underline, underlines)}});
+        if (e.ink)
+            shown["extent"] = {
+                {"left", e.ink->left}, {"top", e.ink->top}, {"right", e.ink->right}, {"bottom", e.ink->bottom}};
+        return onPage(std::move(shown), e.look.page);
     }
     json operator()(const Bitmap& e) const {
-        return at({{"event", "bitmap"}, {"bytes", e.bytes}, {"columns", e.bytes / wire::columnBytes}}, e.at);
+        return onPage(at({{"event", "bitmap"}, {"bytes", e.bytes}, {"columns", e.bytes / wire::columnBytes}}, e.at),
+                      e.page);
     }
     json operator()(const Malformed& e) const {
         json shown = at({{"event", "malformed"}, {"name", e.name}, {"note", e.note}, {"bytes", e.bytes}}, e.at);
@@ -60,13 +74,13 @@ struct Show {
     json operator()(const Unknown& e) const {
         return {{"event", "unknown"}, {"bytes", toHex(e.bytes)}, {"note", e.note}};
     }
-    json operator()(const NoPaper& e) const {
-        json shown = e.text ? (*this)(*e.text) : json::object();
-        shown["event"] = "no-paper";
-        shown["name"] = e.name;
-        if (e.columns)
-            shown["columns"] = *e.columns;
-        return shown;
+    json operator()(const NoPaper& e) const { return unprinted("no-paper", e); }
+    json operator()(const Jammed& e) const { return unprinted("jammed", e); }
+    json operator()(const Jam& e) const { return {{"event", "jam"}, {"what", e.jammed ? "jammed" : "cleared"}}; }
+    json operator()(const RuleFired& e) const { return {{"event", "rule"}, {"name", e.name}}; }
+    json operator()(const Host& e) const { return {{"event", "host"}, {"what", e.opened ? "opened" : "closed"}}; }
+    json operator()(const Line& e) const {
+        return {{"event", "line"}, {"what", nameOf(e.what, lineStates)}, {"port", e.port}};
     }
     json operator()(const OffPage& e) const {
         json shown{{"event", "off-page"}, {"name", e.name}};
@@ -113,6 +127,20 @@ struct Show {
     json operator()(const Unread& e) const { return {{"event", "unread"}, {"bytes", e.bytes}}; }
 
  private:
+    static json onPage(json shown, int page) {
+        if (page > 0)
+            shown["page"] = page;
+        return shown;
+    }
+    template <typename Lost>
+    json unprinted(const char* kind, const Lost& e) const {
+        json shown = e.text ? (*this)(*e.text) : json::object();
+        shown["event"] = kind;
+        shown["name"] = e.name;
+        if (e.columns)
+            shown["columns"] = *e.columns;
+        return shown;
+    }
     static Bytes octets(const std::string& text) { return {text.begin(), text.end()}; }
 };
 

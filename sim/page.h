@@ -62,6 +62,10 @@ class Page {
 
     [[nodiscard]] bool blank() const { return !inked_; }
 
+    /// Which of the documents it is on which something was printed, from 1; 0 as long as nothing was.
+    [[nodiscard]] int number() const { return number_; }
+    void setNumber(int number) { number_ = number; }
+
     /// Puts down packed columns, three bytes each from the top down, with their upper left corner at x, y. Returns the
     /// number of dots that lie beyond the farthest place and are not drawn.
     [[nodiscard]] std::size_t drawColumns(int x, int y, std::span<const std::uint8_t> columns, DotOrder order);
@@ -89,6 +93,7 @@ class Page {
     int width_;
     int height_;
     bool inked_ = false;
+    int number_ = 0;
     std::vector<std::uint8_t> dots_;  // one byte each, row by row; made with the first dot
     std::shared_ptr<GlyphPainter> painter_;
     mutable std::vector<Glyph> undrawn_;

@@ -73,6 +73,13 @@ bool Paper::take() {
     return true;
 }
 
+bool Paper::pull() {
+    if (state_ != PaperState::inPlace)
+        return false;
+    state_ = PaperState::ejected;
+    return take();
+}
+
 Paper::Clock Paper::insertionDelay() const {
     return habits_.insertAfter.value_or(slot_ == Slot::drawsIn ? Clock{0} : never);
 }

@@ -46,6 +46,8 @@ class Paper {
     /// The person's side; false if the slot isn't free, or if there is nothing that could be taken.
     bool insert();
     bool take();
+    /// Takes a document out of the printer that has it in place; false if none is.
+    bool pull();
 
     void advance(Clock now);
 

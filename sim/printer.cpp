@@ -69,16 +69,26 @@ Printer::Printer(Scenario scenario, EventSink events, PageSink ejected)
       ejected_(std::move(ejected)),
       decoder_(wire::makeDecoder(scenario_.family)),
       paper_(rules_.slot, scenario_.paper, scenario_.habits, [this](PaperChange what) { paperChanged(what); }),
-      painter_(std::make_shared<GlyphPainter>()) {
+      painter_(std::make_shared<GlyphPainter>()),
+      rulesOfScenario_(std::exchange(scenario_.rules, {})) {
     for (std::string& data : scenario_.stripes)
         data.resize(std::min(data.size(), maxStripeData));
     if (paper_.state() == PaperState::inPlace)
         layPage();
 }
 
-void Printer::receive(std::span<const std::uint8_t> bytes) {
-    decoder_->feed(
-        bytes, [this](const Command& command) { obey(command); });
+std::size_t Printer::receive(std::span<const std::uint8_t> bytes) {
+    lineTouched_ = false;
+    std::size_t taken = 0;
+    while (taken < bytes.size() && !lineTouched_) {
+        // With rules, byte by byte: any of them can be the one behind which all is different.
+        const std::size_t count = rulesOfScenario_.empty() ? bytes.size() : 1;
+        decoder_->feed(bytes.subspan(taken, count), [this](const Command& command) { obey(command); });
+        rulesOfScenario_.bytes(count);
+        runRules();
+        taken += count;
+    }
+    return taken;
 }
 
 void Printer::printWaitingText() {
@@ -90,6 +100,13 @@ void Printer::finish() {
 }
 
 void Printer::obey(const Command& command) {
+    rulesOfScenario_.command(command.name);
+    runRules();
+    follow(command);
+    runRules();
+}
+
+void Printer::follow(const Command& command) {
     const int number = command.number();
     const auto tell = [&] { emit(event::Command{command.name, command.numbers}); };
     bool followed = true;
@@ -127,7 +144,7 @@ void Printer::obey(const Command& command) {
             const PitchCode* const pitch = find(pitches, number);
             followed = pitch != nullptr;
             if (followed)
-                format_.cellDots = static_cast<double>(dotsPerInch) / pitch->perInch;
+                format_.perInch = pitch->perInch;
             break;
         }
         case CommandId::fontHeight: {
@@ -164,22 +181,29 @@ void Printer::obey(const Command& command) {
             headDots_ = 0;
             break;
 
+        case CommandId::clearError:
+            clearError();
+            break;
         case CommandId::feedIn:
             tell();
-            return paper_.feedIn();
+            return jam_ ? emit(event::Jammed{command.name}) : paper_.feedIn();
         case CommandId::eject:
         case CommandId::formFeed:
             tell();
-            return eject(command);
+            return jam_ ? emit(event::Jammed{command.name}) : eject(command);
         case CommandId::printerStatus: {
             tell();
-            const auto index = static_cast<std::size_t>(scenario_.printerStatus - 1);
-            return answer(command,
-                          std::string("\033r") + (index < printerStatusBytes.size() ? printerStatusBytes[index] : 'P'));
+            const auto index = static_cast<std::size_t>(printerStatus() - 1);
+            answer(command,
+                   std::string("\033r") + (index < printerStatusBytes.size() ? printerStatusBytes[index] : 'P'));
+            if (status_ && status_->until.answers && --*status_->until.answers == 0)
+                status_.reset();
+            return;
         }
         case CommandId::paperStatus:
             tell();
-            return answer(command, rules_.paperAnswer(paper_.state()));
+            return answer(command, rules_.paperAnswer(jam_ && scenario_.family == Family::oki ? PaperState::ejected
+                                                                                              : paper_.state()));
         case CommandId::paperWidth:
             tell();
             return answer(command, "\033-" + measure(scenario_.paperWidth, scenario_.pageWidthDots));
@@ -230,6 +254,12 @@ void Printer::move(const Command& command, double headDots, int line) {
 
 void Printer::printText(const Command& command) {
     event::Text text{command.bytes, place()};
+    const double cellDots = static_cast<double>(dotsPerInch) / format_.perInch;
+    const bool prints = page_ && !jam_;
+    if (prints)
+        countPage();
+    text.look = {prints ? page_->number() : 0, format_.perInch,      format_.bold,     format_.wideLatin ? 2 : 1,
+                 format_.wideChinese ? 2 : 1,  format_.heightFactor, format_.underline};
     std::string lost;
     for (const Character& character : charactersOf(command.bytes)) {
         Glyph glyph;
@@ -237,11 +267,11 @@ void Printer::printText(const Command& command) {
         glyph.xDots = headDots_;
         glyph.yDots = text.at.yDots;
         glyph.doubleWidth = character.wide ? format_.wideChinese : format_.wideLatin;
-        glyph.widthDots = format_.cellDots * (character.wide ? 2 : 1) * (glyph.doubleWidth ? 2 : 1);
+        glyph.widthDots = cellDots * (character.wide ? 2 : 1) * (glyph.doubleWidth ? 2 : 1);
         glyph.heightFactor = format_.heightFactor;
         glyph.bold = format_.bold;
         glyph.underline = format_.underline;
-        if (page_ && !page_->drawGlyph(glyph))
+        if (prints && !page_->drawGlyph(glyph))
             lost += character.utf8;
         if (character.utf8 != " ") {
             const int left = text.ink ? text.ink->left : static_cast<int>(headDots_);
@@ -250,8 +280,10 @@ void Printer::printText(const Command& command) {
         }
         headDots_ = std::min(headDots_ + glyph.widthDots, farthestHeadDots);
     }
-    if (page_)
+    if (prints)
         emit(text);
+    else if (jam_)
+        emit(event::Jammed{command.name, text});
     else
         emit(event::NoPaper{command.name, text});
     if (!lost.empty())
@@ -261,15 +293,22 @@ void Printer::printText(const Command& command) {
 void Printer::printBitmap(const Command& command) {
     const std::size_t columns = command.bytes.size() / columnBytes;
     const event::Place at = place();
+    const bool prints = page_ && !jam_;
+    if (prints)
+        countPage();
     if (command.id == CommandId::malformedBitmap)
         emit(event::Malformed{command.name, command.note, command.bytes.size(), at});
     else
-        emit(event::Bitmap{command.bytes.size(), at});
+        emit(event::Bitmap{command.bytes.size(), at, prints ? page_->number() : 0});
     // Of a malformed run the whole columns are printed all the same: the head strikes as the data comes in.
     std::size_t lost = 0;
-    if (page_)
+    if (prints) {
         lost = page_->drawColumns(at.xDots, at.yDots, std::span(command.bytes).first(columns * columnBytes),
                                   rules_.dotOrder);
+        rulesOfScenario_.dots({at.xDots, at.yDots, at.xDots + static_cast<int>(columns), at.yDots + lineDots},
+                              [this](int x, int y) { return page_->dot(x, y); });
+    } else if (jam_)
+        emit(event::Jammed{command.name, {}, columns});
     else
         emit(event::NoPaper{command.name, {}, columns});
     headDots_ = std::min(at.xDots + static_cast<double>(columns), farthestHeadDots);
@@ -277,9 +316,15 @@ void Printer::printBitmap(const Command& command) {
         emit(event::OffPage{command.name, {}, lost});
 }
 
-void Printer::emit(const Event& event) const {
+void Printer::countPage() {
+    if (page_->number() == 0)
+        page_->setNumber(++pages_);
+}
+
+void Printer::emit(const Event& event) {
     if (events_)
         events_(event);
+    rulesOfScenario_.event(event);
 }
 
 event::Place Printer::place() const {

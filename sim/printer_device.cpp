@@ -69,28 +69,38 @@ void Printer::layPage() {
 }
 
 void Printer::paperChanged(PaperChange what) {
+    // Whoever pulls a jammed document out has cleared the jam, too.
+    const bool pulled = what == PaperChange::taken && page_;
+    if (pulled)
+        endJam();
     emit(event::Paper{what, rules_.paperStatus.at(static_cast<std::size_t>(paper_.state()) - 1)});
-    if (what == PaperChange::fedIn) {
+    if (what == PaperChange::fedIn)
         layPage();
-    } else if (what == PaperChange::ejected) {
-        endScan();
-        std::optional<Page> ejected = std::exchange(page_, std::nullopt);
-        if (ejected_ && ejected)
-            ejected_(std::move(*ejected));
-    }
+    else if (what == PaperChange::ejected || pulled)
+        pageEnds();
+}
+
+void Printer::pageEnds() {
+    endScan();
+    std::optional<Page> ended = std::exchange(page_, std::nullopt);
+    if (ejected_ && ended)
+        ejected_(std::move(*ended));
 }
 
 void Printer::answer(const Command& command, std::vector<std::uint8_t> bytes) {
-    if (scenario_.garble)
+    const Delivery delivery = deliveryOf(command.name);
+    if (delivery.garbled)
         // The eighth bit set, as a line with the wrong parity would: no byte keeps its meaning.
         for (std::uint8_t& byte : bytes)
             byte = static_cast<std::uint8_t>(byte ^ 0x80U);
-    std::string_view lost;
-    if (scenario_.silent)
-        lost = "silent";
-    else if (!answers_.add(bytes))
-        lost = "too many answers unread";
-    emit(event::Answer{command.name, std::move(bytes), lost});
+    for (int times = delivery.doubled ? 2 : 1; times > 0; --times) {
+        std::string_view lost;
+        if (delivery.missing)
+            lost = "silent";
+        else if (!answers_.add(bytes, delivery.piece, delivery.delay))
+            lost = "too many answers unread";
+        emit(event::Answer{command.name, bytes, lost});
+    }
 }
 
 void Printer::forgetAnswers(std::size_t unread) {
@@ -103,7 +113,7 @@ void Printer::forgetAnswers(std::size_t unread) {
 std::vector<std::uint8_t> Printer::takeAnswer() {
     ScanDelivery* const scan = answers_.scan();
     if (scan == nullptr)
-        return answers_.take(scenario_.split);
+        return answers_.take();
     std::vector<std::uint8_t> piece = scan->next();
     if (scan->done()) {
         emit(event::ScanDelivered{scan->brokenOff(), scan->dataBytes()});
@@ -113,20 +123,24 @@ std::vector<std::uint8_t> Printer::takeAnswer() {
 }
 
 void Printer::startScan(const Command& command) {
+    if (jam_)
+        return emit(event::Jammed{command.name});
     if (!page_)
         return emit(event::NoPaper{command.name});
+    const Delivery how = deliveryOf(command.name);
     // A host that asks anew has no use for the rest of what it asked before.
     answers_.dropScans();
     emit(event::ScanStarted{scanRequest_.bits, dotsPerInchOf.at(static_cast<std::size_t>(scanRequest_.resolution)),
                             scanRequest_.fromBottom});
-    auto delivery = std::make_unique<ScanDelivery>(rules_.scan, scanRequest_, scanOfDocument());
+    ScanScenario scan = scanOfDocument();
+    scan.trouble.silent = scan.trouble.silent || how.missing;
+    auto delivery = std::make_unique<ScanDelivery>(rules_.scan, scanRequest_, std::move(scan));
     if (!delivery->done())
-        answers_.add(std::move(delivery));
+        answers_.add(std::move(delivery), how.delay);
 }
 
 ScanScenario Printer::scanOfDocument() const {
     ScanScenario scan = scenario_.scan;
-    scan.silent = scan.silent || scenario_.silent;
     if (scan.sides[0].empty())
         scan.sides[0] = documentFromPage(*page_);
     if (scan.sides[1].empty())

@@ -60,7 +60,7 @@ bool setScanSides(ScanRequest& request, std::span<const int> letters) {
 ScanDelivery::ScanDelivery(const ScanRules& rules, const ScanRequest& request, ScanScenario scenario)
     : rules_(rules), request_(request), scenario_(std::move(scenario)) {
     scenario_.block = std::clamp(scenario_.block, rules_.smallestBlock, maxScanBlock);
-    if (!scenario_.silent)
+    if (!scenario_.trouble.silent)
         beginSide(0);
 }
 
@@ -86,7 +86,8 @@ void ScanDelivery::beginSide(std::size_t side) {
 std::vector<std::uint8_t> ScanDelivery::next() {
     switch (step_) {
         case Step::header: {
-            std::vector<std::uint8_t> piece = rules_.header(side_, bytes_ ? &*bytes_ : nullptr, scenario_.sizeError);
+            std::vector<std::uint8_t> piece =
+                rules_.header(side_, bytes_ ? &*bytes_ : nullptr, scenario_.trouble.sizeError);
             fillerDue_ = false;
             if (rules_.start != nullptr) {
                 step_ = Step::start;
@@ -97,7 +98,7 @@ std::vector<std::uint8_t> ScanDelivery::next() {
                     block(std::min(scenario_.block, rules_.firstRead - piece.size()), piece.size());
                 piece.insert(piece.end(), first.begin(), first.end());
                 step_ = Step::data;
-                fillerDue_ = scenario_.fillers;
+                fillerDue_ = scenario_.trouble.fillers;
                 afterData();
             }
             return piece;
@@ -110,12 +111,12 @@ std::vector<std::uint8_t> ScanDelivery::next() {
             if (std::exchange(fillerDue_, false))
                 return std::vector<std::uint8_t>(fillerBytes);
             std::vector<std::uint8_t> piece = block(scenario_.block, 0);
-            fillerDue_ = scenario_.fillers;
+            fillerDue_ = scenario_.trouble.fillers;
             afterData();
             return piece;
         }
         case Step::end: {
-            const std::int64_t rows = std::int64_t{bytes_->image().height()} + scenario_.rowsError;
+            const std::int64_t rows = std::int64_t{bytes_->image().height()} + scenario_.trouble.rowsError;
             beginSide(side_ + 1);
             return rules_.end(rows);
         }
@@ -131,7 +132,7 @@ void ScanDelivery::afterData() {
     if (bytes_->left() > 0) {
         brokenOff_ = true;
         step_ = Step::done;
-    } else if (scenario_.noEnd) {
+    } else if (scenario_.trouble.noEnd) {
         beginSide(side_ + 1);
     } else {
         step_ = Step::end;
@@ -140,7 +141,7 @@ void ScanDelivery::afterData() {
 
 std::uint64_t ScanDelivery::dataLeft() const {
     const std::uint64_t left = bytes_->left();
-    return scenario_.breakAfter ? std::min(left, *scenario_.breakAfter - dataSent_) : left;
+    return scenario_.trouble.breakAfter ? std::min(left, *scenario_.trouble.breakAfter - dataSent_) : left;
 }
 
 /// The largest block that misleads nobody and does not force the last one to. `inFront` bytes come in the same piece.

@@ -11,6 +11,7 @@
 #include "sim/document.h"
 #include "sim/family.h"
 #include "sim/scan_image.h"
+#include "sim/script.h"
 
 namespace passbook::sim {
 
@@ -41,12 +42,7 @@ struct ScanScenario {
     /// that is quick enough gets them one by one.
     std::array<std::size_t, 2> lineParts{2048, 1792};
 
-    std::optional<std::uint64_t> breakAfter{};  // bytes of image data; nothing more comes then
-    int sizeError = 0;     // what is announced too much: OKI bytes of data, OLI rows of the picture
-    int rowsError = 0;     // what the end message says too much: OLI rows
-    bool fillers = false;  // eight bytes that belong to no picture between every two blocks
-    bool noEnd = false;    // neither end byte nor end message
-    bool silent = false;   // nothing of a scan comes
+    ScanTrouble trouble{};
 };
 
 /// A scan on its way to the host, piece by piece, made while it is taken: the pieces are what the host has to get with

@@ -19,7 +19,7 @@ double secondsOf(int (*job)(), int result) {
 }
 
 TEST(Signals, NeitherShortenPausesNorProlongReads) {
-    sim::RunningPrinter printer({.silent = true});
+    sim::RunningPrinter printer({.answers = {{.how = sim::AnswerTrouble::How::missing}}});
     ASSERT_EQ(YARDO_PR2_OpenPort(printer.name().c_str()), 0);
     for (const int flags : {0, SA_RESTART}) {
         struct sigaction action {};

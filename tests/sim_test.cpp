@@ -18,6 +18,7 @@ namespace passbook::sim {
 namespace {
 
 using namespace std::string_literals;
+using How = AnswerTrouble::How;
 
 /// A printer on the bench: bytes go in as strings, and everything that comes out is kept.
 struct Bench {
@@ -127,17 +128,17 @@ TEST(Picture, ShowsThePage) {
 
 TEST(Faults, ChangeTheAnswersAsAsked) {
     const std::string questions = "\033j\033 B", right = Bench().ask(questions);
-    Bench inPieces({.split = 2});
+    Bench inPieces({.answers = {{.how = How::pieces, .size = 2}}});
     inPieces.send(questions);
     for (const std::string_view piece : {"\033r", "P", "\033B", "5C", "\033Z"})
         EXPECT_EQ(inPieces.answer(), piece);
 
-    std::string wrong = Bench({.garble = true}).ask(questions);
+    std::string wrong = Bench({.answers = {{.how = How::garbled}}}).ask(questions);
     for (char& byte : wrong)
         byte = static_cast<char>(byte ^ 0x80);
     EXPECT_EQ(wrong, right);
 
-    Bench mute({.silent = true});
+    Bench mute({.answers = {{.how = How::missing}}});
     EXPECT_EQ(mute.ask(questions), "");
     EXPECT_EQ(mute.events.back().at("note"), "silent");
 
@@ -170,7 +171,9 @@ TEST(Port, GivesAnswersToNobodyElse) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.script);
-        Bench bench({.split = row.script.size() % 2});
+        Bench bench;
+        if (row.script.size() % 2 == 1)
+            (void)bench.printer.act(AnswerTrouble{.how = How::pieces, .size = 1});
         std::string error;
         const auto port = PtyPort::open(bench.printer, error);
         ASSERT_NE(port, nullptr) << error;

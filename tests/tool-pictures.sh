@@ -48,7 +48,7 @@ END
 for family in oli oki; do
   expect 0 'handed over' "$sim" --family $family --events events --page reference.png --page-size 105x148 -- \
     "$tool" --port {} --family $family image --x 10 --y 5 plain.bmp
-  grep -Eq '"columns":(16,"xDots":71|24,"xDots":63),.*"yDots":33' events || wrong "$family: not there: $(grep bitmap events)"
+  grep -Eq '"columns":(16,.*"xDots":71|24,.*"xDots":63),.*"yDots":33' events || wrong "$family: not there: $(grep bitmap events)"
   for file in plain.bmp rle.bmp 16-bit.png palette.png transparent.png turned.jpg; do shows $file; done
 done
 shows plain.bmp --dither

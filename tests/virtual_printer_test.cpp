@@ -174,7 +174,8 @@ TEST_F(Day, PicturesComeOutAsTheyAreOnOki) {
 }
 
 TEST_F(Day, AnswersInPiecesAreReadWhole) {
-    sim::RunningPrinter printer({.stripes = {"", "6222020200112233445=4912"}, .split = 3});
+    sim::RunningPrinter printer({.stripes = {"", "6222020200112233445=4912"},
+                                 .answers = {{.how = sim::AnswerTrouble::How::pieces, .size = 3}}});
     ASSERT_EQ(YARDO_PR2_OpenPort(printer.name().c_str()), 0);
     unsigned char identifier[14] = {};
     char buffer0[64] = "", buffer1[64] = "";

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/epoll.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -15,12 +16,13 @@
 #include <optional>
 
 #include "sim/printer.h"
+#include "sim/program/control.h"
+#include "sim/program/desk.h"
 #include "sim/program/document_file.h"
 #include "sim/program/event_log.h"
 #include "sim/program/host.h"
 #include "sim/program/link.h"
 #include "sim/program/options.h"
-#include "sim/program/page_file.h"
 #include "sim/program/pty_port.h"
 #include "sim/program/replay.h"
 #include "sim/program/scratch.h"
@@ -30,18 +32,14 @@ namespace passbook::sim {
 
 namespace {
 
-using std::chrono::steady_clock;
-
 /// How long the program sleeps at most; whatever happens wakes it earlier.
 constexpr int roundMs = 1000;
 
 /// The same with a host on USB, whose doings don't wake it.
 constexpr int usbRoundMs = 50;
 
-/// The picture of an ejected page is written when nothing has happened for so long, and after a while also if the host
-/// never pauses.
+/// The picture of an ejected page is written when nothing has happened for so long.
 constexpr int quietMs = 5;
-constexpr std::chrono::seconds longestBusy(1);
 
 int fail(const std::string& message) {
     std::cerr << "passbook-sim: " << message << '\n';
@@ -70,62 +68,6 @@ signalfd_siginfo nextSignal(const Descriptor& signals) {
     return got == static_cast<ssize_t>(sizeof info) ? info : signalfd_siginfo{};
 }
 
-/// The printer with what is kept of its doings.
-class Desk {
- public:
-    explicit Desk(const Options& options, EventLog& log)
-        : log_(log),
-          pageFile_(options.pageFile),
-          printer_(
-              options.scenario, [this](const Event& event) { note(event); },
-              [this](Page page) { keep(std::move(page)); }) {}
-
-    [[nodiscard]] Printer& printer() { return printer_; }
-    [[nodiscard]] PageFile& pageFile() { return pageFile_; }
-
-    // What is to be done now and then. True if a page still waits to be written.
-    bool lookAfter() {
-        const bool quiet = events_ == log_.count();
-        events_ = log_.count();
-        if (pageFile_.pending() && (quiet || steady_clock::now() - pendingSince_ > longestBusy))
-            pageFile_.writeEjected();
-        return pageFile_.pending();
-    }
-
-    // Writes the picture of the document in place.
-    void keepPage() {
-        printer_.printWaitingText();
-        pageFile_.writeEjected();
-        if (const Page* page = printer_.page())
-            pageFile_.write(*page);
-    }
-
-    [[nodiscard]] std::string problem() const {
-        return pageFile_.problem().empty() ? log_.problem() : pageFile_.problem();
-    }
-
- private:
-    void note(const Event& event) {
-        if (pageFile_.pending() && isAny<event::Answer>(event)) {
-            // A host that learns that its page is out finds its picture.
-            pageFile_.writeEjected();
-        }
-        log_.add(event);
-    }
-
-    void keep(Page page) {
-        if (!pageFile_.pending())
-            pendingSince_ = steady_clock::now();
-        pageFile_.take(std::move(page));
-    }
-
-    EventLog& log_;
-    PageFile pageFile_;
-    steady_clock::time_point pendingSince_;
-    std::uint64_t events_ = 0;  // that had happened at the last look
-    Printer printer_;
-};
-
 /// Where hosts find the printer.
 class Connection {
  public:
@@ -138,8 +80,8 @@ class Connection {
     [[nodiscard]] virtual std::string portName() const = 0;
     // What a host program needs in its environment, "NAME=value"; empty: nothing.
     [[nodiscard]] virtual std::string hostSetting() const { return {}; }
-    // Serves hosts for so long at most, or until a signal comes. False if the connection has failed.
-    [[nodiscard]] virtual bool serve(int timeoutMs, const Descriptor& signals) = 0;
+    // Serves hosts for so long at most, or until there is something to read at `wake`. False if the connection has failed.
+    [[nodiscard]] virtual bool serve(int timeoutMs, int wake) = 0;
     // Has the printer take in what hosts have sent until now.
     [[nodiscard]] virtual bool takeIn() = 0;
     // Calls `use` while the printer isn't being served.
@@ -150,9 +92,7 @@ class SerialLine : public Connection {
  public:
     explicit SerialLine(std::unique_ptr<PtyPort> port) : port_(std::move(port)) {}
     [[nodiscard]] std::string portName() const override { return port_->name(); }
-    [[nodiscard]] bool serve(int timeoutMs, const Descriptor& signals) override {
-        return port_->serve(timeoutMs, signals.get());
-    }
+    [[nodiscard]] bool serve(int timeoutMs, int wake) override { return port_->serve(timeoutMs, wake); }
     [[nodiscard]] bool takeIn() override { return port_->takeIn(); }
     void with(const std::function<void()>& use) override { use(); }
 
@@ -165,9 +105,9 @@ class UsbBus : public Connection {
     explicit UsbBus(std::unique_ptr<UsbPort> port) : port_(std::move(port)) {}
     [[nodiscard]] std::string portName() const override { return "USB"; }
     [[nodiscard]] std::string hostSetting() const override { return UsbPort::hostEnvironment(); }
-    [[nodiscard]] bool serve(int timeoutMs, const Descriptor& signals) override {
-        pollfd wake{signals.get(), POLLIN, 0};
-        (void)poll(&wake, 1, std::min(timeoutMs, usbRoundMs));
+    [[nodiscard]] bool serve(int timeoutMs, int wake) override {
+        pollfd watched{wake, POLLIN, 0};
+        (void)poll(&watched, 1, std::min(timeoutMs, usbRoundMs));
         return true;
     }
     [[nodiscard]] bool takeIn() override { return true; }  // a transfer that was begun has been taken
@@ -180,22 +120,53 @@ class UsbBus : public Connection {
 std::unique_ptr<Connection> connect(const Options& options, Printer& printer, std::string& error) {
     if (!options.usb) {
         std::unique_ptr<PtyPort> port = PtyPort::open(printer, error);
+        if (port && options.baud > 0)
+            port->setPace(options.baud, options.buffer);
         return port ? std::make_unique<SerialLine>(std::move(port)) : nullptr;
     }
     std::unique_ptr<UsbPort> port = UsbPort::open(printer, options.device, error);
     if (!port)
         return nullptr;
-    port->setFault(options.fault, options.faultAt);
     return std::make_unique<UsbBus>(std::move(port));
 }
 
+/// The link to the port, if there is to be one.
+class Link {
+ public:
+    explicit Link(std::string path) : path_(std::move(path)) {}
+
+    // Leads to that port from now on. What is wrong, or an empty text.
+    [[nodiscard]] std::string follow(const std::string& port) {
+        std::string error;
+        if (path_.empty() || port.empty() || port == port_)
+            return error;
+        port_ = port;
+        link_.reset();
+        link_ = PortLink::make(path_, "/dev/" + port, error);
+        return error;
+    }
+
+ private:
+    std::string path_;
+    std::string port_;
+    std::unique_ptr<PortLink> link_;
+};
+
 /// Serves hosts until a signal ends that, or until `host` ends if one is run. The exit status.
-int serve(Desk& desk, Connection& connection, const Descriptor& signals, HostProcess* host) {
+int serve(Desk& desk, Connection& connection, const Descriptor& signals, HostProcess* host, Link& link,
+          Control* control) {
     std::string problem;
+    const Descriptor wake(epoll_create1(EPOLL_CLOEXEC));
+    for (const int each : {signals.get(), control != nullptr ? control->descriptor() : -1}) {
+        epoll_event readable{};
+        readable.events = EPOLLIN;
+        if (each >= 0 && epoll_ctl(wake.get(), EPOLL_CTL_ADD, each, &readable) != 0)
+            return fail(std::string("signals can't be received: ") + std::strerror(errno));
+    }
     std::optional<int> status;
     int timeoutMs = roundMs;
     for (bool running = true; running;) {
-        if (!connection.serve(timeoutMs, signals)) {
+        if (!connection.serve(timeoutMs, wake.get())) {
             problem = connection.portName() + ": the pseudo-terminal has failed";
             break;
         }
@@ -212,19 +183,34 @@ int serve(Desk& desk, Connection& connection, const Descriptor& signals, HostPro
         }
         connection.with([&] {
             timeoutMs = desk.lookAfter() ? quietMs : roundMs;
+            if (control != nullptr) {
+                control->serve(desk, connection.portName());
+                timeoutMs = control->untilNextDeed(timeoutMs);
+            }
             problem = desk.problem();
         });
+        if (control != nullptr && control->ended()) {
+            running = false;
+            if (host != nullptr)
+                host->send(SIGTERM);
+        }
+        if (problem.empty())
+            problem = link.follow(connection.portName());
         status = host != nullptr ? host->exitStatus() : std::nullopt;
         running = running && !status && (host != nullptr || problem.empty());
     }
     if (problem.empty() && !connection.takeIn())
         problem = connection.portName() + ": the pseudo-terminal has failed";
+    bool met = true;
     connection.with([&] {
         desk.printer().finish();
-        desk.keepPage();
+        if (host != nullptr)
+            desk.endScenario();
+        desk.end();
         problem = problem.empty() ? desk.problem() : problem;
+        met = desk.meetsExpectations();
     });
-    const int failure = problem.empty() ? 0 : fail(problem);
+    const int failure = problem.empty() ? (met ? 0 : exitFailure) : fail(problem);
     return status.value_or(0) != 0 ? *status : failure;
 }
 
@@ -233,10 +219,12 @@ int print(Desk& desk, const std::string& trace) {
     std::string error;
     const bool whole = replay(trace, desk.printer(), error);
     desk.printer().finish();
-    desk.keepPage();
+    desk.endScenario();
+    desk.end();
+    const bool met = desk.meetsExpectations();
     if (!whole)
         return fail(error);
-    return desk.problem().empty() ? 0 : fail(desk.problem());
+    return !desk.problem().empty() ? fail(desk.problem()) : met ? 0 : exitFailure;
 }
 
 int run(Options options) {
@@ -260,6 +248,12 @@ int run(Options options) {
         if (!error.empty())
             return fail(error);
     }
+    for (Expectation& each : options.expectations) {
+        if (each.kind == Expectation::Kind::picture)
+            each.picture = documentFromFile(each.name, error);
+        if (!error.empty())
+            return fail(error);
+    }
     if (!options.trace.empty() && !options.familyGiven) {
         const std::optional<Family> family = familyOfTrace(options.trace, error);
         if (!family)
@@ -267,7 +261,9 @@ int run(Options options) {
         options.scenario.family = *family;
     }
     Desk desk(options, log);
-    if (!desk.pageFile().canBeWritten())
+    if (!options.control.empty())
+        log.keepEvents();
+    if (!desk.canKeepPages(options))
         return fail(desk.problem());
     if (!options.trace.empty())
         return print(desk, options.trace);
@@ -277,10 +273,14 @@ int run(Options options) {
     const std::unique_ptr<Connection> connection = connect(options, desk.printer(), error);
     if (!connection)
         return fail(error);
-    std::unique_ptr<PortLink> link;
-    if (!options.link.empty()) {
-        link = PortLink::make(options.link, "/dev/" + connection->portName(), error);
-        if (!link)
+    Link link(options.link);
+    error = link.follow(connection->portName());
+    if (!error.empty())
+        return fail(error);
+    std::unique_ptr<Control> control;
+    if (!options.control.empty()) {
+        control = Control::open(options.control, error);
+        if (!control)
             return fail(error);
     }
     if (options.runsHost) {
@@ -293,11 +293,11 @@ int run(Options options) {
             (void)fail(error);
             return status;
         }
-        return serve(desk, *connection, signals, &host);
+        return serve(desk, *connection, signals, &host, link, control.get());
     }
     if (!writeAll(STDOUT_FILENO, "port: " + connection->portName() + '\n'))
         return fail(std::string("standard output: ") + std::strerror(errno));
-    return serve(desk, *connection, signals, nullptr);
+    return serve(desk, *connection, signals, nullptr, link, control.get());
 }
 
 /// What is not open would be the next file's number, and its reader would get what is meant for the user.

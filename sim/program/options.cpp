@@ -4,10 +4,12 @@
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <limits>
 
 #include "sim/program/pty_port.h"
+#include "sim/script_json.h"
 
 namespace passbook::sim {
 
@@ -78,6 +80,49 @@ std::optional<std::chrono::milliseconds> delayFrom(const std::string& text) {
     return std::chrono::milliseconds(static_cast<std::chrono::milliseconds::rep>(*seconds * 1000));
 }
 
+/// What stands in a scenario file is there as if it were options; those on the command line come later, and win.
+void readScenarioFile(const std::string& path, Options& options) {
+    constexpr std::size_t largest = 1024 * 1024;
+    std::ifstream in(path, std::ios::binary);
+    std::string text(largest + 1, '\0');
+    in.read(text.data(), static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<std::size_t>(in.gcount()));
+    if (in.bad() || (text.empty() && !in.eof()))
+        throw CLI::ValidationError("--scenario", path + ": can't be read");
+    if (text.size() > largest)
+        throw CLI::ValidationError("--scenario", path + ": is larger than 1 MiB");
+    ScenarioFile file;
+    std::vector<std::string> problems;
+    readScenario(text, path, file, problems);
+    if (!problems.empty()) {
+        std::string all;
+        for (const std::string& problem : problems)
+            all += (all.empty() ? "" : "\npassbook-sim: --scenario: ") + problem;
+        throw CLI::ValidationError("--scenario", all);
+    }
+    options.scenario = std::move(file.scenario);
+    options.familyGiven = file.familyGiven;
+    options.expectations = std::move(file.expectations);
+    const auto beside = [&path](std::string& name) {
+        if (!name.empty())
+            name = (std::filesystem::path(path).parent_path() / name).string();
+    };
+    for (std::size_t side = 0; side < file.scanFiles.size(); ++side) {
+        beside(file.scanFiles.at(side));
+        options.scanFiles.at(side) = file.scanFiles.at(side);
+    }
+    for (Expectation& each : options.expectations)
+        if (each.kind == Expectation::Kind::picture)
+            beside(each.name);
+}
+
+void addScenario(CLI::App& app, Options& options) {
+    app.add_option_function<std::string>(
+           "--scenario", [&options](const std::string& path) { readScenarioFile(path, options); },
+           "What is there at the start, what happens when, and what is\nexpected: see passbook-scenario(5)")
+        ->type_name("FILE");
+}
+
 void addPageSize(CLI::App& app, Scenario& scenario) {
     app.add_option_function<std::string>(
            "--page-size",
@@ -129,15 +174,40 @@ void addScan(CLI::App& app, Options& options) {
             "Scan this PNG, JPEG or BMP file as the front [the page as printed]");
     addFile(app, "--scan-back", options.scanFiles[1], "The same for the back [blank]");
     addNumber(app, "--scan-block", scan.block, std::size_t{2}, ptyBlock, "Bytes of image data at once, at most [4095]");
-    addNumber(app, "--scan-break", scan.breakAfter, std::uint64_t{0}, std::numeric_limits<std::uint64_t>::max(),
+    ScanTrouble& trouble = scan.trouble;
+    addNumber(app, "--scan-break", trouble.breakAfter, std::uint64_t{0}, std::numeric_limits<std::uint64_t>::max(),
               "Break a scan off after N bytes of image data");
     constexpr int most = std::numeric_limits<int>::max();
-    addNumber(app, "--scan-size-error", scan.sizeError, -most, most,
+    addNumber(app, "--scan-size-error", trouble.sizeError, -most, most,
               "Announce N more (or -N less) than there are: oki bytes, oli rows");
-    addNumber(app, "--scan-rows-error", scan.rowsError, -most, most, "oli: end with a row count that is wrong by N");
-    app.add_flag("--scan-fillers", scan.fillers, "Put eight bytes that are no image between the blocks");
-    app.add_flag("--scan-no-end", scan.noEnd, "End no side of a scan");
-    app.add_flag("--scan-silent", scan.silent, "Deliver nothing of a scan");
+    addNumber(app, "--scan-rows-error", trouble.rowsError, -most, most, "oli: end with a row count that is wrong by N");
+    app.add_flag("--scan-fillers", trouble.fillers, "Put eight bytes that are no image between the blocks");
+    app.add_flag("--scan-no-end", trouble.noEnd, "End no side of a scan");
+    app.add_flag("--scan-silent", trouble.silent, "Deliver nothing of a scan");
+}
+
+void addTroubles(CLI::App& app, Options& options) {
+    using How = AnswerTrouble::How;
+    const auto add = [&options](How how, std::size_t size = 0) {
+        options.scenario.answers.push_back({.how = how, .size = size});
+    };
+    app.add_option_function<std::string>(
+           "--split",
+           [add](const std::string& text) {
+               constexpr std::size_t most = 4096;
+               const auto size = numberFrom<std::size_t>(text);
+               if (!size || *size < 1 || *size > most)
+                   throw CLI::ValidationError("--split", "\"" + text + "\" is no whole number from 1 to 4096");
+               add(How::pieces, *size);
+           },
+           "Answer in pieces of N bytes, each when the host has read the last")
+        ->type_name("N");
+    const auto flag = [&app, add](const char* name, How how, const char* help) {
+        app.add_flag_function(
+            name, [add, how](std::int64_t) { add(how); }, help);
+    };
+    flag("--silent", How::missing, "Never answer");
+    flag("--garble", How::garbled, "Answer with wrong bytes, as many as the right ones");
 }
 
 void addUsb(CLI::App& app, Options& options) {
@@ -158,8 +228,11 @@ void addUsb(CLI::App& app, Options& options) {
                    throw CLI::ValidationError(
                        "--usb-fault", "\"" + text + "\" is no KIND:N, with stall, short, hang or unplug for KIND");
                }
-               options.fault = fault->second;
-               options.faultAt = *at;
+               Rule rule;
+               rule.when.kind = Trigger::Kind::transfer;
+               rule.when.nth = static_cast<std::uint64_t>(*at);
+               rule.then.emplace_back(action::Usb{fault->second});
+               options.scenario.rules.push_back(std::move(rule));
            },
            "Let the N-th USB transfer go wrong: stall, short, hang\nor unplug")
         ->type_name("KIND:N");
@@ -201,11 +274,12 @@ void checkFiles(const Options& options) {
         {"--page", options.pageFile},
         {"--events", options.eventFile == standardOutput ? "/dev/stdout" : options.eventFile},
         {"--link", options.link},
+        {"--control", options.control},
         {"--replay", options.trace},
         {"--scan-front", options.scanFiles[0]},
         {"--scan-back", options.scanFiles[1]},
     };
-    constexpr std::size_t written = 3;
+    constexpr std::size_t written = 4;
     for (std::size_t i = 0; i < written; ++i) {
         for (std::size_t j = i + 1; j < std::size(files); ++j) {
             // To scan the page that a run before has left is no mistake: it is read first.
@@ -228,6 +302,12 @@ void check(const CLI::App& app, const Options& options) {
             throw CLI::ValidationError(option, "it is for --usb");
     if (!options.trace.empty() && (options.runsHost || options.usb || !options.link.empty()))
         throw CLI::ValidationError("--replay", "there is no port, and no program is run");
+    if (!options.trace.empty() && (!options.control.empty() || options.baud > 0))
+        throw CLI::ValidationError("--replay", "there is no port, and nobody to be served");
+    if (options.usb && options.baud > 0)
+        throw CLI::ValidationError("--baud", "it is for a serial line");
+    if (app.count("--buffer") > 0 && options.baud == 0)
+        throw CLI::ValidationError("--buffer", "it is for --baud");
     if (options.usb && !options.link.empty())
         throw CLI::ValidationError("--link", "with --usb there is no port to link to");
     if (options.runsHost && options.host.empty()) {
@@ -253,17 +333,20 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
         argc = static_cast<int>(mark - argv);
     }
     Scenario& scenario = options.scenario;
-    std::string family = "oli";
-    std::string paper = "in";
+    std::string family;
+    std::string paper;
     CLI::App app(description, "passbook-sim");
     app.footer(example);
     app.set_version_flag("--version", "passbook-sim " PASSBOOK_VERSION);
 
+    addScenario(app, options);  // first: what comes behind it is set later
     app.add_option("--family", family, "Command set: oli or oki [oli]")
         ->check(
             CLI::IsMember(std::vector<std::string>(wire::familyNames.begin(), wire::familyNames.end())).description(""))
         ->type_name("NAME");
     addFile(app, "--page", options.pageFile, "Keep the picture of the page in this PNG file");
+    addFile(app, "--pages", options.pageFolder, "Keep every page there, with what happened until its end");
+    addFile(app, "--control", options.control, "Let the user's own programs steer the printer on this unix socket");
     addFile(app, "--events", options.eventFile,
             "Log what happens there, one JSON object a line; \"-\" is\nstandard output");
     addFile(app, "--replay", options.trace,
@@ -294,20 +377,30 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
 
     addScan(app, options);
 
-    addNumber(app, "--split", scenario.split, std::size_t{1}, std::size_t{4096},
-              "Answer in pieces of N bytes, each when the host has read the last");
-    app.add_flag("--silent", scenario.silent, "Never answer");
-    app.add_flag("--garble", scenario.garble, "Answer with wrong bytes, as many as the right ones");
+    addTroubles(app, options);
+
+    addNumber(app, "--baud", options.baud, 50, 4'000'000,
+              "Carry so many bits a second, ten a byte [as fast as it goes]");
+    addNumber(app, "--buffer", options.buffer, std::size_t{1}, std::size_t{1024 * 1024},
+              "With --baud: bytes that the printer keeps of what it has not\ncome to yet [1024]");
 
     addUsb(app, options);
 
     try {
         app.parse(argc, argv);
         options.runsHost = options.runsHost || options.usb;
-        options.familyGiven = app.count("--family") > 0;
-        scenario.family = static_cast<Family>(std::find(wire::familyNames.begin(), wire::familyNames.end(), family) -
-                                              wire::familyNames.begin());
-        scenario.paper = paper == "in" ? PaperState::inPlace : PaperState::none;
+        if (!family.empty()) {
+            const auto asked = static_cast<Family>(
+                std::find(wire::familyNames.begin(), wire::familyNames.end(), family) - wire::familyNames.begin());
+            // Its rules name the commands of its family.
+            if (app.count("--scenario") > 0 && asked != scenario.family)
+                throw CLI::ValidationError("--family", "the scenario is for the other family");
+            options.familyGiven = true;
+            scenario.family = asked;
+        }
+        if (!paper.empty())
+            scenario.paper = paper == "in" ? PaperState::inPlace : PaperState::none;
+        scenario.hostEvents = app.count("--scenario") + app.count("--control") > 0;
         check(app, options);
     } catch (const CLI::Success& success) {
         return {std::nullopt, app.exit(success)};

@@ -50,19 +50,24 @@ bool PageFile::canBeWritten() {
     return true;
 }
 
-void PageFile::take(Page page) {
-    if (!path_.empty() && !(page.blank() && ejected_))
+void PageFile::take(std::shared_ptr<const Page> page) {
+    if (!path_.empty() && !(page->blank() && ejected_))
         ejected_ = std::move(page);
 }
 
 void PageFile::writeEjected() {
     if (ejected_)
-        write(*std::exchange(ejected_, std::nullopt));
+        write(*std::exchange(ejected_, nullptr));
 }
 
 void PageFile::write(const Page& page) {
     struct stat there {};
-    if (path_.empty() || !problem_.empty() || (page.blank() && lstat(path_.c_str(), &there) == 0 && there.st_size > 0))
+    if (!(page.blank() && lstat(path_.c_str(), &there) == 0 && there.st_size > 0))
+        writeAnyhow(page);
+}
+
+void PageFile::writeAnyhow(const Page& page) {
+    if (path_.empty() || !problem_.empty())
         return;
     const std::vector<std::uint8_t> picture = page.png();
     if (picture.empty()) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <optional>
+#include <memory>
 #include <string>
 
 #include "sim/page.h"
@@ -17,20 +17,22 @@ class PageFile {
 
     /// Takes a page for writeEjected(). Of a host that ejects one after the other, only the last one is worth a
     /// picture.
-    void take(Page page);
-    [[nodiscard]] bool pending() const { return ejected_.has_value(); }
+    void take(std::shared_ptr<const Page> page);
+    [[nodiscard]] bool pending() const { return ejected_ != nullptr; }
     void writeEjected();
 
     /// Writes the page, unless it is blank and something is there already: a printout, of this run or of one before, is
     /// not lost for an empty document.
     void write(const Page& page);
+    /// The same of a blank one, too.
+    void writeAnyhow(const Page& page);
 
     /// Empty as long as everything could be written.
     [[nodiscard]] const std::string& problem() const { return problem_; }
 
  private:
     std::string path_;  // empty: pages are not kept
-    std::optional<Page> ejected_;
+    std::shared_ptr<const Page> ejected_;
     std::string problem_;
 };
 

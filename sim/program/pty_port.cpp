@@ -52,9 +52,14 @@ Descriptor openHostSide(const std::string& path) {
 }  // namespace
 
 std::unique_ptr<PtyPort> PtyPort::open(Printer& printer, std::string& error) {
+    std::optional<Line> line = makeLine(error);
+    return line ? std::unique_ptr<PtyPort>(new PtyPort(printer, std::move(*line))) : nullptr;
+}
+
+std::optional<PtyPort::Line> PtyPort::makeLine(std::string& error) {
     const auto failed = [&error](const std::string& what) {
         error = what + ": " + std::strerror(errno);
-        return nullptr;
+        return std::nullopt;
     };
     Line line;
     line.printerSide = Descriptor(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
@@ -81,40 +86,132 @@ std::unique_ptr<PtyPort> PtyPort::open(Printer& printer, std::string& error) {
     line.hostEvents = Descriptor(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
     if (!line.hostEvents.valid() || inotify_add_watch(line.hostEvents.get(), line.path.c_str(), IN_OPEN | IN_CLOSE) < 0)
         return failed(line.path + " can't be watched");
-    return std::unique_ptr<PtyPort>(new PtyPort(printer, std::move(line)));
+    return line;
 }
 
-PtyPort::PtyPort(Printer& printer, Line line)
-    : printer_(printer),
-      line_(std::move(line)),
-      name_(line_.path.substr(line_.path.starts_with(deviceDirectory) ? deviceDirectory.size() : 0)),
-      start_(std::chrono::steady_clock::now()) {}
+PtyPort::PtyPort(Printer& printer, Line line) : printer_(printer), start_(std::chrono::steady_clock::now()) {
+    takeUp(std::move(line));
+    printer_.setLine([this](const LineAction& action) { return obeyLine(action); });
+}
+
+PtyPort::~PtyPort() {
+    printer_.setLine(nullptr);
+}
+
+void PtyPort::setPace(int baud, std::size_t buffer) {
+    baud_ = baud;
+    buffer_ = buffer;
+}
+
+void PtyPort::takeUp(Line line) {
+    line_ = std::move(line);
+    name_ = line_.path.substr(line_.path.starts_with(deviceDirectory) ? deviceDirectory.size() : 0);
+    hosts_ = 0;
+}
+
+bool PtyPort::obeyLine(const LineAction& action) {
+    const auto* const line = std::get_if<action::Line>(&action);
+    if (line == nullptr)
+        return false;
+    if (line->what == action::Line::What::back)
+        return lineIsBack();
+    if (!line_.printerSide.valid())
+        return false;  // what is cut can't be cut once more
+    backAt_ = line->time ? std::optional(now() + *line->time) : std::nullopt;
+    if (line->what == action::Line::What::stall) {
+        held_ = true;
+        holdHosts(true);
+        printer_.lineChanged(event::Line::What::stalled, name_);
+    } else {
+        drop();
+    }
+    return true;
+}
+
+void PtyPort::drop() {
+    line_ = Line();
+    held_ = hostsHeld_ = lastStoodAlone_ = false;
+    incoming_.clear();
+    printer_.forgetAnswers(std::exchange(outgoing_, {}).size());
+    printer_.lineChanged(event::Line::What::dropped, std::exchange(name_, {}));
+    tellOfHost(false);
+}
+
+bool PtyPort::lineIsBack() {
+    backAt_.reset();
+    if (!held())
+        return true;
+    held_ = false;
+    if (!line_.printerSide.valid()) {
+        std::string error;
+        std::optional<Line> line = makeLine(error);
+        if (!line)
+            return false;
+        takeUp(std::move(*line));
+    }
+    holdHosts(false);
+    printer_.lineChanged(event::Line::What::back, name_);
+    return true;
+}
+
+void PtyPort::tellOfHost(bool there) {
+    if (std::exchange(hasHost_, there) != there)
+        printer_.hostChanged(there);
+}
+
+void PtyPort::holdHosts(bool hold) {
+    // As a printer does whose buffer is full: the host's next write waits.
+    if (line_.hostSide.valid() && std::exchange(hostsHeld_, hold) != hold)
+        (void)tcflow(line_.hostSide.get(), hold ? TCOOFF : TCOON);
+}
 
 bool PtyPort::serve(int timeoutMs, int wakeDescriptor) {
     using std::chrono::milliseconds;
     printer_.advance(now());
+    if (backAt_ && *backAt_ <= now())
+        (void)lineIsBack();  // the system may have a pseudo-terminal to give again later
     const int patienceMs = std::clamp(timeoutMs, 0, hostPatienceMs);
     if (!handOver(patienceMs))
         return false;
-    milliseconds wait(std::max(timeoutMs, 0));
-    if (printer_.nextChange() != never) {
-        // One more, since what is due falls between two milliseconds of the clock.
-        wait = std::clamp(printer_.nextChange() - now() + milliseconds(1), milliseconds(0), wait);
-    }
-    const bool held = outgoing_.empty() && printer_.answerPending();
-    if (held)
+    milliseconds wait = std::clamp(untilNextDeed(), milliseconds(0), milliseconds(std::max(timeoutMs, 0)));
+    const bool waiting = outgoing_.empty() && printer_.answerPending() && !held();
+    if (waiting)
         wait = std::min(wait, milliseconds(hostCheckMs));
-    const short room = outgoing_.empty() ? short{0} : short{POLLOUT};
-    std::array<pollfd, 4> watched{pollfd{line_.printerSide.get(), static_cast<short>(POLLIN | room), 0},
+    const short room = outgoing_.empty() || preciseNow() < outFreeAt_ ? short{0} : short{POLLOUT};
+    const short more = incoming_.empty() || incoming_.size() < buffer_ ? short{POLLIN} : short{0};
+    std::array<pollfd, 4> watched{pollfd{line_.printerSide.get(), static_cast<short>(more | room), 0},
                                   pollfd{line_.hostEvents.get(), POLLIN, 0}, pollfd{wakeDescriptor, POLLIN, 0},
-                                  pollfd{held ? line_.hostReads.get() : -1, POLLIN, 0}};
+                                  pollfd{waiting ? line_.hostReads.get() : -1, POLLIN, 0}};
+    if (held())
+        watched[0].fd = watched[1].fd = -1;
     if (poll(watched.data(), watched.size(), static_cast<int>(wait.count())) < 0 && errno != EINTR)
         return false;
-    return takeIn() && handOver(patienceMs);
+    return takeRound() && handOver(patienceMs);
+}
+
+std::chrono::milliseconds PtyPort::untilNextDeed() const {
+    using std::chrono::milliseconds;
+    milliseconds next = std::min(printer_.nextChange(), backAt_.value_or(never));
+    const auto at = [](std::chrono::microseconds time) { return std::chrono::duration_cast<milliseconds>(time); };
+    if (!incoming_.empty())
+        next = std::min(next, at(inFreeAt_ + timeFor(1)));
+    if (!outgoing_.empty() && preciseNow() < outFreeAt_)
+        next = std::min(next, at(outFreeAt_));
+    // One more, since what is due falls between two milliseconds of the clock.
+    return next == never ? never : next - now() + milliseconds(1);
 }
 
 std::chrono::milliseconds PtyPort::now() const {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start_);
+    return std::chrono::duration_cast<std::chrono::milliseconds>(preciseNow());
+}
+
+std::chrono::microseconds PtyPort::preciseNow() const {
+    return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start_);
+}
+
+std::chrono::microseconds PtyPort::timeFor(std::size_t bytes) const {
+    constexpr std::size_t bitsAByte = 10;
+    return std::chrono::microseconds(baud_ > 0 ? bytes * bitsAByte * 1'000'000 / static_cast<std::size_t>(baud_) : 0);
 }
 
 bool PtyPort::hostHasReadAll() const {
@@ -142,6 +239,8 @@ bool PtyPort::awaitHost(int patienceMs) {
 }
 
 bool PtyPort::handOver(int patienceMs) {
+    if (held())
+        return true;
     for (int piece = 0; piece < piecesPerRound; ++piece) {
         if (outgoing_.empty()) {
             if (!printer_.answerPending())
@@ -152,7 +251,10 @@ bool PtyPort::handOver(int patienceMs) {
                 return true;
             outgoing_ = printer_.takeAnswer();
             lastStoodAlone_ = standsAlone;
+            outFreeAt_ = std::max(outFreeAt_, preciseNow()) + timeFor(outgoing_.size());
         }
+        if (baud_ > 0 && preciseNow() < outFreeAt_)
+            return true;
         const ssize_t written = write(line_.printerSide.get(), outgoing_.data(), outgoing_.size());
         if (written < 0)
             return tryAgain();
@@ -164,11 +266,20 @@ bool PtyPort::handOver(int patienceMs) {
 }
 
 bool PtyPort::takeIn() {
+    const bool taken = takeRound();
+    deliver(true);
+    return taken;
+}
+
+bool PtyPort::takeRound() {
     printer_.advance(now());
+    deliver(false);
     std::vector<std::uint8_t> bytes;
-    for (std::size_t taken = 0; taken < mostAtOnce; taken += bytes.size()) {
-        bytes.resize(readSize);
-        const ssize_t got = read(line_.printerSide.get(), bytes.data(), bytes.size());
+    for (std::size_t taken = 0; taken < mostAtOnce && !held(); taken += bytes.size()) {
+        const std::size_t room = baud_ > 0 ? buffer_ - std::min(buffer_, incoming_.size()) : readSize;
+        holdHosts(room == 0);
+        bytes.resize(std::min(room, readSize));
+        const ssize_t got = room == 0 ? 0 : read(line_.printerSide.get(), bytes.data(), bytes.size());
         if (got < 0 && !tryAgain())
             return false;
         bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
@@ -177,15 +288,43 @@ bool PtyPort::takeIn() {
         const std::optional<Hosts> hosts = lookForHosts(bytes);
         if (!hosts)
             return false;
-        if (*hosts == Hosts::changed)
+        if (*hosts == Hosts::changed) {
             forgetAnswers();
-        printer_.receive(bytes);
-        if (*hosts == Hosts::gone)
+            tellOfHost(false);
+        }
+        if (hosts_ > 0 || !bytes.empty())
+            tellOfHost(true);
+        if (incoming_.empty())
+            inFreeAt_ = std::max(inFreeAt_, preciseNow());
+        if (!bytes.empty())
+            printer_.transferBegins();
+        incoming_.insert(incoming_.end(), bytes.begin(), bytes.end());
+        deliver(false);
+        if (*hosts == Hosts::gone) {
             forgetAnswers();
+            tellOfHost(false);
+        }
         if (got <= 0)
             return true;
     }
     return true;
+}
+
+void PtyPort::deliver(bool all) {
+    while (!incoming_.empty() && !held()) {
+        std::size_t size = incoming_.size();
+        if (baud_ > 0 && !all) {
+            const std::chrono::microseconds passed = preciseNow() - inFreeAt_;
+            while (size > 0 && timeFor(size) > passed)
+                size = timeFor(size) / 2 > passed ? size / 2 : size - 1;
+            if (size == 0)
+                return;
+            inFreeAt_ += timeFor(size);
+        }
+        const std::size_t taken = printer_.receive(std::span(incoming_).first(size));
+        if (!incoming_.empty())
+            incoming_.erase(incoming_.begin(), incoming_.begin() + static_cast<std::ptrdiff_t>(taken));
+    }
 }
 
 PtyPort::Events PtyPort::countHosts() {
@@ -251,6 +390,8 @@ bool PtyPort::takeAllOfGoneHosts(std::vector<std::uint8_t>& bytes) {
 }
 
 void PtyPort::forgetAnswers() {
+    if (!line_.hostSide.valid())
+        return;
     (void)hostHasReadAll();  // brings all that was written to where it is counted
     int unread = 0;
     (void)ioctl(line_.hostSide.get(), FIONREAD, &unread);

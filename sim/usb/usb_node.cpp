@@ -62,6 +62,7 @@ UsbNode::UsbNode(Printer& printer, UsbDevice device)
             (isIn(endpoint.address) ? inEndpoint_ : outEndpoint_) = endpoint.address;
         }
     }
+    printer_.setLine([this](const LineAction& action) { return obeyLine(action); });
     g_signal_connect(handler_.get(), "handle-ioctl", G_CALLBACK(ioctlCalled), this);
     g_signal_connect(handler_.get(), "client-connected", G_CALLBACK(clientConnected), this);
 }
@@ -119,15 +120,19 @@ void UsbNode::clientConnected(UMockdevIoctlBase*, UMockdevIoctlClient* client, g
     // The signal for a closed device is never given; the object that stands for the open one goes, though.
     g_object_weak_ref(G_OBJECT(client), clientGone, self);
     const std::lock_guard lock(node.mutex_);
-    ++node.use_.openDevices;
+    node.letTimePass();
+    if (++node.use_.openDevices == 1)
+        node.printer_.hostChanged(true);
 }
 
 void UsbNode::clientGone(gpointer self, GObject* object) {
     const auto* client = reinterpret_cast<UMockdevIoctlClient*>(object);
     auto& node = *static_cast<UsbNode*>(self);
     const std::lock_guard lock(node.mutex_);
-    if (--node.use_.openDevices == 0)
+    if (--node.use_.openDevices == 0) {
         node.printer_.forgetAnswers(std::exchange(node.answer_, {}).size());
+        node.printer_.hostChanged(false);
+    }
     node.urbs_.remove_if([client](const Urb& urb) { return urb.client == client; });
     if (node.owner_ == client)
         node.owner_ = nullptr;
@@ -237,7 +242,9 @@ int UsbNode::submit(UMockdevIoctlClient* client, UMockdevIoctlData* argument) {
     }
     ++use_.transfers;
     urbs_.push_back(std::move(urb));
-    start(urbs_.back(), nextFault());
+    printer_.transferBegins();  // which may bring a fault
+    if (!urbs_.back().done)
+        start(urbs_.back(), nextFault());
     return 0;
 }
 
@@ -264,12 +271,15 @@ void UsbNode::start(Urb& urb, UsbFault fault) {
 }
 
 void UsbNode::takeOut(Urb& urb, std::size_t length) {
-    if (length > 0)
-        printer_.receive(std::span(urb.buffer->data, length));
-    urb.finish(0, length);
+    while (urb.taken < length && !held_ && !urb.done)
+        urb.taken += printer_.receive(std::span(urb.buffer->data + urb.taken, length - urb.taken));
+    if (urb.taken == length && !urb.done)
+        urb.finish(0, length);
 }
 
 void UsbNode::bringIn() {
+    if (held_)
+        return;
     for (Urb& urb : urbs_) {
         if (urb.done || urb.stuck || !isIn(urb.header().endpoint))
             continue;
@@ -294,6 +304,7 @@ void UsbNode::bringIn() {
 }
 
 int UsbNode::reap(UMockdevIoctlClient* client, UMockdevIoctlData* argument) {
+    goOn();
     bringIn();
     const auto urb = std::find_if(urbs_.begin(), urbs_.end(),
                                   [client](const Urb& each) { return each.client == client && each.done; });
@@ -324,7 +335,44 @@ void UsbNode::removeDevice() {
             urb.finish(-ESHUTDOWN, 0);
 }
 
+bool UsbNode::obeyLine(const LineAction& action) {
+    if (const auto* const usb = std::get_if<action::Usb>(&action)) {
+        fault_ = usb->fault;
+        untilFault_ = 1;
+        return true;
+    }
+    const auto& line = std::get<action::Line>(action);
+    using Told = event::Line::What;
+    if (line.what == action::Line::What::back) {
+        lineIsBack();
+        return true;
+    }
+    backAt_ = line.time ? std::chrono::steady_clock::now() + *line.time : std::chrono::steady_clock::time_point{};
+    held_ = line.what == action::Line::What::stall;
+    if (!held_)
+        removeDevice();
+    printer_.lineChanged(held_ ? Told::stalled : Told::dropped, "USB");
+    return true;
+}
+
+void UsbNode::lineIsBack() {
+    if (!held_ && !gone_)
+        return;
+    backAt_ = {};
+    held_ = gone_ = false;
+    printer_.lineChanged(event::Line::What::back, "USB");
+}
+
+/// What a line that was held brings now.
+void UsbNode::goOn() {
+    for (Urb& urb : urbs_)
+        if (!held_ && !urb.done && !urb.stuck && !isIn(urb.header().endpoint))
+            takeOut(urb, urb.length());
+}
+
 void UsbNode::letTimePass() {
+    if (backAt_ != std::chrono::steady_clock::time_point{} && std::chrono::steady_clock::now() >= backAt_)
+        lineIsBack();
     printer_.advance(std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start_));
 }
 

@@ -44,8 +44,9 @@ class UsbNode {
         Ref<UMockdevIoctlData> data;
         Ref<UMockdevIoctlData> buffer;  // null if the transfer has no bytes
         bool done = false;
-        bool stuck = false;  // goes on only when the host discards it
-        bool cut = false;    // gets half of an answer
+        bool stuck = false;     // goes on only when the host discards it
+        bool cut = false;       // gets half of an answer
+        std::size_t taken = 0;  // of what it brings, by the printer
 
         [[nodiscard]] usbdevfs_urb& header() const;
         [[nodiscard]] std::size_t length() const;
@@ -70,6 +71,9 @@ class UsbNode {
     void bringIn();
     void removeDevice();
     void letTimePass();
+    [[nodiscard]] bool obeyLine(const LineAction& action);
+    void lineIsBack();
+    void goOn();
     [[nodiscard]] bool hasInterface(unsigned interface) const;
 
     std::mutex mutex_;
@@ -84,6 +88,8 @@ class UsbNode {
     std::set<std::uint8_t> stalled_;
 
     bool gone_ = false;
+    bool held_ = false;                               // nothing goes either way
+    std::chrono::steady_clock::time_point backAt_{};  // the line is as it should be again; none: not by itself
     bool kernelDriver_;
     int busyClaims_;
     UMockdevIoctlClient* owner_ = nullptr;  // of the claimed interface

@@ -22,14 +22,6 @@ struct UsbSetting {
     std::vector<UsbEndpoint> endpoints;
 };
 
-enum class UsbFault {
-    none,
-    stall,     // refused, and so is every later one on its endpoint until the host clears that
-    cutShort,  // half of the bytes are taken; of an answer half comes, and no more
-    hang,      // never ends
-    unplug,    // the printer is gone in the middle of it
-};
-
 /// How the printer shows on the bus. It talks on the last endpoint of each direction.
 struct UsbDevice {
     std::uint16_t vendorId = 0x0B3C;
