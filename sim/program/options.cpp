@@ -32,6 +32,7 @@ constexpr const char* example =
     "  passbook-sim --page page.png --events events.jsonl --stripe0 6217000012345678\n"
     "  passbook-sim --page page.png -- ./host {}\n"
     "  passbook-sim --page page.png --usb -- ./host {}\n"
+    "  passbook-sim --scenario jam.json --pages pages -- ./host {}\n"
     "\n"
     "The picture is written when the document is ejected, at the end, and at SIGUSR1.";
 
@@ -65,8 +66,9 @@ void addNumber(CLI::App& app, const std::string& name, Target& target, Number lo
         ->type_name("N");
 }
 
-void addFile(CLI::App& app, const std::string& name, std::string& path, const std::string& help) {
-    app.add_option(name, path, help)->type_name("FILE")->check([](const std::string& text) {
+void addFile(CLI::App& app, const std::string& name, std::string& path, const std::string& help,
+             const char* kind = "FILE") {
+    app.add_option(name, path, help)->type_name(kind)->check([](const std::string& text) {
         return text.empty() ? std::string("the name of the file is empty") : std::string();
     });
 }
@@ -345,8 +347,9 @@ ParsedOptions parseOptions(int argc, const char* const* argv) {
             CLI::IsMember(std::vector<std::string>(wire::familyNames.begin(), wire::familyNames.end())).description(""))
         ->type_name("NAME");
     addFile(app, "--page", options.pageFile, "Keep the picture of the page in this PNG file");
-    addFile(app, "--pages", options.pageFolder, "Keep every page there, with what happened until its end");
-    addFile(app, "--control", options.control, "Let the user's own programs steer the printer on this unix socket");
+    addFile(app, "--pages", options.pageFolder, "Keep every page there, with what happened until its end", "DIR");
+    addFile(app, "--control", options.control, "Let the user's own programs steer the printer on this unix socket",
+            "SOCKET");
     addFile(app, "--events", options.eventFile,
             "Log what happens there, one JSON object a line; \"-\" is\nstandard output");
     addFile(app, "--replay", options.trace,
