@@ -110,7 +110,7 @@ void readScenario(std::string_view text, const std::string& fileName, ScenarioFi
         static_cast<Family>(top.choice("family", {{"oli", 0}, {"oki", 1}}, static_cast<int>(file.scenario.family)));
     if (top.find("start") != nullptr)
         readStart(top.object("start"), file);
-    ScriptReader reader(document, fileName, file.scenario.family, problems);
+    ScriptReader reader(document, fileName, file.scenario.family);
     if (const json* const rules = top.find("rules")) {
         std::set<std::string> names;
         for (const json& each : *rules)

@@ -29,10 +29,9 @@ void readScenario(std::string_view text, const std::string& fileName, ScenarioFi
 /// Reads parts of a document that tell of a printer.
 class ScriptReader {
  public:
-    /// `file` is empty if the document is none. All of them must outlive the object.
-    ScriptReader(const LocatedJson& document, const std::string& file, Family family,
-                 std::vector<std::string>& problems)
-        : document_(document), file_(file), family_(family), problems_(problems) {}
+    /// `file` is empty if the document is none. Both must outlive the object.
+    ScriptReader(const LocatedJson& document, const std::string& file, Family family)
+        : document_(document), file_(file), family_(family) {}
 
     /// The object, or the list of objects, that is the value of `key`.
     [[nodiscard]] std::vector<Action> actions(Fields& parent, const std::string& key);
@@ -61,7 +60,6 @@ class ScriptReader {
     const LocatedJson& document_;
     const std::string& file_;
     Family family_;
-    std::vector<std::string>& problems_;
 };
 
 }  // namespace passbook::sim

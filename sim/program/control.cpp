@@ -253,7 +253,7 @@ std::optional<Json> Control::answerTo(Client& client, Fields& request, const Loc
                                       std::vector<std::string>& problems, Desk& desk, const std::string& port) {
     const std::string noFile;
     Printer& printer = desk.printer();
-    ScriptReader reader(document, noFile, printer.scenario().family, problems);
+    ScriptReader reader(document, noFile, printer.scenario().family);
     Json done{{"ok", true}};
     const char* const found = request.oneOf({"do", "rule", "wait", "events", "page", "state", "expect", "tie"});
     const std::string_view verb = found == nullptr ? "" : found;

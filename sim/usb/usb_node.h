@@ -27,6 +27,9 @@ using Ref = std::unique_ptr<Object, Unref>;
 class UsbNode {
  public:
     UsbNode(Printer& printer, UsbDevice device);
+    ~UsbNode() { printer_.setLine(nullptr); }
+    UsbNode(const UsbNode&) = delete;
+    UsbNode& operator=(const UsbNode&) = delete;
 
     [[nodiscard]] UMockdevIoctlBase* handler() const { return handler_.get(); }
     [[nodiscard]] const UsbDevice& device() const { return device_; }
