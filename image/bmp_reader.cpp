@@ -50,18 +50,23 @@ int BmpReader::start(bool expand) {
             return result;
         if (bmpImageBytes(width, geometry.rows(), 8) < 0)
             return missingRows;
+    }
+    rowsLeft_ = geometry.rows();
+    stride_ = bmpStrideBytes(width, bitsPerPixel);
+    if (grey)
+        geometry.bitsPerPixel = 8;
+    // Without rows nothing holds the width against the file: a few bytes would take gigabytes of memory.
+    if (rowsLeft_ == 0)
+        return success;
+    if (grey) {
         grey_.reset(new (std::nothrow) unsigned char[static_cast<std::size_t>(bmpStrideBytes(width, 8))]());
         if (grey_ == nullptr)
             return noMemory;
     }
     if (std::fseek(file_.get(), dataOffset, SEEK_SET) != 0)
         return missingRows;
-    rowsLeft_ = geometry.rows();
-    stride_ = bmpStrideBytes(width, bitsPerPixel);
     piecesRows_ = static_cast<int>(std::max<std::int64_t>(1, std::int64_t{largeBufferBytes} / stride_));
     piece_.reset(new (std::nothrow) unsigned char[static_cast<std::size_t>(piecesRows_ * stride_)]);
-    if (grey)
-        geometry.bitsPerPixel = 8;
     return piece_ != nullptr ? success : noMemory;
 }
 

@@ -46,7 +46,7 @@ int identifyFileFormat(const char* path, IMAGE_FORMAT* format) {
     const FileHandle file = openForReading(path);
     if (file == nullptr)
         return -2;
-    (void)std::fread(header.data(), 1, header.size(), file.get());  // a shorter file ends in zeros
+    (void)(std::fread(header.data(), 1, header.size(), file.get()) > 0);  // a shorter file ends in zeros
     *format = identifyHeaderFormat(header.data());
     return 0;
 }

@@ -57,6 +57,11 @@ FileHandle openForReading(const char* path) {
     return FileHandle(file);
 }
 
+long sizeOf(const FileHandle& file) {
+    struct stat status {};
+    return fstat(fileno(file.get()), &status) == 0 ? static_cast<long>(status.st_size) : 0;
+}
+
 bool OutputFile::create(const char* path) {
     constexpr mode_t everybody = 0666;  // less what the user's mask takes away
     // Without O_NONBLOCK a pipe would hold the caller until somebody reads it.
@@ -93,7 +98,7 @@ void OutputFile::discard() {
     // What the path leads to by now may be another file.
     if (path_ != nullptr && realpath(path_, target) != nullptr && stat(target, &status) == 0 &&
         status.st_dev == device_ && status.st_ino == inode_ && unlink(target) != 0)
-        (void)truncate(target, 0);  // in a directory that is not ours to change
+        (void)(truncate(target, 0) == 0);  // in a directory that is not ours to change; nothing more can be done
     path_ = nullptr;
     file_.reset();
 }

@@ -20,6 +20,9 @@ inline constexpr int tempNameBytes = 256;
 /// hold the caller until somebody writes into it.
 [[nodiscard]] FileHandle openForReading(const char* path);
 
+/// The bytes of an open file; 0 for what has no size.
+[[nodiscard]] long sizeOf(const FileHandle& file);
+
 /// A file of the host's that is being written, in place of what was there. It is whole in the end or gone: the host
 /// looks whether its file is there.
 class OutputFile {

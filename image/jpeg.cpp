@@ -1,6 +1,7 @@
 // JPEG to BMP and back through libjpeg (the 6.2 interface of libjpeg-turbo).
 
 #include <algorithm>
+#include <climits>
 #include <csetjmp>
 #include <cstddef>
 #include <cstdint>
@@ -77,6 +78,11 @@ int JpegDecoding::run(const char* destinationPath) {
     if (setjmp(errors.back) != 0)
         return -2;
     jpeg_create_decompress(&codec);
+    // A progressive picture is held as coefficients, 128 bytes for a block of 64, and each block takes a bit of the file at
+    // least. One that would take more memory is not whole, and is refused before it takes gigabytes.
+    constexpr long enoughForAny = 64 << 20, perByte = 8 * 128;
+    codec.mem->max_memory_to_use =
+        enoughForAny + perByte * std::min(sizeOf(source), (LONG_MAX - enoughForAny) / perByte);
     jpeg_stdio_src(&codec, source.get());
     (void)jpeg_read_header(&codec, TRUE);
     if (codec.image_width > maxSide || codec.image_height > maxSide)

@@ -59,6 +59,11 @@ void PngConversion::askForColour() {
 
 /// One row at a time, but an interlaced picture is complete only when its last pass is.
 void PngConversion::copyRows(png_uint_32 width, png_uint_32 height, int pixelBytes, int passes) {
+    // A byte of the file stands for 1032 bytes at most, eight pixels each. With fewer bytes than that the picture is not
+    // whole, and memory for it is not taken.
+    constexpr long long mostPixelsPerByte = 8 * 1032;
+    if (passes > 1 && static_cast<long long>(width) * height > mostPixelsPerByte * sizeOf(source))
+        return;
     const std::size_t rowBytes = std::size_t{width} * 4;
     const std::size_t held = passes > 1 ? height : 1;
     pixels.reset(new (std::nothrow) unsigned char[rowBytes * held]);

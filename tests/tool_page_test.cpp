@@ -253,7 +253,7 @@ int __wrap_fsync(int descriptor) {
     if (++JournalDeath::calls == JournalDeath::at) {
         struct stat file {};
         if (JournalDeath::halfWritten && fstat(descriptor, &file) == 0 && S_ISREG(file.st_mode))
-            (void)ftruncate(descriptor, std::max<off_t>(file.st_size - 9, 0));
+            (void)(ftruncate(descriptor, std::max<off_t>(file.st_size - 9, 0)) == 0);
         throw passbook::tests::Killed{};
     }
     return 0;  // no power is cut here
