@@ -28,6 +28,12 @@ T valueOf(const nlohmann::json& object, const char* key, T otherwise) {
     return object.contains(key) ? object.at(key).get<T>() : otherwise;
 }
 
+/// A number without a fraction: none that only a floating point number can hold, which no integer could take.
+std::int64_t wholeOf(const nlohmann::json& object, const char* key) {
+    constexpr std::int64_t largest = std::int64_t{1} << 53;  // of differences too
+    return object.contains(key) ? std::clamp(object.at(key).get_ref<const std::int64_t&>(), -largest, largest) : 0;
+}
+
 }  // namespace
 
 std::size_t TraceLine::taken() const {
@@ -71,9 +77,9 @@ bool TraceReader::parse(const std::string& text, TraceLine& line) {
     line = {};
     line.number = number_;
     try {
-        line.microseconds = valueOf<std::int64_t>(object, "us", 0);
+        line.microseconds = wholeOf(object, "us");
         if (object.contains(traceKindNames[0])) {
-            const int version = object.at(traceKindNames[0]).get<int>();
+            const std::int64_t version = wholeOf(object, traceKindNames[0]);
             if (version != traceVersion)
                 return fail("a trace of version " + std::to_string(version) + ", which is not known");
             const auto family = object.at("family").get<std::string>();
@@ -91,8 +97,8 @@ bool TraceReader::parse(const std::string& text, TraceLine& line) {
             return fail("there is no kind \"" + kind + "\"");
         line.kind = static_cast<TraceKind>(known - traceKindNames.begin());
         line.function = valueOf<std::string>(object, "function", {});
-        line.result = valueOf(object, "result", 0);
-        line.systemError = valueOf(object, "error", 0);
+        line.result = static_cast<int>(wholeOf(object, "result"));
+        line.systemError = static_cast<int>(wholeOf(object, "error"));
         line.text = valueOf<std::string>(object, "port", {});
         if (!readHex(valueOf<std::string>(object, "bytes", {}), line.bytes))
             return fail("the bytes are not hexadecimal");
