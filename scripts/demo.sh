@@ -24,12 +24,12 @@ cp examples/page.json "$out"
 
 echo "passbook prints the page that page.json describes, on an OLI printer:"
 began=$(clock)
-with oli --page "$out/oli.png" -- "$bin/tools/passbook" --port {} page "$out/page.json" | sed 's/^/  /'
+with oli --page-size 140x180 --page "$out/oli.png" -- "$bin/tools/passbook" --port {} page "$out/page.json" | sed 's/^/  /'
 report oli "$began"
 
 echo "The same over USB, on an emulated bus:"
 began=$(clock)
-with usb --usb --page "$out/usb.png" -- "$bin/tools/passbook" --port USB page "$out/page.json" | sed 's/^/  /'
+with usb --usb --page-size 140x180 --page "$out/usb.png" -- "$bin/tools/passbook" --port USB page "$out/page.json" | sed 's/^/  /'
 report usb "$began"
 without_time() { sed 's/"ms":[0-9]*,//' "$out/$1.jsonl"; }
 if diff <(without_time oli) <(without_time usb) >/dev/null; then
