@@ -83,6 +83,7 @@ oli,oki:--paper_out 4 no_document       grid
 oki:--paper_out 4 no_document           page quick-oki.json
 oli:--paper_out 4 no_document           stripe read
 oli:--printer-status_9 4 not_ready      text a
+oli:--printer-status_9 4 .              init --wait 1
 oki:--silent 1 Next:_passbook           text a
 oli:--silent 1 Next:_passbook           eject
 oli,oki:--silent 1 Next:_passbook       page "quick-$family.json"

@@ -121,9 +121,12 @@ bool Printer::open(bool keep) {
 bool Printer::initialise(int reset, int seconds) {
     const int result = YARDO_PR2_InitPrinter(reset, seconds);
     // A printer that says nothing gives the same result as one that is not ready.
-    if (result == PASSBOOK_NOT_READY && outcomeNow().missing_answers > 0 && YARDO_PR2_GetPrinterStatus() < 0)
-        return failSilent();
-    return took(result);
+    if (result != PASSBOOK_NOT_READY || outcomeNow().missing_answers == 0)
+        return took(result);
+    const Condition condition = ask();
+    return condition.isTold() ? tool_.report.fail(Exit::refused, "the printer was not ready in time: " +
+                                                                     condition.text(tool_.setting.family))
+                              : failSilent();
 }
 
 bool Printer::insert(int seconds) {
@@ -165,9 +168,10 @@ bool Printer::eject(int seconds) {
     if (!ejected_ || seconds <= 0)
         return ejected_;
     const int paper = YARDO_PR2_GetPaperStatus();
-    ejected_ = paper != PASSBOOK_PAPER_IN_PLACE;
+    // Without an answer nobody knows that it is out.
+    ejected_ = paper > 0 && paper != PASSBOOK_PAPER_IN_PLACE;
     if (!ejected_)
-        return tool_.report.fail(Exit::refused, "the document is still in the printer");
+        return paper > 0 ? tool_.report.fail(Exit::refused, "the document is still in the printer") : failSilent();
     return paper == PASSBOOK_PAPER_ABSENT ||
            tool_.report.fail(Exit::refused, "the document is out, but nobody has taken it");
 }
@@ -200,6 +204,8 @@ Condition Printer::ask() {
 }
 
 bool Printer::failSilent() {
+    if (stopAsked())
+        return tool_.report.fail(Exit::failed, "stopped before the printer has answered");
     const std::string family = nameOf(tool_.setting.family);
     return tool_.report.fail(Exit::failed, "the printer does not answer: see whether it is on, and of the family " +
                                                family + ". Next: passbook --port " + tool_.setting.port + " --family " +

@@ -20,7 +20,7 @@ namespace passbook::tool {
 /// The exit statuses. A script decides by them what to do next.
 enum class Exit {
     done = 0,
-    failed = 1,     // the driver reported an error; nothing of this call is on the paper
+    failed = 1,     // the driver reported an error, or the printer does not answer; no ink is in doubt
     badInput = 2,   // wrong usage, or wrong content of a file
     notOpened = 3,  // the port cannot be opened
     refused = 4,    // the printer says no: no paper, an error of its own

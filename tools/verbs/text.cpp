@@ -32,11 +32,11 @@ void print(Tool& tool, const Given& given) {
                                 : !missing->empty()
                                     ? "the text has characters that the printer has not: --raw sends them all the same"
                                     : nullptr;
-    const Box box = boxOf(given.text, format, dotsFrom(given.xMm + tool.setting.offsetXMm), 0);
     if (problem != nullptr && !(given.raw && missing)) {
         (void)tool.report.fail(Exit::badInput, problem);
         return;
     }
+    const Box box = boxOf(given.text, format, dotsFrom(given.xMm + tool.setting.offsetXMm), 0);
     constexpr int reachDots = 1500;
     if (!given.raw && box.right > reachDots) {
         (void)tool.report.fail(Exit::badInput,
