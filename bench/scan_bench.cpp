@@ -76,13 +76,14 @@ Finished scan(Family family, int height, const std::string& directory) {
         _exit(0);
     }
     char name[64] = "";
-    (void)read(names[0], name, sizeof name - 1);
+    if (read(names[0], name, sizeof name - 1) < 0)
+        name[0] = '\0';  // no port has that name
     close(names[0]);
     close(names[1]);
     const std::string front = directory + "/front.bmp", back = directory + "/back.bmp";
     const Finished finished = measure([&] {
-        (void)freopen("/dev/null", "w", stdout);  // the scan's progress
-        if (YARDO_PR2_OpenPort(name) != 0)
+        // The scan's progress is not for here.
+        if (freopen("/dev/null", "w", stdout) == nullptr || YARDO_PR2_OpenPort(name) != 0)
             return 1;
         const int result = family == Family::oki
                                ? YARDO_ScantoFileOKI(front.c_str(), back.c_str(), 3, 0, 0, 0, false, 0, 200, 0)
