@@ -2,9 +2,10 @@
 """A teller's job in Python: prints a page of a passbook, reads the printer's status, writes the magnetic stripe and
 reads it back, and gives the book back. After every failure it decides by what became of the call.
 
-    print_page.py PORT STAMP.bmp
+    print_page.py PORT [STAMP.bmp]
 
-PORT is a port name for YARDO_PR2_OpenPort, such as ttyS0, or what the virtual printer says: pts/3.
+PORT is a port name for YARDO_PR2_OpenPort, such as ttyS0, or what the virtual printer says: pts/3. STAMP.bmp is a picture
+for the page's foot.
 """
 
 import sys
@@ -71,7 +72,7 @@ def tell(line: str) -> None:
     print(f"print_page: {line}", file=sys.stderr)
 
 
-def page(port: Port, stamp: str) -> None:
+def page(port: Port, stamp: str | None) -> None:
     def text(x_mm: int, y_mm: int, line: str) -> None:
         do(line, port.print_data, Unit.MILLIMETRES, x_mm, y_mm, line)
 
@@ -101,12 +102,13 @@ def page(port: Port, stamp: str) -> None:
         y += 7
     form(17, False)
     text(12, y + 6, "本折须妥善保管。Please keep this book safe; report its loss to any branch at once.")
-    do("stamp", port.print_bmp, stamp, False, 104, y + 14)
+    if stamp:
+        do("stamp", port.print_bmp, stamp, False, 104, y + 14)
     form(12, False)
     text(12, y + 24, "柜员 Teller 0088   网点 Branch 010")
 
 
-def job(port: Port, stamp: str) -> None:
+def job(port: Port, stamp: str | None) -> None:
     do("initialise", port.init_printer, Reset.RESET_ALL, 10)
     identifier = do("firmware", port.firmware)
     print(f"printer    {(identifier or b'').decode('latin-1')}")
@@ -128,8 +130,8 @@ def job(port: Port, stamp: str) -> None:
 
 
 def main() -> int:
-    if len(sys.argv) != 3:
-        print("usage: print_page.py PORT STAMP.bmp", file=sys.stderr)
+    if len(sys.argv) not in (2, 3):
+        print("usage: print_page.py PORT [STAMP.bmp]", file=sys.stderr)
         return 2
     try:
         port = do("open", Port, sys.argv[1])
@@ -137,7 +139,7 @@ def main() -> int:
             return 1
         with port:
             try:
-                job(port, sys.argv[2])
+                job(port, sys.argv[2] if len(sys.argv) == 3 else None)
             finally:
                 # The customer gets the book back in any case.
                 try:
