@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Looks for what building, testing and the demo need, as the build will look for it. What is missing is installed by apt,
 # as root or with sudo, from Debian 12's packages; without apt it is named. Quick when all is there.
-#     scripts/setup.sh [bench|lint|package]      what the benchmarks, the static checks or the packages need too
+#     scripts/setup.sh [bench|coverage|lint|mutate|package]      what the benchmarks, the static checks and so on need too
 set -euo pipefail
 needs=(  # what to look for, and the package that has it
   'command c++ : g++' 'command cc : gcc' 'command nm : binutils'
@@ -26,6 +26,8 @@ case ${1:-} in
       'command bmptopnm : netpbm' 'command djpeg : libjpeg-turbo-progs' 'command gs : ghostscript'
       'command /usr/lib/cups/filter/imagetoraster : cups-filters' 'command ppdc : cups-ppdc'
     ) ;;
+  coverage) needs+=('command gcovr : gcovr') ;;
+  mutate) needs+=('command bwrap : bubblewrap' 'command python3 : python3') ;;
   package)
     needs+=('command dh : debhelper' 'command dpkg-buildpackage : dpkg-dev' 'command lintian : lintian'
       'command dh_python3 : dh-python')
