@@ -1,5 +1,6 @@
 #include "sim/program/control.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -67,6 +68,10 @@ Descriptor streamSocket() {
     return Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
 }
 
+Descriptor spareDescriptor() {
+    return Descriptor(open("/dev/null", O_RDONLY | O_CLOEXEC));
+}
+
 }  // namespace
 
 std::unique_ptr<Control> Control::open(const std::string& path, std::string& error) {
@@ -100,7 +105,11 @@ std::unique_ptr<Control> Control::open(const std::string& path, std::string& err
 }
 
 Control::Control(std::string path, Descriptor socket, Descriptor watch)
-    : path_(std::move(path)), node_(nodeOf(path_)), socket_(std::move(socket)), watch_(std::move(watch)) {}
+    : path_(std::move(path)),
+      node_(nodeOf(path_)),
+      socket_(std::move(socket)),
+      watch_(std::move(watch)),
+      spare_(spareDescriptor()) {}
 
 Control::~Control() {
     if (node_ != 0 && nodeOf(path_) == node_)
@@ -135,6 +144,17 @@ void Control::serve(Desk& desk, const std::string& port) {
 void Control::accept() {
     for (;;) {
         Descriptor socket(accept4(socket_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+        if (!socket.valid() && (errno == EMFILE || errno == ENFILE) && spare_.valid()) {
+            // Somebody who cannot be served is sent away. Who stays in the queue would be reported without end.
+            spare_ = Descriptor();
+            socket = Descriptor(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+            const bool sentAway = socket.valid();
+            socket = Descriptor();
+            spare_ = spareDescriptor();
+            if (!sentAway)
+                return;
+            continue;
+        }
         if (!socket.valid())
             return;
         if (!isOurs(socket.get()))

@@ -82,6 +82,7 @@ class Control {
     std::uint64_t node_ = 0;  // of the file system, so that only our own socket is removed
     Descriptor socket_;
     Descriptor watch_;
+    Descriptor spare_;  // for when there are no others
     std::list<Client> clients_;
     bool ended_ = false;
 };
