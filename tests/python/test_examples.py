@@ -5,11 +5,8 @@ import json
 import os
 import subprocess
 import sys
-from contextlib import nullcontext
 from pathlib import Path
 
-import passbook
-import pytest
 from passbook.testing import _program
 
 EXAMPLES = Path(__file__).parents[2] / "examples/python"
@@ -113,34 +110,3 @@ def test_tellers(monkeypatch, tmp_path):
         # Each line stands in its place, and only once.
         assert texts == [each[4:] for each in stories["none"] if each[0] == "text"][: len(texts)] or "half" in trouble
     assert story(tmp_path / "tool") == stories["jam"]
-
-
-LOOK, USELESS = (passbook.passbook_explain("YARDO_PR2_PrintData", result) for result in (-3, -1))
-
-
-@pytest.mark.parametrize(
-    "result, ink, in_place, meaning, calls, said",
-    [
-        (-3, 0, True, LOOK, 3, "once more"),
-        (-1, 0, True, USELESS, 1, "Correct the arguments"),
-        (-3, 1, True, LOOK, 1, "10 mm across and 20 mm down"),
-        (-3, 1, False, LOOK, 1, "another place"),
-        (0, 2, False, None, 1, "another place"),
-        (0, 2, True, None, 1, "all of it is in its place"),
-    ],
-)
-def test_decisions(monkeypatch, capsys, result, ink, in_place, meaning, calls, said):
-    monkeypatch.syspath_prepend(EXAMPLES)
-    job = importlib.import_module("print_page")
-    told = dict.fromkeys(passbook.Outcome.__dataclass_fields__, 0)
-    told.update(ink=passbook.Ink(ink), in_place=in_place, x_dots=71, y_dots=142, message="")
-    made = []
-
-    def call():
-        made.append(1)
-        raise passbook.PassbookError("YARDO_PR2_PrintData", result, passbook.Outcome(**told), meaning)
-
-    goes_on = ink == passbook.Ink.INK_SENT and in_place
-    with nullcontext() if goes_on else pytest.raises(job.Stopped):
-        job.do("text", call)
-    assert len(made) == calls and said in capsys.readouterr().err
