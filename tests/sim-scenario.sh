@@ -49,7 +49,7 @@ def connect():
     client.connect('control')
     return client, client.makefile('rw')
 
-printer, port = start()
+printer, port = start('--link', 'link')
 assert stat.S_IMODE(os.stat('control').st_mode) == 0o600
 _, lines = connect()
 def ask(**request):
@@ -78,6 +78,8 @@ try:
     assert False, 'the line is cut'
 except OSError:
     pass
+ask(state=True)
+assert ask(state=True)[1]['port'] == '' and not os.path.lexists('link')
 assert ask(do={'line': 'back'})[0] and ask(state=True)[1]['port'].startswith('pts/')
 first = ask(events=0)[1]
 assert [each['n'] for each in first['events']] == list(range(first['next'])), first

@@ -135,14 +135,16 @@ class Link {
  public:
     explicit Link(std::string path) : path_(std::move(path)) {}
 
-    // Leads to that port from now on. What is wrong, or an empty text.
+    // Leads to that port from now on. What is wrong, or an empty text. Without a port there is no link: the system gives
+    // the number of a pseudo-terminal that is gone to the next who asks, and a host would print at another printer.
     [[nodiscard]] std::string follow(const std::string& port) {
         std::string error;
-        if (path_.empty() || port.empty() || port == port_)
+        if (path_.empty() || port == port_)
             return error;
         port_ = port;
         link_.reset();
-        link_ = PortLink::make(path_, "/dev/" + port, error);
+        if (!port.empty())
+            link_ = PortLink::make(path_, "/dev/" + port, error);
         return error;
     }
 
