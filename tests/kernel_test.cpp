@@ -47,7 +47,12 @@ void isThresholded(int width) {
         for (const int threshold : {200, 200, 200, random(171, 255), random(1, 170), 0, -1, 256, 1000}) {
             constexpr std::size_t height = 3;
             const auto stride = static_cast<std::size_t>(bmpStrideBytes(width, static_cast<int>(bits)));
-            const Bytes before = noise(static_cast<std::int64_t>(stride * height));
+            Bytes before = noise(static_cast<std::int64_t>(stride * height));
+            if (const int kind = random(0, 2); threshold == 200 && kind != 0)  // one byte that no block may miss
+                for (std::size_t i = 0, odd = 0; i < before.size(); ++i) {
+                    odd = i % stride == 0 ? i + static_cast<std::size_t>(random(0, 127)) : odd;
+                    before[i] = static_cast<unsigned char>(kind == 1 ? (i == odd ? 0 : 255) : (i == odd ? 255 : 190));
+                }
             Bytes image = before;
             BinaryImage(width, height, static_cast<int>(bits), image.data(), threshold);
             std::string expected, found;
