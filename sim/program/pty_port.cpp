@@ -339,6 +339,7 @@ PtyPort::Events PtyPort::countHosts() {
             ++hosts_;
         } else if ((event.mask & IN_CLOSE) != 0) {
             hosts_ = std::max(hosts_ - 1, 0);
+            events.closed = true;
             events.unheld = events.unheld || hosts_ == 0;
         }
     }
@@ -353,21 +354,25 @@ std::optional<PtyPort::Hosts> PtyPort::lookForHosts(std::vector<std::uint8_t>& b
     // By the count nobody is there. It can be wrong: two hosts that open the line at one moment are told of as one.
     // With our own side closed, the line itself says it. A host's claim to have it alone ends as well, as on a serial
     // line.
-    (void)ioctl(line_.hostSide.get(), TIOCNXCL);
-    line_.hostSide = Descriptor();
-    const bool gone = takeAllOfGoneHosts(bytes);
-    bool opened = countHosts().opened;
-    if (!gone && !opened) {
-        // The opening of one that has just come may still be on its way to us.
-        pollfd events{line_.hostEvents.get(), POLLIN, 0};
-        opened = poll(&events, 1, hostPatienceMs) > 0 && countHosts().opened;
+    for (bool opened = false;;) {
+        (void)ioctl(line_.hostSide.get(), TIOCNXCL);
+        line_.hostSide = Descriptor();
+        const bool gone = takeAllOfGoneHosts(bytes);
+        opened = countHosts().opened || opened;
+        if (!gone && !opened) {
+            // The opening of one that has just come may still be on its way to us.
+            pollfd events{line_.hostEvents.get(), POLLIN, 0};
+            opened = poll(&events, 1, hostPatienceMs) > 0 && countHosts().opened;
+        }
+        line_.hostSide = openHostSide(line_.path);
+        if (!line_.hostSide.valid())
+            return std::nullopt;
+        const bool closed = countHosts().closed;
+        hosts_ = std::max(hosts_ - 1, gone ? 0 : 1);  // less our own opening
+        // The one that was there may have gone meanwhile, and nothing more would tell of it.
+        if (gone || !closed)
+            return gone ? Hosts::gone : opened ? Hosts::changed : Hosts::asBefore;
     }
-    line_.hostSide = openHostSide(line_.path);
-    if (!line_.hostSide.valid())
-        return std::nullopt;
-    (void)countHosts();
-    hosts_ = std::max(hosts_ - 1, gone ? 0 : 1);  // less our own opening
-    return gone ? Hosts::gone : opened ? Hosts::changed : Hosts::asBefore;
 }
 
 /// Adds what is left in the line. False if a host has it open.

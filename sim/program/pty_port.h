@@ -68,6 +68,7 @@ class PtyPort {
     };
     struct Events {
         bool opened = false;  // by a host, at least once
+        bool closed = false;
         bool unheld = false;  // no host had the line open, for a moment or until now
     };
 
