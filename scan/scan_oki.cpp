@@ -101,6 +101,8 @@ bool SideReceiver::receive(std::uint8_t side) {
     // What came is kept; a file that cannot be put under its name has no result.
     if (putUnderName(temporary_, record_.current().fileName))
         havePart(side);
+    else
+        (void)std::remove(temporary_);  // nobody would look for a customer's document under this name
     haveDone(size, size);
     return true;
 }
