@@ -63,6 +63,7 @@
  *   - The horizontal movement and the frame of a picture's parts: the same.
  *   - Stripe data: read the stripe back.
  *   - The file of a scanned side: look whether the file is there.
+ *   - The settings of a scan: the image can be another one than was asked for.
  *
  * AFTER A FAILURE
  *   The first question is always: what of this call can be on the paper? passbook_outcome() answers it for the call
@@ -110,6 +111,14 @@
  *                     -13, -31
  *   PT_Eject          -3              as before                  yes, harmless
  *   PT_ functions: -3 can also mean that the port could not be opened. Then nothing was sent.
+ *
+ * A HOST THAT DIES
+ *   The system closes the port of a process that ends, killed or not, and its lock ends: the next host can open the port
+ *   at once. A serial line stays set as YARDO_PR2_OpenPort sets it. Temporary files stay where they are. The printer can
+ *   wait for the rest of a picture or of stripe data: then it takes for that what the next host sends, and texts are
+ *   lost with result 0. So take the document out, and switch the printer off and on. Or send what ends the waiting,
+ *   with YARDO_PR2_Command: to an OLI printer the end of stripe data, the bytes 1D 1B 5C (hex); and to both families
+ *   three zero bytes for each column of the widest picture, which are blank dots.
  *
  * ORDER OF CALLS
  *   YARDO_PR2_OpenPort, YARDO_PR2_InitPrinter. Then for each document: YARDO_PR2_InsertPaper, formats, texts and

@@ -203,10 +203,8 @@ TEST_F(Conversion, DamagedAndHugeFilesAreRefused) {
         {"rows missing, turned", turn<90>, BmpHeader{.height = 9}.text(), -13, false},
         {"an eighth", turn<45>, good, -1, false},
         {"four quarters", turn<360>, good, -1, false},
-        {"no memory", turn<180>, good, -31, false},
     };
     for (const auto& each : cases) {
-        failAllocation(each.result == -31 ? 2 : 0);  // the first one loads the picture
         EXPECT_EQ(convertFresh(each.convert, each.file), each.result) << each.name;
         EXPECT_EQ(std::filesystem::exists(bmp), each.begun) << each.name;
     }

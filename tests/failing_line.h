@@ -1,7 +1,9 @@
-// A line to the virtual printer of which one transfer goes wrong.
+// A line to the virtual printer of which transfers go wrong.
 #pragma once
 
 #include <cerrno>
+#include <map>
+#include <random>
 #include <string>
 #include <utility>
 
@@ -12,17 +14,46 @@
 
 namespace passbook::tests {
 
-/// The virtual printer at the other end of a device file, of which the n-th transfer goes wrong.
+/// The virtual printer at the other end of a device file. Some transfers go wrong, by their number; 1 is the first.
 class FailingLine : public DeviceFile {
  public:
-    enum Fault { none, error, interrupted, cutShort, truncated, doubled, silence, garbage, faults };
+    /// The host is told of the first three and of the last. Junk and death have no end.
+    enum Fault {
+        none,
+        error,
+        interrupted,
+        cutShort,
+        truncated,
+        doubled,
+        silence,
+        garbage,
+        byteLost,
+        byteAdded,
+        late,
+        junk,
+        dead,
+        faults
+    };
+    static constexpr const char* names[] = {"none",    "error",        "interrupted",  "short",       "half lost",
+                                            "doubled", "silence",      "garbage",      "a byte lost", "a byte inserted",
+                                            "late",    "endless junk", "dead for good"};
+    static_assert(std::size(names) == faults);
+    using Plan = std::map<int, Fault>;
 
-    FailingLine(const std::string& path, const sim::Scenario& scenario, Fault fault = none, int at = 0)
+    FailingLine(const std::string& path, const sim::Scenario& scenario, Plan plan)
         : DeviceFile(path),
           printer_(scenario, [this](const sim::Event& event) { events_.push_back(sim::toJson(event)); }),
-          fault_(fault),
-          at_(at) {}
+          plan_(std::move(plan)) {}
+    FailingLine(const std::string& path, const sim::Scenario& scenario, Fault fault = none, int at = 0)
+        : FailingLine(path, scenario, Plan{{at, fault}}) {}
+
     int transfers = 0;
+    int writes = 0, failed = 0;  // that the driver made, and those that it was told have failed
+    int met = 0;                 // faults
+    bool lied = false;           // bytes came otherwise than they were sent, or answers than they were given
+    std::string sent;            // what the host was told that the printer has
+    std::chrono::milliseconds lateness{1500};
+    bool stalls = false;  // instead of being interrupted, which libusb hides
 
     Events takeEvents() {
         printer_.printWaitingText();
@@ -30,24 +61,34 @@ class FailingLine : public DeviceFile {
     }
 
     ssize_t write(const std::string& data) override {
-        std::string sent = data;
-        const Fault met = meet(sent);
-        if (met == error || met == interrupted)
-            return failing(met);
-        printer_.receive({octets(sent.data()), sent.size()});
+        std::string arriving = data;
+        const Fault fault = meet(arriving);
+        const bool retried = fault == interrupted && !stalls, cut = fault == cutShort && data.size() > 1;
+        writes += retried ? 0 : 1;
+        failed += fault == error || (fault == interrupted && stalls) || fault == dead || cut ? 1 : 0;
+        if (fault == error || fault == dead || fault == interrupted)
+            return failing(fault);
+        if (fault == late)
+            virtualClock.microseconds += 5'000'000;
+        lied = lied || (arriving != data && fault != cutShort);
+        printer_.receive({octets(arriving.data()), arriving.size()});
         // What was lost on the line was taken by the system.
-        return static_cast<ssize_t>(met == cutShort ? sent.size() : data.size());
+        sent.append(data, 0, fault == cutShort ? arriving.size() : data.size());
+        return static_cast<ssize_t>(fault == cutShort ? arriving.size() : data.size());
     }
     int poll(int timeoutMs) override {
         bring();
-        if (coming_.empty() && pending_ == none)
-            virtualClock.microseconds += std::int64_t{timeoutMs} * 1000;
-        return pending_ == interrupted               ? failing(std::exchange(pending_, none))
-               : coming_.empty() && pending_ == none ? 0
-                                                     : 1;
+        const std::int64_t now = virtualClock.microseconds, end = now + std::int64_t{timeoutMs} * 1000;
+        if (pending_ == none && (coming_.empty() || comesAt_ > end)) {
+            virtualClock.microseconds = end;
+            return 0;
+        }
+        virtualClock.microseconds = std::max(now, comesAt_);
+        return pending_ == interrupted ? failing(std::exchange(pending_, none)) : 1;
     }
     ssize_t read(char* buffer, std::size_t size) override {
         bring();
+        virtualClock.microseconds = std::max(virtualClock.microseconds + (junk_ ? 20'000 : 0), comesAt_);
         if (pending_ != none)
             return failing(std::exchange(pending_, none));
         if (coming_.empty())
@@ -59,43 +100,61 @@ class FailingLine : public DeviceFile {
     }
 
  private:
-    static int failing(Fault met) {
-        errno = met == interrupted ? EINTR : EIO;
+    static int failing(Fault fault) {
+        errno = fault == interrupted ? EINTR : fault == dead ? ENODEV : EIO;
         return -1;
     }
     /// One transfer: what becomes of its bytes.
     Fault meet(std::string& data) {
-        const Fault met = ++transfers == at_ ? fault_ : none;
-        if (met == truncated || met == cutShort)
-            data.resize((data.size() + (met == cutShort ? 1 : 0)) / 2);
-        if (met == doubled)
+        const auto planned = plan_.find(++transfers);
+        Fault fault = planned == plan_.end() ? none : planned->second;
+        met += fault != none || dead_ || junk_ ? 1 : 0;
+        dead_ = dead_ || fault == dead;
+        junk_ = junk_ || fault == junk;
+        if (dead_)
+            fault = dead;
+        const std::size_t middle = data.size() / 2;
+        if (fault == truncated || fault == cutShort)
+            data.resize((data.size() + (fault == cutShort ? 1 : 0)) / 2);
+        if (fault == doubled)
             data += std::string(data);
-        if (met == silence)
+        if (fault == silence)
             data.clear();
+        if (fault == byteLost)
+            data.erase(middle, 1);
+        if (fault == byteAdded)
+            data.insert(middle, 1, 'x');
         for (char& byte : data)
-            byte = static_cast<char>(byte ^ (met == garbage ? 0x55 : 0));
-        return met;
+            byte = static_cast<char>(byte ^ (fault == garbage ? 0x55 : 0));
+        return fault;
     }
     void bring() {
         if (!coming_.empty() || pending_ != none)
             return;
-        printer_.advance(std::chrono::milliseconds((virtualClock.microseconds - VirtualClock{}.microseconds) / 1000));
+        printer_.advance(std::chrono::milliseconds((virtualClock.microseconds - start_) / 1000));
         const auto taken = printer_.takeAnswer();
         std::string piece(taken.begin(), taken.end());
         const std::string whole = piece;
-        const Fault met = meet(piece);
-        pending_ = met == error || met == interrupted ? met : none;
-        coming_ = met == cutShort || met == interrupted ? whole : met == error ? "" : piece;
-        short_ = met == cutShort ? piece.size() : 0;
+        const Fault fault = meet(piece);
+        pending_ = fault == error || fault == interrupted || fault == dead ? fault : none;
+        coming_ = fault == cutShort || fault == interrupted ? whole : pending_ != none ? "" : piece;
+        lied = lied || (coming_ != whole && pending_ == none) || junk_;
+        short_ = fault == cutShort ? piece.size() : 0;
+        comesAt_ = fault == late ? virtualClock.microseconds + lateness / std::chrono::microseconds(1) : 0;
+        for (int i = 0; junk_ && i < 16; ++i)
+            coming_ += static_cast<char>(noise_());
     }
 
     Events events_;
     sim::Printer printer_;
-    Fault fault_;
-    int at_;
+    Plan plan_;
+    const std::int64_t start_ = virtualClock.microseconds;
     std::string coming_;
+    std::int64_t comesAt_ = 0;
     Fault pending_ = none;   // of the next read
     std::size_t short_ = 0;  // how much the next read brings, if not all
+    bool dead_ = false, junk_ = false;
+    std::minstd_rand noise_;
 };
 
 }  // namespace passbook::tests

@@ -222,11 +222,6 @@ TEST_F(Oki, FilesAndMemoryArePrinted) {
     EXPECT_EQ(run(printMemory(bar, 0)).slept, 2);
     const Outcome failed = run(bmp(true, "a.bmp"), {}, 2);
     EXPECT_EQ(std::pair(failed.result, failed.writes.size()), std::pair(-3, std::size_t{3}));
-    failAllocation(1);
-    EXPECT_EQ(run(fromFile(textFile(0, 0, 0), "A")).result, -1);
-    failAllocation(2);  // the first one loads the picture
-    const Outcome unsent = run(bmp(false, "a.bmp"));
-    EXPECT_EQ(std::pair(unsent.result, unsent.writes.size()), std::pair(-31, std::size_t{0}));
 }
 
 }  // namespace

@@ -44,10 +44,6 @@ TEST(OliPicture, GoesWhereItBelongs) {
     };
     speak(dialogues);
     EXPECT_EQ(run(twoStrips).slept, 2);
-    failAllocation(2);  // the first one loads the picture
-    const Outcome unsent = run(twoRuns);
-    EXPECT_EQ(std::pair(unsent.result, unsent.writes.size()), std::pair(-31, std::size_t{0}));
-
     writeFile(path, inkedPicture(8, 1, {0}, {0}).bmp(24, true));
     // The eject takes place whatever became of the picture, but not without one; the status is asked in any case.
     const Dialogue files[] = {

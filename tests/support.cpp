@@ -4,6 +4,7 @@
 #include <glib.h>
 #include <png.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -14,6 +15,7 @@
 #include <fstream>
 #include <new>
 #include <numeric>
+#include <set>
 #include <sstream>
 
 #include "api/passbook.h"
@@ -22,11 +24,11 @@
 namespace passbook::tests {
 
 VirtualClock virtualClock;
+FailingCalls failingCalls;
 std::map<std::string, std::string> redirectedPaths;
 
 namespace {
-int allocationsUntilFailure = 0;
-std::size_t smallestFailingAllocation = 1;
+std::set<void*> held;  // by the driver
 
 const char* redirected(const char* path) {
     const auto target = redirectedPaths.find(path);
@@ -34,9 +36,49 @@ const char* redirected(const char* path) {
 }
 }  // namespace
 
-void failAllocation(int nth, std::size_t fromBytes) {
-    allocationsUntilFailure = nth;
-    smallestFailingAllocation = fromBytes;
+bool FailingCalls::fails(const char* called) {
+    if (AnyAllocation::spared || name != called || (++calls != nth && (!forGood || calls < nth)))
+        return false;
+    ++failed;
+    errno = name == "open" ? EACCES : name == "rename" ? EROFS : ENOMEM;
+    return true;
+}
+
+namespace {
+void limit(decltype(RLIMIT_FSIZE) resource, rlim_t value) {
+    rlimit limits{};
+    EXPECT_EQ(getrlimit(resource, &limits), 0);
+    limits.rlim_cur = std::min(value, limits.rlim_max);
+    EXPECT_EQ(setrlimit(resource, &limits), 0);
+}
+
+/// True when it fails by itself; else a limit may see to it.
+bool openingFails(bool creates) {
+    if (failingCalls.fails("descriptors")) {
+        const Spared own;
+        const int lowest = dup(0);
+        (void)close(lowest);
+        limit(RLIMIT_NOFILE, static_cast<rlim_t>(lowest));
+    }
+    if (creates && failingCalls.name == "write")
+        limit(RLIMIT_FSIZE, failingCalls.fails("write") ? failingCalls.at : RLIM_INFINITY);
+    return failingCalls.fails("open");
+}
+}  // namespace
+
+void endFailingCalls() {
+    static const rlim_t descriptors = [] {
+        rlimit limits{};
+        (void)getrlimit(RLIMIT_NOFILE, &limits);
+        return limits.rlim_cur;
+    }();
+    limit(RLIMIT_NOFILE, descriptors);
+    limit(RLIMIT_FSIZE, RLIM_INFINITY);
+    failingCalls = {};
+}
+
+std::ptrdiff_t AnyAllocation::blocks() {
+    return std::ssize(held);
 }
 
 extern "C" {
@@ -62,6 +104,8 @@ int __wrap_gettimeofday(timeval* now, void*) {
 
 int __real_open(const char* path, int flags, ...);
 int __wrap_open(const char* path, int flags, ...) {
+    if (openingFails((flags & O_CREAT) != 0))
+        return -1;
     const Spared spared;
     va_list arguments;
     va_start(arguments, flags);
@@ -124,35 +168,54 @@ decltype(g_convert) __real_g_convert;
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 namespace {
+void* keep(void* block, const void* old = nullptr) {
+    if (!AnyAllocation::spared && block != nullptr) {
+        const Spared own;
+        held.erase(const_cast<void*>(old));
+        held.insert(block);
+    }
+    return block;
+}
 bool findsNoMemory() {
-    return !AnyAllocation::spared && AnyAllocation::untilFailure > 0 && --AnyAllocation::untilFailure == 0;
+    return !AnyAllocation::spared && failingCalls.fails("allocation");
 }
 }  // namespace
 void* __libc_malloc(std::size_t size);
 [[gnu::visibility("default")]] void* malloc(std::size_t size) {
-    return findsNoMemory() ? nullptr : __libc_malloc(size);
+    return findsNoMemory() ? nullptr : keep(__libc_malloc(size));
 }
 void* __libc_calloc(std::size_t count, std::size_t size);
 [[gnu::visibility("default")]] void* calloc(std::size_t count, std::size_t size) {
-    return findsNoMemory() ? nullptr : __libc_calloc(count, size);
+    return findsNoMemory() ? nullptr : keep(__libc_calloc(count, size));
 }
 void* __libc_realloc(void* old, std::size_t size);
 [[gnu::visibility("default")]] void* realloc(void* old, std::size_t size) {
-    return findsNoMemory() ? nullptr : __libc_realloc(old, size);
+    return findsNoMemory() ? nullptr : keep(__libc_realloc(old, size), old);
+}
+void __libc_free(void* block);
+[[gnu::visibility("default")]] void free(void* block) {
+    if (!AnyAllocation::spared && block != nullptr) {
+        const Spared own;
+        held.erase(block);
+    }
+    __libc_free(block);
 }
 #endif
+
+std::FILE* __real_fopen(const char* path, const char* mode);
+std::FILE* __wrap_fopen(const char* path, const char* mode) {
+    return openingFails(*mode == 'w') ? nullptr : __real_fopen(path, mode);
+}
+
+int __real_rename(const char* from, const char* to);
+int __wrap_rename(const char* from, const char* to) {
+    return failingCalls.fails("rename") ? -1 : __real_rename(from, to);
+}
 
 int __real_access(const char* path, int mode);
 int __wrap_access(const char* path, int mode) {
     const Spared spared;
     return __real_access(redirected(path), mode);
-}
-
-void* __real__ZnamRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag);
-void* __wrap__ZnamRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag) {
-    if (allocationsUntilFailure > 0 && size >= smallestFailingAllocation && --allocationsUntilFailure == 0)
-        return nullptr;
-    return __real__ZnamRKSt9nothrow_t(size, tag);
 }
 }
 
@@ -259,7 +322,6 @@ void clearLateAnswer(ScriptedPort* port) {
 }
 
 void closeScripted(ScriptedPort* port) {
-    failAllocation(0);
     if (protocol != nullptr)
         clearLateAnswer(port);
     (void)YARDO_PR2_ClosePort();

@@ -55,15 +55,26 @@ extern VirtualClock virtualClock;
 /// Where the driver's open() and access() go instead, by path; an empty target does not exist.
 extern std::map<std::string, std::string> redirectedPaths;
 
-/// The driver's n-th allocation from now on (1 is the next) of at least `fromBytes` finds no memory. 0
-/// switches off.
-void failAllocation(int nth, std::size_t fromBytes = 1);
+/// The n-th call of the driver's of such a name from now on fails, or that one and all behind it: "allocation", "open",
+/// "rename"; "write" of a file that it makes, at the byte `at`; "descriptors", of which there are no more.
+/// Allocations are those of this thread, through whichever library, but for GLib, which would end the process; and not
+/// under the sanitizers, which have allocators of their own.
+struct FailingCalls {
+    std::string name = {};
+    int nth = 0;
+    bool forGood = false;
+    std::uint64_t at = 0;
+    int calls = 0, failed = 0;
+    bool fails(const char* called);
+};
+extern FailingCalls failingCalls;
+/// Puts limits of the process back to what they were.
+void endFailingCalls();
 
-/// The same for whatever this thread allocates, through whichever library, but for GLib, which would end the process.
-/// Not under the sanitizers, which have allocators of their own.
 struct AnyAllocation {
-    static inline thread_local int untilFailure = 0;
     static inline thread_local bool spared = true;
+    /// How many blocks the driver holds.
+    static std::ptrdiff_t blocks();
 };
 /// While it exists, whatever is allocated is a test's own matter, or the driver's.
 class Spared {
@@ -158,9 +169,12 @@ class TemporaryDirectory {
 
 void writeFile(const std::string& path, const std::string& content);
 std::string readFile(const std::string& path);
+inline std::ptrdiff_t entries(const char* directory) {
+    return std::distance(std::filesystem::directory_iterator(directory), {});
+}
 /// How many files this process has open.
 inline std::ptrdiff_t openFiles() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    return entries("/proc/self/fd");
 }
 
 /// A BMP's headers, field by field, for files that no writer would write.

@@ -197,7 +197,7 @@ class Page : public Day {
         }
         EXPECT_GT(looks, texts);
         EXPECT_TRUE(skips_ > texts && reprints_ > texts) << "what is asked could be known";
-        for (int fault = FailingLine::error; fault < FailingLine::faults; ++fault) {
+        for (int fault = FailingLine::error; fault < FailingLine::byteLost; ++fault) {
             for (int at = 1; at <= transfers && !HasFailure(); ++at) {
                 SCOPED_TRACE("fault " + std::to_string(fault) + " of transfer " + std::to_string(at));
                 looks = print({.fault = static_cast<FailingLine::Fault>(fault), .transfer = at});

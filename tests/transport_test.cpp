@@ -148,16 +148,6 @@ TEST(SerialLine, HasANameOfAtMost127Characters) {
         EXPECT_EQ(PRSinit((std::string(more, '/') + name).c_str()), -1);
 }
 
-TEST(SerialLine, MayVanish) {
-    auto pty = std::make_unique<Pty>();
-    ASSERT_EQ(YARDO_PR2_OpenPort(pty->name.c_str()), 0);
-    EXPECT_EQ(YARDO_PR2_LR(), 0);
-    pty.reset();
-    EXPECT_EQ(YARDO_PR2_LR(), -3);
-    EXPECT_EQ(get(), "");
-    EXPECT_EQ(YARDO_PR2_ClosePort(), 0);
-}
-
 class ParallelPort : public ::testing::Test {
  protected:
     TemporaryDirectory directory;

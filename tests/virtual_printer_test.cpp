@@ -1,5 +1,5 @@
 // The driver and the virtual printer, which know nothing of each other: what the host asked for is on the
-// page, and whatever goes wrong between the two, the host gets a documented code and the next job works.
+// page.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -8,7 +8,6 @@
 #include "image/convert.h"
 #include "sim/program/running.h"
 #include "tests/day.h"
-#include "tests/failing_line.h"
 #include "tests/support.h"
 
 namespace passbook::tests {
@@ -189,99 +188,6 @@ TEST_F(Day, AnswersInPiecesAreReadWhole) {
     EXPECT_STREQ(buffer0, "written");
     EXPECT_STREQ(buffer1, "6222020200112233445=4912");
     EXPECT_EQ(shown(printer.takeMistakes()), Events{});
-}
-
-/// Spends a day on a device file; every other one on a parallel port.
-class DayOnALine : public Day {
- private:
-    Truth truth_;
-
- protected:
-    int ended_ = 0, failed_ = 0;  // calls that the host has ended, and those that went wrong
-
-    /// How many transfers it took, 0 when a step went wrong.
-    int day(sim::Family family, FailingLine::Fault fault = FailingLine::none, int at = 0) {
-        const bool serial = at % 2 == 0;
-        FailingLine line(serial ? "/dev/line" : "/dev/lp0", scenario(family), fault, at);
-        redirectedPaths["/dev/parallel/"] = redirectedPaths["/dev/printers"] = "";
-        const char* const port = serial ? "line" : "LPT1";
-        // What the line does with the bytes that it has taken nobody can know.
-        const bool visible = fault < FailingLine::truncated;
-        const bool good = spend(
-            steps(family, port), [port] { EXPECT_EQ(PRSinit(port), 0); },
-            [&](const Step& step) {
-                ended_ += step.result == PASSBOOK_CANCELLED ? 1 : 0;
-                failed_ += step.result != step.good && step.result != PASSBOOK_CANCELLED ? 1 : 0;
-                const Events events = line.takeEvents();
-                if (visible)
-                    truth_.hold(step, events);
-            });
-        return good ? line.transfers : 0;
-    }
-};
-
-class AnyFault : public DayOnALine, public ::testing::WithParamInterface<std::tuple<sim::Family, int>> {};
-
-TEST_P(AnyFault, OfAnyTransferIsToldAndTheNextJobWorks) {
-    const auto [family, fault] = GetParam();
-    const int all = day(family);
-    ASSERT_GT(all, 30);
-    for (int at = 1; at <= all && !HasFailure(); ++at) {
-        SCOPED_TRACE("transfer " + std::to_string(at));
-        (void)day(family, static_cast<FailingLine::Fault>(fault), at);
-        EXPECT_GT(day(family), 0);
-    }
-}
-
-constexpr const char* faultNames[] = {"none",      "error",   "interrupted", "cutShort",
-                                      "truncated", "doubled", "silence",     "garbage"};
-static_assert(std::size(faultNames) == FailingLine::faults);
-INSTANTIATE_TEST_SUITE_P(Lines, AnyFault,
-                         testing::Combine(testing::Values(sim::Family::oli, sim::Family::oki),
-                                          testing::Range(FailingLine::error + 0, FailingLine::faults + 0)),
-                         [](const auto& row) {
-                             return (std::get<0>(row.param) == sim::Family::oli ? "oli_" : "oki_") +
-                                    std::string(faultNames[std::get<1>(row.param)]);
-                         });
-
-/// How often the host is told how far a call has come, until it ends one: itself or, every other time, by passbook_cancel.
-struct Impatience {
-    int point, left = point;
-    static int told(long long, long long, void* self) {
-        auto& each = *static_cast<Impatience*>(self);
-        return --each.left != 0 ? 0 : each.point % 2 == 0 ? 1 : passbook_cancel();
-    }
-};
-
-TEST_F(DayOnALine, AnyCallMayBeEndedByTheHost) {
-    for (const auto family : {sim::Family::oli, sim::Family::oki}) {
-        ASSERT_GT(day(family), 0);
-        ended_ = 0;
-        for (int nth = 1, left = 0; left <= 0; ++nth) {
-            SCOPED_TRACE("point " + std::to_string(nth));
-            Impatience impatience{nth};
-            (void)passbook_set_progress(Impatience::told, &impatience);
-            (void)day(family);
-            (void)passbook_set_progress(nullptr, nullptr);
-            left = impatience.left;
-            ASSERT_EQ(failed_, 0);
-        }
-        EXPECT_GT(ended_, 10);
-    }
-}
-
-TEST_F(DayOnALine, AnyAllocationMayFail) {
-    for (const auto family : {sim::Family::oli, sim::Family::oki}) {
-        ASSERT_GT(day(family), 0);
-        for (int nth = 1, left = 0; left == 0 && !HasFailure(); ++nth) {
-            SCOPED_TRACE("allocation " + std::to_string(nth));
-            AnyAllocation::untilFailure = nth;
-            (void)day(family);
-            left = std::exchange(AnyAllocation::untilFailure, 0);
-            EXPECT_GT(day(family), 0);
-            EXPECT_LT(nth, 5000);
-        }
-    }
 }
 
 }  // namespace
