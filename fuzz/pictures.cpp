@@ -1,0 +1,306 @@
+// Pictures: whatever is printed must be, dot by dot, the threshold of the picture.
+#include <glib.h>
+#include <png.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <optional>
+#include <set>
+
+#include "api/passbook.h"
+#include "fuzz/line.h"
+#include "fuzz/target.h"
+#include "image/convert.h"
+#include "tests/plain_picture.h"
+
+namespace passbook::fuzz {
+
+using sim::Family;
+using tests::Picture;
+
+namespace {
+
+constexpr int xMm = 3, yMm = 2, xDots = 21, yDots = 12;  // a place that both printers reach exactly
+
+/// A BMP read in the plainest way; nothing when it is one that readers may differ about.
+std::optional<Picture> plainBmp(const std::string& file) {
+    const auto at = [&](std::size_t place) { return static_cast<std::size_t>(static_cast<std::uint8_t>(file[place])); };
+    const auto number = [&](std::size_t place) {
+        return static_cast<std::int32_t>(at(place) | at(place + 1) << 8 | at(place + 2) << 16 | at(place + 3) << 24);
+    };
+    if (file.size() < 54 || number(14) != 40 || number(46) != 0)
+        return {};
+    const std::int64_t begin = number(10), width = number(18), stored = number(22), rows = std::abs(stored);
+    const auto bits = static_cast<std::int64_t>(at(28) | at(29) << 8);
+    const std::int64_t stride = (width * bits + 31) / 32 * 4, entries = bits < 8 ? 1 << bits : 0;
+    if (!std::set<std::int64_t>{1, 4, 8, 24, 32}.contains(bits) || width < 1 || width > 32767 || rows < 1 ||
+        begin < 54 + 4 * entries || begin + stride * rows > static_cast<std::int64_t>(file.size()))
+        return {};
+    Picture picture(static_cast<int>(width), static_cast<int>(rows));
+    const auto mean = [&](std::size_t place) { return (at(place) + at(place + 1) + at(place + 2)) / 3; };
+    for (int y = 0; y < picture.height; ++y)
+        for (int x = 0; x < picture.width; ++x) {
+            const auto row = static_cast<std::size_t>(begin + stride * (stored < 0 ? y : rows - 1 - y));
+            const std::size_t bit = static_cast<std::size_t>(x) * static_cast<std::size_t>(bits), byte = row + bit / 8,
+                              shift = (8 - bit % 8 - static_cast<std::size_t>(bits)) % 8;
+            const std::size_t grey = bits < 8    ? mean(54 + 4 * (at(byte) >> shift & ((1U << bits) - 1)))
+                                     : bits == 8 ? at(byte)
+                                                 : mean(byte);
+            picture.at(x, y) = static_cast<std::uint8_t>(grey);
+        }
+    return picture;
+}
+
+/// Whether the printer's head steps can place all of it exactly: no part behind a wide gap begins between two steps.
+bool isReachedExactly(Picture dots) {
+    int blank = 0;
+    bool exact = true;
+    for (int x = 0; x < dots.width; ++x) {
+        bool ink = false;
+        for (int y = 0; y < dots.height; ++y)
+            ink = ink || dots.at(x, y) == 0;
+        exact = exact && (!ink || blank == 0 || (xDots + x) % 3 != 1);
+        blank = ink ? 0 : blank + 1;
+    }
+    return exact;
+}
+
+int inkOf(Picture& dots, int y) {
+    int ink = 0;
+    for (int x = 0; x < dots.width; ++x)
+        ink += dots.at(x, y) == 0 ? 1 : 0;
+    return ink;
+}
+
+/// Prints a file, and compares the page with the picture.
+void print(Family family, const std::string& path, int turns, std::optional<Picture> picture) {
+    for (int i = 0; i < turns && picture; ++i)
+        picture = tests::turnedOnce(*picture);
+    // Ink beyond the page is nobody's matter here.
+    const bool compared = picture && picture->width <= 1400 && picture->height <= 7000;
+    Desk desk({.family = family,
+               .pageWidthDots = compared ? picture->width + 60 : 600,
+               .pageHeightDots = compared ? picture->height + 60 : 600});
+    const bool oli = family == Family::oli;
+    const int result = oli ? YARDO_PrintBmpOLI(path.c_str(), false, xMm, yMm)
+                           : PT_PrintImageFileRevolve("line", 0, 1, 10 * xMm, 10 * yMm, 0, path.c_str(), turns);
+    require((std::set{0, -1, -6, -11, -12, -13, -31}).contains(result), "a documented result");
+    require(desk.mistake.empty(), "the printer understands all of it: " + desk.mistake);
+    if (!compared)
+        return;
+    require(result == 0, "a picture that fits is printed, not " + std::to_string(result));
+    require(desk.page() != nullptr, "the page is there");
+    Picture dots = tests::expectedDots(*picture, family);
+    if (isReachedExactly(dots)) {
+        require(tests::differences(*desk.page(), dots, xDots, yDots) == 0, "the page shows the picture");
+        return;
+    }
+    for (int y = 0; y < dots.height; ++y) {
+        int ink = 0;
+        for (int x = 0; x < desk.page()->width(); ++x)
+            ink += desk.page()->dot(x, yDots + y) ? 1 : 0;
+        require(ink == inkOf(dots, y), "the page has the ink of the picture in row " + std::to_string(y));
+    }
+}
+
+void printConverted(IMAGE_FORMAT wanted, int (*convert)(const char*, const char*), std::string_view bytes, int turns) {
+    const std::string path = fileOf("picture"), bmp = fileOf("model.bmp");
+    tests::writeFile(path, std::string(bytes));
+    const bool good = convert(path.c_str(), bmp.c_str()) == 0;
+    IMAGE_FORMAT format = notRecognised;
+    std::optional<Picture> picture;
+    if (good && identifyFileFormat(path.c_str(), &format) == 0 && format == wanted)
+        picture = plainBmp(tests::readFile(bmp));
+    print(Family::oki, path, turns, picture);
+}
+
+/// Chunks with the right check sums: libpng looks at no others, and a fuzzer does not find them.
+std::string withSums(std::string_view bytes) {
+    std::string png(bytes);
+    for (std::size_t at = 8; at + 12 <= png.size();) {
+        std::size_t length = 0;
+        for (std::size_t i = 0; i < 4; ++i)
+            length = length << 8 | static_cast<std::uint8_t>(png[at + i]);
+        if (length > png.size() - at - 12)
+            break;
+        const auto sum = crc32(0, tests::octets(png.data() + at + 4), static_cast<uInt>(length + 4));
+        for (std::size_t i = 0; i < 4; ++i)
+            png[at + 8 + length + i] = static_cast<char>(sum >> (24 - 8 * i));
+        at += length + 12;
+    }
+    return png;
+}
+
+/// What the driver writes for an image in memory, and what it returns.
+std::pair<int, std::string> streamed(const Exact& image, int turns) {
+    Desk desk({.family = Family::oki});
+    const int result = turns == 0
+                           ? PT_PrintImageStream("line", 0, 1, 0, 0, 0, image.octets(), image.length)
+                           : PT_PrintImageStreamRevolve("line", 0, 1, 0, 0, 0, image.octets(), image.length, turns);
+    return {result, desk.sent};
+}
+
+/// A picture with something of all that matters to the print: a gap, blank rows, a last partial byte, a byte like ESC.
+Picture sample(int width, int height) {
+    Picture picture =
+        tests::inkedPicture(width, height, {0, 1, 3, 4, height / 2, height - 1}, {0, width / 3, width / 2, width - 1});
+    for (int i = 0; i < std::min(width, height); ++i)
+        picture.at(i, i) = static_cast<std::uint8_t>(150 + i);
+    return picture;
+}
+
+/// A PNG of one of libpng's formats.
+std::string pngOf(Picture picture, png_uint_32 format) {
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    image.width = static_cast<png_uint_32>(picture.width);
+    image.height = static_cast<png_uint_32>(picture.height);
+    image.format = format;
+    image.colormap_entries = (format & PNG_FORMAT_FLAG_COLORMAP) != 0 ? 16 : 0;
+    const std::vector<png_byte> map(1024, 90);
+    std::vector<png_byte> pixels(PNG_IMAGE_SIZE(image));
+    for (std::size_t i = 0; i < pixels.size(); ++i)
+        pixels[i] =
+            static_cast<png_byte>(picture.grey[i % picture.grey.size()] & (image.colormap_entries != 0 ? 15 : 255));
+    png_alloc_size_t size = 0;
+    (void)png_image_write_to_memory(&image, nullptr, &size, 0, pixels.data(), 0, map.data());
+    std::string png(size, '\0');
+    (void)png_image_write_to_memory(&image, png.data(), &size, 0, pixels.data(), 0, map.data());
+    return png;
+}
+
+std::string base64(const std::string& bytes) {
+    gchar* const text = g_base64_encode(tests::octets(bytes.data()), bytes.size());
+    std::string copy = text;
+    g_free(text);
+    return copy;
+}
+
+Texts withFirstByte(const Texts& texts) {
+    Texts result;
+    for (const std::string& text : texts)
+        result.push_back(static_cast<char>(result.size() % 4) + text);
+    return result;
+}
+
+}  // namespace
+
+void printBmp(Input input) {
+    const std::string path = fileOf("picture.bmp"), file(input.rest());
+    tests::writeFile(path, file);
+    const std::optional<Picture> picture = plainBmp(file);
+    print(Family::oli, path, 0, picture);
+    print(Family::oki, path, 0, file.starts_with("BM") ? picture : std::nullopt);
+}
+
+void printJpeg(Input input) {
+    const int turns = input.upTo(3);
+    printConverted(formatJpeg, convertJPGtoBMP, input.rest(), turns);
+}
+
+void printPng(Input input) {
+    const int turns = input.upTo(3);
+    printConverted(formatPng, convertPNGtoBMP, withSums(input.rest()), turns);
+}
+
+void printStream(Input input) {
+    const int turns = input.upTo(3);
+    const Exact image(input.rest());
+    const auto [result, sent] = streamed(image, turns);
+    require((std::set{0, -1, -6, -11, -12, -13, -31}).contains(result), "a documented result");
+    // What is base64 beyond doubt is printed as what GLib decodes it to.
+    const std::string text(input.rest());
+    const std::size_t pads = text.size() - std::min(text.size(), text.find_last_not_of('=') + 1);
+    const bool strict = text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/") ==
+                            (pads == 0 ? std::string::npos : text.size() - pads) &&
+                        text.size() % 4 == 0 && pads <= 2 && !text.empty();
+    if (!strict)
+        return;
+    gsize length = 0;
+    guchar* const decoded = g_base64_decode(text.c_str(), &length);
+    const Exact plain({reinterpret_cast<const char*>(decoded), length});
+    g_free(decoded);
+    const std::string_view head(plain.bytes.get(), length);
+    if (head.starts_with("BM") || head.starts_with("\xFF\xD8") || head.starts_with("\x89PNG"))
+        require(streamed(plain, turns) == std::pair(result, sent), "base64 text prints as what it stands for");
+}
+
+void printTurned(Input input) {
+    const int turns = input.upTo(3);
+    const std::string path = fileOf("picture.bmp"), file(input.rest());
+    tests::writeFile(path, file);
+    print(Family::oki, path, turns, file.starts_with("BM") ? plainBmp(file) : std::nullopt);
+}
+
+Texts bmpSeeds() {
+    Texts seeds;
+    for (const int bits : {1, 4, 8, 24, 32})
+        for (const int width : {1, 9, 90})
+            seeds.push_back(sample(std::max(2, width), width == 9 ? 60 : 26).bmp(bits, width == 9));
+    seeds.push_back(tests::inkedPicture(200, 3, {0, 2}, {0, 70, 141, 199}).bmp(1, true));  // parts between head steps
+    seeds.push_back(tests::BmpHeader{.width = 1 << 16, .height = 1 << 16, .bitsPerPixel = 1}.text());
+    // Without rows, no size of a file holds against the width: a gigabyte for 54 bytes.
+    seeds.push_back(tests::BmpHeader{.width = 300'000'000, .height = 0}.text());
+    seeds.push_back(tests::BmpHeader{.width = 2'000'000'000, .height = 0, .bitsPerPixel = 1}.text());
+    seeds.push_back(tests::BmpHeader{.bitsPerPixel = 16}.text() + std::string(16, '1'));
+    return seeds;
+}
+
+Texts jpegSeeds() {
+    Texts seeds;
+    const std::string bmp = fileOf("seed.bmp"), jpeg = fileOf("seed.jpg");
+    for (const auto& [bits, width, height, quality] :
+         {std::tuple{8, 8, 8, 90}, {24, 40, 20, 60}, {8, 17, 50, 30}, {24, 130, 9, 95}}) {
+        tests::writeFile(bmp, sample(width, height).bmp(bits, true));
+        if (convertBMPtoJPG(bmp.c_str(), jpeg.c_str(), quality) == 0)
+            seeds.push_back(tests::readFile(jpeg));
+    }
+    // A frame that says it is progressive, and one that is as large as can be besides: gigabytes for a few bytes.
+    std::string progressive = seeds.front();
+    const std::size_t frame = progressive.find("\xFF\xC0");
+    seeds.push_back(progressive.replace(frame, 2, "\xFF\xC2"));
+    seeds.push_back(progressive.replace(frame + 5, 4, "\x7F\xFF\x7F\xFF"));
+    return withFirstByte(seeds);
+}
+
+Texts pngSeeds() {
+    Texts seeds;
+    for (const auto format :
+         std::initializer_list<png_uint_32>{PNG_FORMAT_GRAY, PNG_FORMAT_GA, PNG_FORMAT_RGB, PNG_FORMAT_RGBA,
+                                            PNG_FORMAT_RGB_COLORMAP, PNG_FORMAT_LINEAR_Y, PNG_FORMAT_LINEAR_RGB_ALPHA})
+        for (const int width : {8, 33})
+            seeds.push_back(pngOf(sample(width, 20), format));
+    // Interlaced, and 20000 pixels each way: the same of a PNG.
+    seeds.push_back(
+        std::string(seeds.front()).replace(16, 8, tests::bytes("00 00 4E 20 00 00 4E 20")).replace(28, 1, "\1"));
+    return withFirstByte(seeds);
+}
+
+Texts streamSeeds() {
+    Texts seeds = {sample(9, 9).bmp(8, true), pngOf(sample(8, 8), PNG_FORMAT_GRAY), "Qk0=", "QU\nJ=QUJD"};
+    for (const std::string& picture : Texts(seeds.begin(), seeds.begin() + 2))
+        seeds.push_back(base64(picture));
+    seeds.push_back(base64(jpegSeeds().front().substr(1)));
+    return withFirstByte(seeds);
+}
+
+Texts turnedSeeds() {
+    return withFirstByte(bmpSeeds());
+}
+
+Texts pictureWords() {
+    Texts words = {"BM",          "\x89PNG\r\n\x1A\n",
+                   "IHDR",        "IDAT",
+                   "IEND",        "PLTE",
+                   "tRNS",        "gAMA",
+                   "sBIT",        "iCCP",
+                   "acTL",        "JFIF",
+                   "Exif",        "Adobe",
+                   "====",        "Qk0",
+                   "iVBORw0KGgo", "/9j/"};
+    for (int marker = 0xC0; marker < 0x100; ++marker)
+        words.push_back({'\xFF', static_cast<char>(marker)});
+    return words;
+}
+
+}  // namespace passbook::fuzz
