@@ -87,7 +87,7 @@ void packStrip(int width, int rowsLeft, const unsigned char* strip, unsigned cha
         }
         const int count = i + 1 < bytes || width % 8 == 0 ? 8 : width % 8;
         if (any[i % 8] == 0)
-            std::memset(columns, 0, static_cast<std::size_t>(count * columnBytes));
+            std::memset(columns, 0, static_cast<std::size_t>(count) * columnBytes);
         else
             packColumns<family>(strip + i, stride, rows, columns, count);
     }
