@@ -87,10 +87,16 @@ Texts scanSeeds(Family family) {
     return seeds;
 }
 
+struct Range {
+    int lowest = 0, highest = lowest;
+    [[nodiscard]] constexpr bool has(int result) const { return lowest <= result && result <= highest; }
+};
+
 struct Query {
     const char* name;
     int (*call)(Input& input);
-    bool (*isGood)(int result);
+    Range good, failed;
+    [[nodiscard]] bool isGood(int result) const { return good.has(result) || failed.has(result); }
 };
 
 int readOneStripe(Input& input) {
@@ -135,33 +141,18 @@ int askOkiPaper(Input&) {
     return result;
 }
 
-bool isZeroOr(int result, const std::set<int>& others) {
-    return result == 0 || others.contains(result);
-}
-
 constexpr Query queries[] = {
-    {"printer status", [](Input&) { return YARDO_PR2_GetPrinterStatus(); },
-     [](int result) { return result == -22 || (result >= 1 && result <= 15); }},
-    {"paper status", [](Input&) { return YARDO_PR2_GetPaperStatus(); },
-     [](int result) { return result == -20 || (result >= 1 && result <= 4); }},
-    {"firmware", readFirmware, [](int result) { return isZeroOr(result, {-4}); }},
-    {"initialise", [](Input& input) { return YARDO_PR2_InitPrinter(input.upTo(2), input.upTo(5)); },
-     [](int result) { return isZeroOr(result, {-30}); }},
-    {"stripe", readOneStripe, [](int result) { return isZeroOr(result, {-4}); }},
-    {"both stripes", readBothStripes, [](int result) { return isZeroOr(result, {-4}); }},
-    {"removal", [](Input& input) { return YARDO_PR2_SPB(input.upTo(60)); },
-     [](int result) { return isZeroOr(result, {-20}); }},
-    {"configuration", readConfiguration, [](int result) { return result == 0; }},
-    {"configuration written", writeConfiguration,
-     [](int result) {
-         return isZeroOr(result, {-50, -51, -52});
-     }},
-    {"OKI paper", askOkiPaper,
-     [](int result) {
-         return isZeroOr(result, {-3, -20});
-     }},
-    {"OKI measures", [](Input&) { return std::max(GetPaperWidth(), GetPaperLength()); },
-     [](int result) { return result >= -999 && result <= 9999; }},
+    {"printer status", [](Input&) { return YARDO_PR2_GetPrinterStatus(); }, {1, 15}, {-22}},
+    {"paper status", [](Input&) { return YARDO_PR2_GetPaperStatus(); }, {1, 4}, {-20}},
+    {"firmware", readFirmware, {}, {-4}},
+    {"initialise", [](Input& input) { return YARDO_PR2_InitPrinter(input.upTo(2), input.upTo(5)); }, {}, {-30}},
+    {"stripe", readOneStripe, {}, {-4}},
+    {"both stripes", readBothStripes, {}, {-4}},
+    {"removal", [](Input& input) { return YARDO_PR2_SPB(input.upTo(60)); }, {}, {-20}},
+    {"configuration", readConfiguration, {}, {}},
+    {"configuration written", writeConfiguration, {}, {-52, -50}},
+    {"OKI paper", askOkiPaper, {}, {-20}},
+    {"OKI measures", [](Input&) { return std::max(GetPaperWidth(), GetPaperLength()); }, {-999, 9999}, {}},
 };
 
 constexpr std::size_t ofOki = 7;  // from there on

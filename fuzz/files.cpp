@@ -143,54 +143,16 @@ Texts journalSeeds() {
 }
 
 Texts jsonWords() {
-    return {R"("steps")",
-            R"("text")",
-            R"("image")",
-            R"("family")",
-            R"("oli")",
-            R"("oki")",
-            R"("x":1)",
-            R"("y":2)",
-            R"("eject")",
-            R"("format")",
-            R"("pitch")",
-            R"("bold")",
-            R"("a.png")",
-            R"("stripe")",
-            R"("track")",
-            R"("initialise")",
-            R"("lines")",
-            R"("spacing")",
-            R"("paper")",
-            R"("fold")",
-            R"("fitWidth")",
-            R"("turn")",
-            R"("insert")",
-            R"("underline")",
-            R"("lineSpace")",
-            R"("kind")",
-            R"("write")",
-            R"("read")",
-            R"("call")",
-            R"("return")",
-            R"("function")",
-            R"("bytes")",
-            R"("result")",
-            R"("us")",
-            R"("state")",
-            R"("done")",
-            R"("begun")",
-            R"("again")",
-            R"("paperDots")",
-            R"("journal")",
-            R"("sum")",
-            "1e309",
-            "-1",
-            "4294967297",
-            "\\ud800",
-            "null",
-            "[[[[",
-            "true"};
+    Texts words = {"1e309", "-1", "4294967297", "\\ud800", "null", "[[[[", "true", R"("x":1)", R"("y":2)"};
+    std::istringstream keys(
+        "steps text image family oli oki eject format pitch bold a.png stripe track initialise lines spacing paper "
+        "fold "
+        "fitWidth turn insert underline lineSpace kind write read call return function bytes result us state done "
+        "begun "
+        "again paperDots journal sum");
+    for (std::string key; keys >> key;)
+        words.push_back('"' + key + '"');
+    return words;
 }
 
 }  // namespace passbook::fuzz
