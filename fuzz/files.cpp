@@ -1,17 +1,26 @@
-// Files of the tool: descriptions of pages, traces, journals.
+// Files of the tool's, and what makes trouble to order: scenarios, and requests at the virtual printer's controls.
 #include <glib.h>
-
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <algorithm>
 #include <sstream>
 
 #include "api/passbook.h"
 #include "fuzz/line.h"
 #include "fuzz/target.h"
+#include "sim/event_json.h"
+#include "sim/program/control.h"
+#include "sim/program/desk.h"
+#include "sim/program/replay.h"
+#include "sim/script_json.h"
 #include "tools/page/description.h"
 #include "tools/page/journal.h"
 #include "tools/tool.h"
 #include "tools/trace_file.h"
 
 namespace passbook::fuzz {
+
+using sim::Family;
 
 namespace {
 
@@ -35,8 +44,6 @@ std::string withSums(std::string_view bytes) {
     return journal;
 }
 
-}  // namespace
-
 void readPage(Input input) {
     const int how = input.byte();
     tests::writePng(tests::inkedPicture(8, 8, {0}, {0, 5}), fileOf("a.png"));
@@ -45,8 +52,7 @@ void readPage(Input input) {
     const auto family = how % 3 == 0   ? std::nullopt
                         : how % 3 == 1 ? std::optional(tool::Family::oli)
                                        : std::optional(tool::Family::oki);
-    const auto page = tool::Description::read({text.bytes.get(), static_cast<std::size_t>(text.length)},
-                                              fileOf("page.json"), family, 0, 0, problems);
+    const auto page = tool::Description::read(text.view(), fileOf("page.json"), family, 0, 0, problems);
     require(page.has_value() == problems.empty(), "a page, or what is wrong with it");
     for (const std::string& problem : problems)
         require(!problem.empty(), "a problem is told in words");
@@ -67,6 +73,9 @@ void readTrace(Input input) {
     const int status = tool::run(arguments, out, err);
     require(status == 0 || status == 2, "exit status 0 or 2, not " + std::to_string(status));
     require(status == 0 || !err.str().empty(), "what is wrong is told");
+    sim::Printer printer;
+    std::string error;
+    require(sim::replay(path, printer, error) == error.empty(), "a trace is printed whole, or what is wrong is told");
     require(!json || !nlohmann::json::parse(out.str(), nullptr, false).is_discarded(), "the output is JSON");
 }
 
@@ -89,70 +98,81 @@ void readJournal(Input input) {
         require(journal.records()[i].state == before[i].state, "and says the same of step " + std::to_string(i + 1));
 }
 
-Texts pageSeeds() {
-    Texts seeds = {'\0' + tests::readFile(PASSBOOK_SOURCE_DIR "/examples/page.json")};
-    const Texts pages = {
-        R"({"family":"oli","eject":true,"steps":[{"text":"A","x":1,"y":2.5},{"image":"a.png","x":3,"y":44,"width":9}]})",
-        R"({"steps":[{"format":{"pitch":12,"bold":true,"width":1,"height":1}},{"lineSpace":4.2},{"underline":"plain"},
-            {"stripe":"6222=1","track":1}],"initialise":{"reset":"error","wait":5},"insert":{"wait":3},
-            "eject":{"wait":3},"paper":{"width":90,"height":50,"fold":25}})",
-        R"({"family":"oki","steps":[{"lines":["1","","\u5bf9"],"x":1,"y":2,"spacing":5,"mayOverlap":true},
-            {"image":"a.png","x":0,"y":30,"turn":90,"dither":true,"threshold":99,"fitWidth":5,"fitHeight":3}]})",
-        "[]", R"({"steps":[{"image":"/dev/zero","x":1e308,"y":-0}]})"};
-    for (const std::string& page : pages)
-        for (const char how : {'\0', '\1', '\2'})
-            seeds.push_back(how + page);
-    return seeds;
+void playScenario(Input input) {
+    const Exact text(input.rest());
+    sim::ScenarioFile file;
+    std::vector<std::string> problems;
+    sim::readScenario(text.view(), "s.json", file, problems);
+    for (const std::string& problem : problems)
+        require(problem.starts_with("s.json:"), "a problem is told with its place: " + problem);
+    const std::string& day = dayOf(file.scenario.family);
+    require(!problems.empty() || lifeOf(file, day, 4096, 3, false) == lifeOf(file, day, 7, 3, false),
+            "pieces make no difference");
 }
 
-Texts traceSeeds() {
-    Texts seeds;
-    const std::string path = fileOf("trace");
-    for (const auto family : {tool::Family::oli, tool::Family::oki}) {
-        (void)tool::openTrace(path, family, true);
-        (void)passbook_set_trace(tool::writeTrace, nullptr);
-        const bool oli = family == tool::Family::oli;
-        Desk desk({.family = oli ? sim::Family::oli : sim::Family::oki, .stripes = {"6222=1", ""}});
-        char stripe[40];
-        if (oli) {
-            (void)YARDO_PR2_PrintData(0, 1, 1, "A", 1);
-            (void)YARDO_PR2_MSR(0, stripe, sizeof stripe);
-        } else
-            (void)PT_PrintTxtStream("line", 0, 1, 10, 10, "A", 1);
-        (void)passbook_set_trace(nullptr, nullptr);
-        (void)tool::closeTrace();
-        const std::string trace = tests::readFile(path);
-        for (const char* how : {"\1\1", "\2\1", "\2\2"})
-            seeds.push_back(how + trace.substr(0, 3500));
-        (void)remove(path.c_str());
+/// What a client gets that sends all that and then no more. A wait can last longer than is waited here.
+std::string answersTo(const std::string& requests, sim::Control& control, sim::Desk& desk) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string path = fileOf("socket");
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    const sim::Descriptor client(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    require(connect(client.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0, "a way in");
+    (void)send(client.get(), requests.data(), requests.size(), MSG_NOSIGNAL);
+    (void)shutdown(client.get(), SHUT_WR);
+    std::string answers;
+    for (int idle = 0; idle < 3;) {
+        control.serve(desk, "pts/0");
+        char bytes[4096];
+        const ssize_t got = recv(client.get(), bytes, sizeof bytes, 0);
+        if (got == 0)
+            return answers;
+        answers.append(bytes, static_cast<std::size_t>(std::max<ssize_t>(0, got)));
+        idle = got < 0 ? idle + 1 : 0;
     }
-    return seeds;
+    require(control.untilNextDeed(1000) < 1000, "who gets no answer waits for something");
+    return answers;
 }
 
-Texts journalSeeds() {
-    const std::string path = fileOf("journal");
-    tool::Journal journal;
-    (void)journal.open(path, false, steps);
-    (void)journal.begin({"0123", "oli", "line", "PASSBOOKSIM10"});
-    const tool::StepState states[] = {tool::StepState::begun, tool::StepState::done, tool::StepState::doubtful,
-                                      tool::StepState::again, tool::StepState::skipped};
-    for (std::size_t i = 0; i < steps; ++i)
-        (void)journal.note(i + 1, {.state = states[i], .paperDots = static_cast<int>(i)});
-    const std::string text = tests::readFile(path);
-    return {'\1' + text, '\2' + text, '\1' + text.substr(0, text.size() - 9), "\1"};
+void control(Input input) {
+    sim::Options options;
+    options.scenario = {.family = input.flag() ? Family::oki : Family::oli, .pageWidthDots = 90, .pageHeightDots = 90};
+    options.control = fileOf("socket");
+    sim::EventLog log;
+    log.keepEvents();
+    sim::Desk desk(options, log);
+    std::string error;
+    const auto control = sim::Control::open(options.control, error);
+    require(control != nullptr, "a socket: " + error);
+    const std::string& day = dayOf(options.scenario.family);
+    desk.printer().receive({reinterpret_cast<const std::uint8_t*>(day.data()), day.size()});
+    std::istringstream requests{std::string(input.rest())}, answers(answersTo(requests.str(), *control, desk));
+    for (std::string request, answer; std::getline(requests, request);) {
+        if (request.find_first_not_of(" \t\r") == std::string::npos)
+            continue;
+        if (!std::getline(answers, answer))
+            return;
+        const auto asked = nlohmann::json::parse(request, nullptr, false),
+                   got = nlohmann::json::parse(answer, nullptr, false);
+        require(got.is_object() && got.contains("ok"), "an answer is an object: " + answer);
+        const bool good = got["ok"] == true;
+        require(good != got.contains("error"), "what is wrong is told: " + answer);
+        require(
+            !good || (asked.is_object() && asked.value("id", nlohmann::json()) == got.value("id", nlohmann::json())),
+            "an answer is that of its request: " + answer);
+    }
+    std::string more;
+    require(!std::getline(answers, more), "no answer without a request: " + more);
 }
 
-Texts jsonWords() {
-    Texts words = {"1e309", "-1", "4294967297", "\\ud800", "null", "[[[[", "true", R"("x":1)", R"("y":2)"};
-    std::istringstream keys(
-        "steps text image family oli oki eject format pitch bold a.png stripe track initialise lines spacing paper "
-        "fold "
-        "fitWidth turn insert underline lineSpace kind write read call return function bytes result us state done "
-        "begun "
-        "again paperDots journal sum");
-    for (std::string key; keys >> key;)
-        words.push_back('"' + key + '"');
-    return words;
-}
+constexpr Target table[] = {{"page", 4096, readPage, nullptr, "json"},
+                            {"trace", 4096, readTrace, nullptr, "json"},
+                            {"journal", 4096, readJournal, nullptr, "json"},
+                            {"scenario", 4096, playScenario, nullptr, "json"},
+                            {"control", 4096, control, nullptr, "json"}};
+
+}  // namespace
+
+const std::span<const Target> fileTargets = table;
 
 }  // namespace passbook::fuzz

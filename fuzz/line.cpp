@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <chrono>
+#include <memory>
 
 #include "api/passbook.h"
+#include "fuzz/target.h"
 #include "sim/event_json.h"
 #include "status/status.h"
 
@@ -56,8 +58,8 @@ class DeskLine : public Line {
     std::string nextPiece() override {
         desk_.printer.advance(
             std::chrono::milliseconds((virtualClock.microseconds - tests::VirtualClock{}.microseconds) / 1000));
-        const auto taken = desk_.printer.takeAnswer();
-        return desk_.pieces.emplace_back(taken.begin(), taken.end());
+        const auto answer = desk_.printer.takeAnswer();
+        return desk_.pieces.emplace_back(answer.begin(), answer.end());
     }
     void write(std::string_view data) override {
         desk_.sent += data;
@@ -96,7 +98,69 @@ void connectTo(Protocol* line) {
     (void)YARDO_PR2_OpenPort("what is open");
 }
 
+std::string dayOfCalls(sim::Family family) {
+    Desk desk({.family = family, .pageWidthDots = 30, .pageHeightDots = 30});
+    const std::string text = "对账单 100.00\n", picture = fileOf("seed.bmp");
+    tests::writeFile(picture, tests::inkedPicture(70, 20, {0, 5}, {0, 3, 66}).bmp(1, true));
+    if (family == sim::Family::oki) {
+        (void)PT_PrintTxtStream("line", 0, 1, 10, 10, text.c_str(), -1);
+        desk.connect();
+        (void)PT_PrintImageFile("line", 0, 1, 10, 10, 0, picture.c_str());
+        desk.connect();
+        (void)PT_Eject("line", 0);
+        return desk.sent;
+    }
+    (void)YARDO_PR2_InitPrinter(2, 1);
+    (void)YARDO_PR2_SetFormat(12, 1, 1, 1);
+    (void)YARDO_PR2_SetUnderLine(1);
+    (void)YARDO_PR2_PrintData(0, 1, 1, text.c_str(), -1);
+    (void)YARDO_PrintBmpOLI(picture.c_str(), false, 0, 0);
+    (void)YARDO_PR2_MSW(0, "6222", 4);
+    (void)YARDO_PR2_EjectPaper();
+    return desk.sent;
+}
+
 }  // namespace
+
+const std::string& dayOf(sim::Family family) {
+    static const std::string oli = dayOfCalls(sim::Family::oli), oki = dayOfCalls(sim::Family::oki);
+    return family == sim::Family::oli ? oli : oki;
+}
+
+std::string lifeOf(const sim::ScenarioFile& file, std::string_view bytes, std::size_t piece, int parts, bool seen) {
+    std::string life;
+    sim::History history;
+    const auto note = [&](const sim::Event& event) {
+        history.note(event);
+        life += sim::toJson(event).dump() + '\n';
+    };
+    sim::Printer printer(file.scenario, note, [&](sim::Page page) {
+        history.pageEnded(std::make_shared<const sim::Page>(std::move(page)));
+    });
+    for (int part = 1; part <= parts; ++part) {
+        printer.transferBegins();
+        for (std::size_t at = 0; at < bytes.size();) {
+            const Exact next(bytes.substr(at, piece));
+            const std::size_t taken = printer.receive({next.octets(), next.view().size()});
+            require(taken > 0, "a printer takes what comes, sooner or later");
+            at += taken;
+        }
+        printer.advance(std::chrono::milliseconds(700 * part));
+        for (int i = 0; i < 20 && printer.nextChange() < std::chrono::hours(24); ++i)
+            printer.advance(printer.nextChange());
+        for (int reads = 0; printer.answerPending() && reads < 2000; ++reads)
+            life += std::to_string(printer.takeAnswer().size()) + ' ';
+        printer.hostChanged(part % 2 != 0);
+    }
+    printer.finish();
+    for (const sim::Expectation& each : file.expectations) {
+        const std::string unmet = history.unmet(each, printer.page(), printer.pages());
+        require(unmet.empty() || unmet.starts_with(each.where), "what is not met is told with its place");
+        life += unmet + '\n';
+    }
+    require(!seen || printer.page() == nullptr || !printer.page()->render().empty(), "there is a page to look at");
+    return life;
+}
 
 Desk::Desk(const sim::Scenario& scenario)
     : printer(
@@ -104,6 +168,8 @@ Desk::Desk(const sim::Scenario& scenario)
           [this](const sim::Event& event) {
               if (sim::isMistake(event) && !sim::isAny<sim::event::OffPage>(event) && mistake.empty())
                   mistake = sim::toJson(event).dump();
+              if (const auto* const text = std::get_if<sim::event::Text>(&event))
+                  texts.push_back(*text);
           },
           [this](sim::Page page) { ejected_.emplace(std::move(page)); }) {
     connect();

@@ -9,9 +9,17 @@
 
 #include "device/device.h"
 #include "sim/printer.h"
+#include "sim/script_json.h"
 #include "tests/support.h"
 
 namespace passbook::fuzz {
+
+/// The bytes that the driver sends for a day's work.
+[[nodiscard]] const std::string& dayOf(sim::Family family);
+
+/// All that bytes bring on the printer of a scenario: sent in such pieces, `parts` times, with time going by.
+[[nodiscard]] std::string lifeOf(const sim::ScenarioFile& file, std::string_view bytes, std::size_t piece, int parts,
+                                 bool seen);
 
 /// The virtual printer with the driver's open port on it. One at a time.
 class Desk {
@@ -24,6 +32,7 @@ class Desk {
     std::string sent;                 // all that the driver has written
     std::vector<std::string> pieces;  // what the driver has read, read by read; empty: nothing came
     std::string mistake;              // the first thing that the printer could not understand
+    std::vector<sim::event::Text> texts;
     sim::Printer printer;
 
     /// The document with what is on it, also when it has been ejected; null without one.

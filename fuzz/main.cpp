@@ -1,42 +1,39 @@
 // The fuzz targets as one program.
-//   passbook_fuzz --list                       the targets, one a line: name and longest input
-//   passbook_fuzz TARGET --seeds DIRECTORY     writes the inputs to begin with
-//   passbook_fuzz TARGET --dictionary FILE     writes the words that inputs are made of
+//   passbook_fuzz --seeds DIRECTORY            writes the inputs to begin with into DIRECTORY/TARGET, and a file
+//                                              "targets": name, longest input, dictionary
+//   passbook_fuzz --replay                     runs them, also without libFuzzer: a test of every build
 //   passbook_fuzz TARGET [libFuzzer's arguments]
+#include <glib.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <ctime>
 #include <filesystem>
+#include <map>
 
 #include "api/passbook.h"
 #include "fuzz/target.h"
 #include "tests/support.h"
 
+#ifdef __SANITIZE_ADDRESS__
+// Of <sanitizer/allocator_interface.h>, which GCC does not have.
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*taken)(const volatile void*, std::size_t),
+                                                         void (*released)(const volatile void*));
+extern "C" std::size_t __sanitizer_get_allocated_size(const volatile void*);
+#endif
+
 namespace passbook::fuzz {
 
 namespace {
 
-constexpr Target targets[] = {
-    {"bmp", 8192, printBmp, bmpSeeds, pictureWords},
-    {"jpeg", 8192, printJpeg, jpegSeeds, pictureWords},
-    {"png", 4096, printPng, pngSeeds, pictureWords},
-    {"stream", 4096, printStream, streamSeeds, pictureWords},
-    {"turning", 8192, printTurned, turnedSeeds, pictureWords},
-    {"oki-scan", 16384, scanOki, okiScanSeeds, replyWords},
-    {"oli-scan", 16384, scanOli, oliScanSeeds, replyWords},
-    {"replies", 512, hearReplies, replySeeds, replyWords},
-    {"text", 1024, printText, textSeeds, wireWords},
-    {"wire", 2048, decodeWire, wireSeeds, wireWords},
-    {"page", 4096, readPage, pageSeeds, jsonWords},
-    {"trace", 4096, readTrace, traceSeeds, jsonWords},
-    {"journal", 4096, readJournal, journalSeeds, jsonWords},
-};
-
 const Target* g_target = nullptr;
+std::string g_seed;  // that is being run
+std::size_t g_held = 0, g_mostHeld = 0;
 int g_errorOutput = STDERR_FILENO;  // libFuzzer closes the one that codecs complain on
 
 const tests::TemporaryDirectory& directory() {
@@ -44,30 +41,37 @@ const tests::TemporaryDirectory& directory() {
     return its;
 }
 
-[[noreturn]] void leave(int status) {
-    std::fflush(stdout);
-    std::exit(status);
+/// By the name of the file that each has.
+std::map<std::string, std::string> seedsOf(const Target& target) {
+    std::map<std::string, std::string> seeds;
+    for (const std::string& seed : target.seeds != nullptr ? target.seeds() : Texts())
+        seeds["seed-" + std::to_string(seeds.size())] = seed;
+    const std::filesystem::path kept = std::filesystem::path(PASSBOOK_SOURCE_DIR "/fuzz/seeds") / target.name;
+    if (std::filesystem::exists(kept))
+        for (const auto& entry : std::filesystem::directory_iterator(kept))
+            seeds[entry.path().filename()] = tests::readFile(entry.path());
+    return seeds;
 }
 
-void writeSeeds(const std::string& folder) {
-    std::filesystem::create_directories(folder);
-    int number = 0;
-    for (const std::string& seed : g_target->seeds())
-        tests::writeFile(folder + "/seed-" + std::to_string(number++), seed);
-}
-
-void writeDictionary(const std::string& path) {
-    std::string lines;
-    for (const std::string& word : g_target->words()) {
-        lines += '"';
-        for (const char byte : word) {
-            char code[8];
-            (void)std::snprintf(code, sizeof code, "\\x%02X", static_cast<unsigned char>(byte));
-            lines += code;
-        }
-        lines += "\"\n";
-    }
-    tests::writeFile(path, lines);
+/// Sets up what all runs have in common.
+void prepare() {
+    // A picture that says it is large must not fill the disk.
+    constexpr rlim_t largestFile = 256 << 20;
+    const rlimit limit{largestFile, largestFile};
+    (void)setrlimit(RLIMIT_FSIZE, &limit);
+    (void)std::signal(SIGXFSZ, SIG_IGN);
+    (void)passbook_set_temporary_directory(fileOf("").c_str());
+    g_errorOutput = dup(STDERR_FILENO);
+    (void)g_iconv_open("UTF-8", "GB18030");  // which is loaded for every text anew otherwise
+#ifdef __SANITIZE_ADDRESS__
+    const auto taken = [](const volatile void*, std::size_t size) {
+        g_mostHeld = std::max(g_mostHeld, g_held += size);
+    };
+    const auto released = [](const volatile void* memory) {
+        g_held -= std::min(g_held, __sanitizer_get_allocated_size(memory));
+    };
+    (void)__sanitizer_install_malloc_and_free_hooks(taken, released);
+#endif
 }
 
 }  // namespace
@@ -75,7 +79,7 @@ void writeDictionary(const std::string& path) {
 void require(bool holds, const std::string& what) {
     if (holds)
         return;
-    dprintf(g_errorOutput, "passbook_fuzz: %s: does not hold: %s\n", g_target->name, what.c_str());
+    dprintf(g_errorOutput, "passbook_fuzz: %s %s: does not hold: %s\n", g_target->name, g_seed.c_str(), what.c_str());
     std::abort();
 }
 
@@ -102,51 +106,77 @@ Exact::Exact(std::string_view from) : bytes(new char[from.size()]), length(stati
     std::copy(from.begin(), from.end(), bytes.get());
 }
 
+Texts withFirstByte(const Texts& texts) {
+    Texts result;
+    for (const std::string& text : texts)
+        result.push_back(static_cast<char>(result.size() % 4) + text);
+    return result;
+}
+
 }  // namespace passbook::fuzz
 
+using namespace passbook;
 using namespace passbook::fuzz;
 
-extern "C" [[gnu::visibility("default")]] int LLVMFuzzerInitialize(int* argc, char*** argv) {
-    char** const arguments = *argv;
-    if (*argc == 2 && std::strcmp(arguments[1], "--list") == 0) {
-        for (const Target& target : targets)
-            std::printf("%s %d\n", target.name, target.longestInput);
-        leave(0);
-    }
-    for (const Target& target : targets)
-        if (*argc > 1 && std::strcmp(arguments[1], target.name) == 0)
-            g_target = &target;
-    if (g_target == nullptr) {
-        std::fprintf(stderr, "usage: passbook_fuzz --list | TARGET [--seeds DIRECTORY | --dictionary FILE | ...]\n");
-        leave(2);
-    }
-    // A picture that says it is large must not fill the disk.
-    constexpr rlim_t largestFile = 256 << 20;
-    const rlimit limit{largestFile, largestFile};
-    (void)setrlimit(RLIMIT_FSIZE, &limit);
-    (void)std::signal(SIGXFSZ, SIG_IGN);
-    (void)passbook_set_temporary_directory(fileOf("").c_str());
-    g_errorOutput = dup(STDERR_FILENO);
-    if (*argc == 4 && std::strcmp(arguments[2], "--seeds") == 0) {
-        writeSeeds(arguments[3]);
-        leave(0);
-    }
-    if (*argc == 4 && std::strcmp(arguments[2], "--dictionary") == 0) {
-        writeDictionary(arguments[3]);
-        leave(0);
-    }
-    arguments[1] = arguments[0];
-    ++*argv;
-    --*argc;
-    return 0;
+/// A request can name any file for a picture of the page; none is to be written but our own.
+extern "C" int __real_mkstemp(char* name);
+extern "C" int __wrap_mkstemp(char* name) {
+    const std::string path = name;
+    errno = EACCES;
+    return path.starts_with(fileOf("")) && path.find("..") == std::string::npos ? __real_mkstemp(name) : -1;
 }
 
 extern "C" [[gnu::visibility("default")]] int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    passbook::tests::virtualClock = {};
-    const auto openBefore = passbook::tests::openFiles();
+    constexpr std::size_t bytesEach = 16 << 10;
+    constexpr double freeSeconds = 4, secondsEach = 0.002;
+    tests::virtualClock = {};
+    const auto openBefore = tests::openFiles();
+    const std::clock_t begin = std::clock();
+    const std::size_t heldBefore = g_mostHeld = g_held;
     g_target->run(Input({reinterpret_cast<const char*>(data), size}));
-    require(passbook::tests::openFiles() == openBefore, "no file stays open");
+    const double seconds = static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC;
+    require(g_mostHeld - heldBefore <= (g_target->freeMegabytes << 20) + bytesEach * size,
+            "memory follows the input, not " + std::to_string(g_mostHeld - heldBefore) + " bytes");
+    require(seconds <= freeSeconds + secondsEach * static_cast<double>(size),
+            "time follows the input, not " + std::to_string(seconds) + " s");
+    require(tests::openFiles() == openBefore, "no file stays open");
     for (const auto& entry : std::filesystem::directory_iterator(fileOf("")))
         std::filesystem::remove_all(entry);
     return 0;
 }
+
+extern "C" [[gnu::visibility("default")]] int LLVMFuzzerInitialize(int* argc, char*** argv) {
+    const std::string wish = *argc > 1 ? (*argv)[1] : "", folder = *argc > 2 ? (*argv)[2] : "";
+    prepare();
+    std::string list;
+    for (const auto& some : {pictureTargets, printerTargets, fileTargets})
+        for (const Target& target : some) {
+            g_target = &target;
+            if (wish == target.name) {
+                (*argv)[1] = (*argv)[0];
+                ++*argv;
+                --*argc;
+                return 0;
+            }
+            const auto seeds = wish.starts_with("--") ? seedsOf(target) : std::map<std::string, std::string>();
+            for (const auto& [name, seed] : seeds)
+                if (wish == "--seeds") {
+                    std::filesystem::create_directories(folder + "/" + target.name);
+                    tests::writeFile(folder + "/" + target.name + "/" + name, seed);
+                } else {
+                    g_seed = name;
+                    (void)LLVMFuzzerTestOneInput(tests::octets(seed.data()), seed.size());
+                }
+            list += std::string(target.name) + ' ' + std::to_string(target.longestInput) + ' ' + target.words + '\n';
+        }
+    if (wish == "--seeds")
+        tests::writeFile(folder + "/targets", list);
+    std::fflush(stdout);
+    std::exit(wish == "--seeds" || wish == "--replay" ? 0 : 2);
+}
+
+#ifdef PASSBOOK_FUZZ_REPLAY
+int main(int argc, char** argv) {
+    return LLVMFuzzerInitialize(&argc, &argv);
+}
+#endif

@@ -1,6 +1,5 @@
 // Pictures: whatever is printed must be, dot by dot, the threshold of the picture.
 #include <glib.h>
-#include <png.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -149,42 +148,6 @@ Picture sample(int width, int height) {
     return picture;
 }
 
-/// A PNG of one of libpng's formats.
-std::string pngOf(Picture picture, png_uint_32 format) {
-    png_image image{};
-    image.version = PNG_IMAGE_VERSION;
-    image.width = static_cast<png_uint_32>(picture.width);
-    image.height = static_cast<png_uint_32>(picture.height);
-    image.format = format;
-    image.colormap_entries = (format & PNG_FORMAT_FLAG_COLORMAP) != 0 ? 16 : 0;
-    const std::vector<png_byte> map(1024, 90);
-    std::vector<png_byte> pixels(PNG_IMAGE_SIZE(image));
-    for (std::size_t i = 0; i < pixels.size(); ++i)
-        pixels[i] =
-            static_cast<png_byte>(picture.grey[i % picture.grey.size()] & (image.colormap_entries != 0 ? 15 : 255));
-    png_alloc_size_t size = 0;
-    (void)png_image_write_to_memory(&image, nullptr, &size, 0, pixels.data(), 0, map.data());
-    std::string png(size, '\0');
-    (void)png_image_write_to_memory(&image, png.data(), &size, 0, pixels.data(), 0, map.data());
-    return png;
-}
-
-std::string base64(const std::string& bytes) {
-    gchar* const text = g_base64_encode(tests::octets(bytes.data()), bytes.size());
-    std::string copy = text;
-    g_free(text);
-    return copy;
-}
-
-Texts withFirstByte(const Texts& texts) {
-    Texts result;
-    for (const std::string& text : texts)
-        result.push_back(static_cast<char>(result.size() % 4) + text);
-    return result;
-}
-
-}  // namespace
-
 void printBmp(Input input) {
     const std::string path = fileOf("picture.bmp"), file(input.rest());
     tests::writeFile(path, file);
@@ -246,61 +209,18 @@ Texts bmpSeeds() {
     return seeds;
 }
 
-Texts jpegSeeds() {
-    Texts seeds;
-    const std::string bmp = fileOf("seed.bmp"), jpeg = fileOf("seed.jpg");
-    for (const auto& [bits, width, height, quality] :
-         {std::tuple{8, 8, 8, 90}, {24, 40, 20, 60}, {8, 17, 50, 30}, {24, 130, 9, 95}}) {
-        tests::writeFile(bmp, sample(width, height).bmp(bits, true));
-        if (convertBMPtoJPG(bmp.c_str(), jpeg.c_str(), quality) == 0)
-            seeds.push_back(tests::readFile(jpeg));
-    }
-    // A frame that says it is progressive, and one that is as large as can be besides: gigabytes for a few bytes.
-    std::string progressive = seeds.front();
-    const std::size_t frame = progressive.find("\xFF\xC0");
-    seeds.push_back(progressive.replace(frame, 2, "\xFF\xC2"));
-    seeds.push_back(progressive.replace(frame + 5, 4, "\x7F\xFF\x7F\xFF"));
-    return withFirstByte(seeds);
-}
-
-Texts pngSeeds() {
-    Texts seeds;
-    for (const auto format :
-         std::initializer_list<png_uint_32>{PNG_FORMAT_GRAY, PNG_FORMAT_GA, PNG_FORMAT_RGB, PNG_FORMAT_RGBA,
-                                            PNG_FORMAT_RGB_COLORMAP, PNG_FORMAT_LINEAR_Y, PNG_FORMAT_LINEAR_RGB_ALPHA})
-        for (const int width : {8, 33})
-            seeds.push_back(pngOf(sample(width, 20), format));
-    // Interlaced, and 20000 pixels each way: the same of a PNG.
-    seeds.push_back(
-        std::string(seeds.front()).replace(16, 8, tests::bytes("00 00 4E 20 00 00 4E 20")).replace(28, 1, "\1"));
-    return withFirstByte(seeds);
-}
-
-Texts streamSeeds() {
-    Texts seeds = {sample(9, 9).bmp(8, true), pngOf(sample(8, 8), PNG_FORMAT_GRAY), "Qk0=", "QU\nJ=QUJD"};
-    for (const std::string& picture : Texts(seeds.begin(), seeds.begin() + 2))
-        seeds.push_back(base64(picture));
-    seeds.push_back(base64(jpegSeeds().front().substr(1)));
-    return withFirstByte(seeds);
-}
-
 Texts turnedSeeds() {
     return withFirstByte(bmpSeeds());
 }
 
-Texts pictureWords() {
-    Texts words = {"BM",          "\x89PNG\r\n\x1A\n",
-                   "IHDR",        "IDAT",
-                   "IEND",        "PLTE",
-                   "tRNS",        "gAMA",
-                   "sBIT",        "iCCP",
-                   "acTL",        "JFIF",
-                   "Exif",        "Adobe",
-                   "====",        "Qk0",
-                   "iVBORw0KGgo", "/9j/"};
-    for (int marker = 0xC0; marker < 0x100; ++marker)
-        words.push_back({'\xFF', static_cast<char>(marker)});
-    return words;
-}
+constexpr Target table[] = {{"bmp", 8192, printBmp, bmpSeeds, "pictures"},
+                            {"jpeg", 8192, printJpeg, nullptr, "pictures"},
+                            {"png", 4096, printPng, nullptr, "pictures"},
+                            {"stream", 4096, printStream, nullptr, "pictures"},
+                            {"turning", 8192, printTurned, turnedSeeds, "pictures"}};
+
+}  // namespace
+
+const std::span<const Target> pictureTargets = table;
 
 }  // namespace passbook::fuzz

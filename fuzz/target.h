@@ -1,9 +1,10 @@
-// A fuzz target: what is done with one input, and what inputs begin with. The targets stand in a table, in main.cpp.
+// A fuzz target: what is done with one input, and what inputs begin with. Each source has a table of its targets.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,6 +32,7 @@ struct Exact {
     explicit Exact(std::string_view from);
     std::unique_ptr<char[]> bytes;
     int length;
+    [[nodiscard]] std::string_view view() const { return {bytes.get(), static_cast<std::size_t>(length)}; }
     [[nodiscard]] const unsigned char* octets() const { return reinterpret_cast<const unsigned char*>(bytes.get()); }
 };
 
@@ -40,9 +42,12 @@ struct Target {
     const char* name;
     int longestInput;
     void (*run)(Input input);
-    Texts (*seeds)();
-    Texts (*words)();  // of the dictionary
+    Texts (*seeds)();  // besides the files in seeds/NAME
+    const char* words = "commands";
+    std::size_t freeMegabytes = 96;  // that pages and codecs take; beyond that, memory follows the input
 };
+
+extern const std::span<const Target> pictureTargets, printerTargets, fileTargets;
 
 /// Ends the run with a find: what the target holds for true is not so.
 void require(bool holds, const std::string& what);
@@ -53,39 +58,7 @@ void require(bool holds, const std::string& what);
 /// The seconds that have gone by, by the virtual clock, since the target began.
 [[nodiscard]] long long secondsGone();
 
-// The targets, by source: pictures.cpp
-void printBmp(Input input);
-void printJpeg(Input input);
-void printPng(Input input);
-void printStream(Input input);
-void printTurned(Input input);
-Texts bmpSeeds();
-Texts jpegSeeds();
-Texts pngSeeds();
-Texts streamSeeds();
-Texts turnedSeeds();
-Texts pictureWords();
-// answers.cpp
-void scanOki(Input input);
-void scanOli(Input input);
-void hearReplies(Input input);
-Texts okiScanSeeds();
-Texts oliScanSeeds();
-Texts replySeeds();
-Texts replyWords();
-// bytes.cpp
-void printText(Input input);
-void decodeWire(Input input);
-Texts textSeeds();
-Texts wireSeeds();
-Texts wireWords();
-// files.cpp
-void readPage(Input input);
-void readTrace(Input input);
-void readJournal(Input input);
-Texts pageSeeds();
-Texts traceSeeds();
-Texts journalSeeds();
-Texts jsonWords();
+/// Seeds that begin with a byte each, which asks for a way to work.
+[[nodiscard]] Texts withFirstByte(const Texts& texts);
 
 }  // namespace passbook::fuzz

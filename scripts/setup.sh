@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Looks for what building, testing and the demo need, as the build will look for it. What is missing is installed by apt,
 # as root or with sudo, from Debian 12's packages; without apt it is named. Quick when all is there.
-#     scripts/setup.sh [bench|coverage|lint|mutate|package]      what the benchmarks, the static checks and so on need too
+#     scripts/setup.sh [bench|coverage|fuzz|lint|mutate|package]      what the benchmarks, the static checks and so on need too
 set -euo pipefail
 needs=(  # what to look for, and the package that has it
   'command c++ : g++' 'command cc : gcc' 'command nm : binutils'
@@ -33,7 +33,13 @@ case ${1:-} in
     needs+=('command dh : debhelper' 'command dpkg-buildpackage : dpkg-dev' 'command lintian : lintian'
       'command dh_python3 : dh-python')
     ;;
-  lint) needs+=('header benchmark/benchmark.h : libbenchmark-dev' 'command clang-tidy-14 : clang-tidy-14') ;;
+  fuzz)
+    needs+=('command clang++-14 : clang-14' 'command llvm-symbolizer-14 : llvm-14' 'fuzzer clang++-14 : libclang-rt-14-dev')
+    ;;
+  lint)
+    needs+=('header benchmark/benchmark.h : libbenchmark-dev' 'command clang-tidy-14 : clang-tidy-14'
+      'command cppcheck : cppcheck')
+    ;;
 esac
 
 here() {  # KIND NAME
@@ -41,6 +47,7 @@ here() {  # KIND NAME
     command) command -v "$2" ;;
     module) pkg-config --exists "$2" ;;
     header) c++ -E -x c++ - <<<"#if !__has_include(<$2>)"$'\n#error\n#endif' ;;
+    fuzzer) command -v "$2" && ls "$("$2" -print-resource-dir)"/lib/*/libclang_rt.fuzzer* ;;
     font) fc-list -q "$2" ;;
   esac >/dev/null 2>&1
 }

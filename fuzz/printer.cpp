@@ -1,13 +1,19 @@
-// What a printer says: whatever comes, the host gets a documented result in a time that has a bound.
+// What goes to a printer, and what it says: texts, bytes of any kind, scans and answers. Whatever comes, the host gets a
+// documented result in a time that has a bound.
+#include <glib.h>
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <functional>
 #include <set>
+#include <sstream>
 
 #include "api/passbook.h"
 #include "fuzz/line.h"
 #include "fuzz/target.h"
+#include "sim/event_json.h"
 #include "status/status.h"
+#include "wire/mask.h"
 #include "wire/oki.h"
 #include "wire/oli.h"
 
@@ -16,6 +22,158 @@ namespace passbook::fuzz {
 using sim::Family;
 
 namespace {
+
+/// What the printer gets for a text; nothing when it is none. A character that is cut off at the end is left out; there
+/// are such beginnings of which it is a matter of opinion whether a character has them.
+bool converted(const Exact& text, std::string& bytes, bool& isCut) {
+    const char* end = nullptr;
+    if (g_utf8_validate(text.bytes.get(), text.length, &end) == FALSE) {
+        const std::string tail(end, static_cast<std::size_t>(text.bytes.get() + text.length - end));
+        isCut = g_utf8_get_char_validated(tail.data(), static_cast<gssize>(tail.size())) == static_cast<gunichar>(-2);
+        if (!isCut)
+            return false;
+    }
+    gsize written = 0;
+    gchar* const result =
+        g_convert(text.bytes.get(), end - text.bytes.get(), "GB18030", "UTF-8", nullptr, &written, nullptr);
+    if (result != nullptr)
+        bytes.assign(result, written);
+    g_free(result);
+    return result != nullptr;
+}
+
+std::string namesOf(Family family, std::span<const std::uint8_t> bytes) {
+    std::string names;
+    const auto decoder = wire::makeDecoder(family);
+    const auto note = [&](const wire::Command& command) {
+        names += command.name;
+        names += ' ' + std::to_string(command.bytes.size()) + '\n';
+    };
+    decoder->feed(bytes, note);
+    decoder->finish(note);
+    return names;
+}
+
+/// The lines that a text has for the printer: an OLI printer gets one, on an OKI printer an empty line ends the text.
+Texts linesOf(Family family, const std::string& bytes) {
+    if (family == Family::oli)
+        return {bytes};
+    Texts lines;
+    std::istringstream stream(bytes);
+    for (std::string line; std::getline(stream, line) && (!line.empty() || lines.empty());)
+        lines.push_back(line);
+    return lines;
+}
+
+/// Ink lies in the cells of the text alone, and there is some where a letter or a digit stands.
+void requireInk(const sim::Page& page, const sim::event::Text& text) {
+    const auto ink = [&](int top, int bottom) {
+        int dots = 0;
+        for (int y = std::max(0, top); y < std::min(bottom, page.height()); ++y)
+            for (int x = text.ink->left; x < std::min(text.ink->right, page.width()); ++x)
+                dots += page.textInk(x, y) > 0 ? 1 : 0;
+        return dots;
+    };
+    constexpr int around = 5;  // less than lies between two lines
+    if (text.ink->bottom > page.height() || text.ink->right > page.width())
+        return;
+    require(ink(text.ink->top - around, text.ink->top) + ink(text.ink->bottom, text.ink->bottom + around) == 0,
+            "no ink above and below a line");
+    const bool letter =
+        std::any_of(text.bytes.begin(), text.bytes.end(), [](std::uint8_t byte) { return g_ascii_isalnum(byte); });
+    require(!letter || ink(text.ink->top, text.ink->bottom) > 0, "a letter leaves ink");
+}
+
+void printText(Input input) {
+    const int how = input.upTo(7), way = how & 3, x = input.upTo(127), y = input.upTo(63);
+    const Exact text(input.rest());
+    const Family family = way < 2 ? Family::oli : Family::oki;
+    Desk desk({.family = family, .pageWidthDots = 1000, .pageHeightDots = 600});
+    const int result = way == 0   ? YARDO_PR2_PrintData(0, x, y, text.bytes.get(), text.length)
+                       : way == 1 ? passbook_print_text(x, y, text.bytes.get(), text.length)
+                       : way == 2 ? PT_PrintTxtStream("line", 0, 1, 10 * x, 10 * y, text.bytes.get(), text.length)
+                                  : passbook_oki_print_text("line", 1, x, y, text.bytes.get(), text.length);
+    if (text.view().find('\0') != std::string_view::npos)
+        return;
+    std::string bytes;
+    bool isCut = false;
+    const bool isText = converted(text, bytes, isCut);
+    require((isText && result == 0) || ((!isText || isCut) && result == (family == Family::oli ? -60 : -1)),
+            "what is no text is refused, and nothing else: " + std::to_string(result));
+    const auto isControl = [&](char byte) { return g_ascii_iscntrl(byte) && (byte != '\n' || family == Family::oli); };
+    if (result != 0 || std::any_of(bytes.begin(), bytes.end(), isControl))
+        return;
+    desk.printer.finish();
+    constexpr int reach = 3, lineDots = 30;  // a dot is cut off, and the paper moves three at a time
+    const double unit = way % 2 == 0 ? 180 / 25.4 : 1;
+    double top = (way == 0 ? y + 1 : y) * unit;
+    std::size_t seen = 0;
+    for (const std::string& line : linesOf(family, bytes)) {
+        if (!line.empty()) {
+            require(seen < desk.texts.size(), "every line is printed");
+            const sim::event::Text& shown = desk.texts[seen++];
+            require(std::string(shown.bytes.begin(), shown.bytes.end()) == line, "a line is printed as it is");
+            require(std::abs(shown.at.xDots - x * unit) <= reach && std::abs(shown.at.yDots - top) <= reach,
+                    "a line is where it belongs: " + std::to_string(shown.at.xDots) + ", " +
+                        std::to_string(shown.at.yDots) + " for " + std::to_string(x * unit) + ", " +
+                        std::to_string(top));
+            if (how >= 4 && shown.ink)
+                requireInk(*desk.page(), shown);
+        }
+        top += lineDots;
+    }
+    require(seen == desk.texts.size() && desk.mistake.empty(), "nothing else is printed: " + desk.mistake);
+}
+
+void decodeWire(Input input) {
+    const int how = input.byte();
+    const Family family = how % 2 == 0 ? Family::oli : Family::oki;
+    using How = sim::AnswerTrouble::How;
+    const How trouble[] = {How::right, How::pieces, How::missing, How::garbled};
+    const sim::ScenarioFile file{{.family = family,
+                                  .pageWidthDots = 120,
+                                  .pageHeightDots = 120,
+                                  .answers = {{.how = trouble[how >> 1 & 3], .size = 3}}}};
+    const std::string_view bytes = input.rest();
+    const std::size_t piece = 1 + static_cast<std::size_t>(how >> 4 & 7);
+    const bool seen = (how & 128) != 0;  // text is drawn then, which takes its time
+    require(lifeOf(file, bytes, piece, 1, seen) == lifeOf(file, bytes, 4096, 1, false), "pieces make no difference");
+
+    std::vector<std::uint8_t> masked(bytes.begin(), bytes.end());
+    const std::string names = namesOf(family, masked);
+    wire::Masker masker(family);
+    for (std::size_t at = 0; at < masked.size();) {
+        const std::size_t count = std::min(piece, masked.size() - at);
+        masker.send(std::span(masked).subspan(at, count));
+        at += count;
+    }
+    // Half a character is no text, until it is masked.
+    if (names.find("unknown") == std::string::npos)
+        require(namesOf(family, masked) == names, "what is masked decodes as before");
+    masker.answer(masked);
+}
+
+Texts textSeeds() {
+    Texts seeds;
+    for (const char* text :
+         {"100.00", "对账单 100.00", "第一行\nA\n\nno more", "\xE5\xAF", "a\xFF", "€ 𠀀 ﷺ", "\033O\x0C", "\n"})
+        for (const char way : {'\4', '\1', '\6', '\3'})
+            seeds.push_back(std::string{way, '\x10', '\x20'} + text);
+    return seeds;
+}
+
+Texts wireSeeds() {
+    Texts seeds;
+    for (const char how : {'\0', '\x20', '\6', '\1', '\x31', '\xB'})
+        seeds.push_back(how + dayOf(how % 2 == 0 ? Family::oli : Family::oki));
+    for (const auto table : {wire::oliTable(), wire::okiTable()}) {
+        std::string all(1, static_cast<char>(seeds.size() % 2));
+        for (const wire::Row& row : table)
+            (all += row.fixed).append(row.width, '1');
+        seeds.push_back(all);
+    }
+    return seeds;
+}
 
 /// A scan as two bytes of an input ask for it.
 struct Scan {
@@ -78,7 +236,7 @@ Texts scanSeeds(Family family) {
                 const std::string head = {static_cast<char>(first), static_cast<char>(type)};
                 sim::Scenario scenario{.family = family, .pageWidthDots = small, .pageHeightDots = small};
                 scenario.scan.block = block;
-                scenario.scan.fillers = block == 40 && type == 0;
+                scenario.scan.trouble.fillers = block == 40 && type == 0;
                 Desk desk(scenario);
                 Input input(head);
                 (void)Scan(input).run(family);
@@ -157,8 +315,6 @@ constexpr Query queries[] = {
 
 constexpr std::size_t ofOki = 7;  // from there on
 
-}  // namespace
-
 void scanOki(Input input) {
     scan(Family::oki, input, {0, -3, -20, -21, -4, -40, -31});
 }
@@ -194,10 +350,10 @@ Texts oliScanSeeds() {
 Texts replySeeds() {
     Texts seeds;
     for (std::size_t i = 0; i < std::size(queries); ++i)
-        for (const std::size_t split : {std::size_t{0}, std::size_t{2}}) {
+        for (const std::size_t split : {std::size_t{2}, std::size_t{4096}}) {
             Desk desk({.family = i < ofOki ? Family::oli : Family::oki,
                        .stripes = {"6222020200112233445=4912", "2"},
-                       .split = split});
+                       .answers = {{.how = sim::AnswerTrouble::How::pieces, .size = split}}});
             const std::string arguments(8, static_cast<char>(i == 4 || i == 5 ? 62 : 40));
             Input input(arguments);
             (void)queries[i].call(input);
@@ -206,15 +362,15 @@ Texts replySeeds() {
         }
     return seeds;
 }
+constexpr Target table[] = {{"text", 1024, printText, textSeeds},
+                            {"wire", 2048, decodeWire, wireSeeds},
+                            {"oki-scan", 16384, scanOki, okiScanSeeds},
+                            // The room for a side is reserved as the printer announces it, and used as its data come.
+                            {"oli-scan", 16384, scanOli, oliScanSeeds, "commands", 2200},
+                            {"replies", 512, hearReplies, replySeeds}};
 
-Texts replyWords() {
-    using namespace std::string_literals;
-    Texts words = {"\033rP", "\033rQ", "\033ra", "...C..", "...A..", "\x1C", "\033Z", "\x03"s, "\xF0\0"s, "\0"s, "BM"};
-    // Answers begin as commands do.
-    for (const auto table : {wire::oliTable(), wire::okiTable()})
-        for (const wire::Row& row : table)
-            words.emplace_back(row.fixed);
-    return words;
-}
+}  // namespace
+
+const std::span<const Target> printerTargets = table;
 
 }  // namespace passbook::fuzz
