@@ -2,13 +2,13 @@
 #include <glib.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+
 #include <algorithm>
 #include <sstream>
 
 #include "api/passbook.h"
 #include "fuzz/line.h"
 #include "fuzz/target.h"
-#include "sim/event_json.h"
 #include "sim/program/control.h"
 #include "sim/program/desk.h"
 #include "sim/program/replay.h"

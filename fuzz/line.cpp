@@ -98,32 +98,12 @@ void connectTo(Protocol* line) {
     (void)YARDO_PR2_OpenPort("what is open");
 }
 
-std::string dayOfCalls(sim::Family family) {
-    Desk desk({.family = family, .pageWidthDots = 30, .pageHeightDots = 30});
-    const std::string text = "对账单 100.00\n", picture = fileOf("seed.bmp");
-    tests::writeFile(picture, tests::inkedPicture(70, 20, {0, 5}, {0, 3, 66}).bmp(1, true));
-    if (family == sim::Family::oki) {
-        (void)PT_PrintTxtStream("line", 0, 1, 10, 10, text.c_str(), -1);
-        desk.connect();
-        (void)PT_PrintImageFile("line", 0, 1, 10, 10, 0, picture.c_str());
-        desk.connect();
-        (void)PT_Eject("line", 0);
-        return desk.sent;
-    }
-    (void)YARDO_PR2_InitPrinter(2, 1);
-    (void)YARDO_PR2_SetFormat(12, 1, 1, 1);
-    (void)YARDO_PR2_SetUnderLine(1);
-    (void)YARDO_PR2_PrintData(0, 1, 1, text.c_str(), -1);
-    (void)YARDO_PrintBmpOLI(picture.c_str(), false, 0, 0);
-    (void)YARDO_PR2_MSW(0, "6222", 4);
-    (void)YARDO_PR2_EjectPaper();
-    return desk.sent;
-}
-
 }  // namespace
 
 const std::string& dayOf(sim::Family family) {
-    static const std::string oli = dayOfCalls(sim::Family::oli), oki = dayOfCalls(sim::Family::oki);
+    const std::string folder = PASSBOOK_SOURCE_DIR "/fuzz/seeds/wire/";
+    static const std::string oli = tests::readFile(folder + "day-oli").substr(1),
+                             oki = tests::readFile(folder + "day-oki").substr(1);
     return family == sim::Family::oli ? oli : oki;
 }
 

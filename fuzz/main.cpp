@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -32,14 +33,9 @@ namespace passbook::fuzz {
 namespace {
 
 const Target* g_target = nullptr;
-std::string g_seed;  // that is being run
-std::size_t g_held = 0, g_mostHeld = 0;
-int g_errorOutput = STDERR_FILENO;  // libFuzzer closes the one that codecs complain on
-
-const tests::TemporaryDirectory& directory() {
-    static const tests::TemporaryDirectory its;
-    return its;
-}
+std::string g_seed;                              // that is being run
+std::atomic<std::ptrdiff_t> g_held, g_mostHeld;  // GLib has threads
+int g_errorOutput = STDERR_FILENO;               // libFuzzer closes the one that codecs complain on
 
 /// By the name of the file that each has.
 std::map<std::string, std::string> seedsOf(const Target& target) {
@@ -62,13 +58,14 @@ void prepare() {
     (void)std::signal(SIGXFSZ, SIG_IGN);
     (void)passbook_set_temporary_directory(fileOf("").c_str());
     g_errorOutput = dup(STDERR_FILENO);
-    (void)g_iconv_open("UTF-8", "GB18030");  // which is loaded for every text anew otherwise
+    [[maybe_unused]] static const GIConv loaded =
+        g_iconv_open("UTF-8", "GB18030");  // which is loaded for every text anew otherwise
 #ifdef __SANITIZE_ADDRESS__
     const auto taken = [](const volatile void*, std::size_t size) {
-        g_mostHeld = std::max(g_mostHeld, g_held += size);
+        g_mostHeld = std::max<std::ptrdiff_t>(g_mostHeld, g_held += static_cast<std::ptrdiff_t>(size));
     };
     const auto released = [](const volatile void* memory) {
-        g_held -= std::min(g_held, __sanitizer_get_allocated_size(memory));
+        g_held -= static_cast<std::ptrdiff_t>(__sanitizer_get_allocated_size(memory));
     };
     (void)__sanitizer_install_malloc_and_free_hooks(taken, released);
 #endif
@@ -84,7 +81,8 @@ void require(bool holds, const std::string& what) {
 }
 
 std::string fileOf(const std::string& name) {
-    return directory().file(name);
+    static const tests::TemporaryDirectory directory;
+    return directory.file(name);
 }
 
 long long secondsGone() {
@@ -106,13 +104,6 @@ Exact::Exact(std::string_view from) : bytes(new char[from.size()]), length(stati
     std::copy(from.begin(), from.end(), bytes.get());
 }
 
-Texts withFirstByte(const Texts& texts) {
-    Texts result;
-    for (const std::string& text : texts)
-        result.push_back(static_cast<char>(result.size() % 4) + text);
-    return result;
-}
-
 }  // namespace passbook::fuzz
 
 using namespace passbook;
@@ -127,17 +118,18 @@ extern "C" int __wrap_mkstemp(char* name) {
 }
 
 extern "C" [[gnu::visibility("default")]] int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    constexpr std::size_t bytesEach = 16 << 10;
+    constexpr std::ptrdiff_t bytesEach = 16 << 10;
     constexpr double freeSeconds = 4, secondsEach = 0.002;
     tests::virtualClock = {};
     const auto openBefore = tests::openFiles();
     const std::clock_t begin = std::clock();
-    const std::size_t heldBefore = g_mostHeld = g_held;
+    const std::ptrdiff_t heldBefore = g_mostHeld = g_held.load();
     g_target->run(Input({reinterpret_cast<const char*>(data), size}));
     const double seconds = static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC;
-    require(g_mostHeld - heldBefore <= (g_target->freeMegabytes << 20) + bytesEach * size,
+    const auto bytes = static_cast<std::ptrdiff_t>(size);
+    require(g_mostHeld - heldBefore <= (g_target->freeMegabytes << 20) + bytesEach * bytes,
             "memory follows the input, not " + std::to_string(g_mostHeld - heldBefore) + " bytes");
-    require(seconds <= freeSeconds + secondsEach * static_cast<double>(size),
+    require(seconds <= freeSeconds + secondsEach * static_cast<double>(bytes),
             "time follows the input, not " + std::to_string(seconds) + " s");
     require(tests::openFiles() == openBefore, "no file stays open");
     for (const auto& entry : std::filesystem::directory_iterator(fileOf("")))

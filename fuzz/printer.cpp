@@ -1,21 +1,18 @@
 // What goes to a printer, and what it says: texts, bytes of any kind, scans and answers. Whatever comes, the host gets a
 // documented result in a time that has a bound.
 #include <glib.h>
+
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <functional>
 #include <set>
 #include <sstream>
 
 #include "api/passbook.h"
 #include "fuzz/line.h"
 #include "fuzz/target.h"
-#include "sim/event_json.h"
 #include "status/status.h"
 #include "wire/mask.h"
-#include "wire/oki.h"
-#include "wire/oli.h"
 
 namespace passbook::fuzz {
 
@@ -162,44 +159,20 @@ Texts textSeeds() {
     return seeds;
 }
 
-Texts wireSeeds() {
-    Texts seeds;
-    for (const char how : {'\0', '\x20', '\6', '\1', '\x31', '\xB'})
-        seeds.push_back(how + dayOf(how % 2 == 0 ? Family::oli : Family::oki));
-    for (const auto table : {wire::oliTable(), wire::okiTable()}) {
-        std::string all(1, static_cast<char>(seeds.size() % 2));
-        for (const wire::Row& row : table)
-            (all += row.fixed).append(row.width, '1');
-        seeds.push_back(all);
-    }
-    return seeds;
-}
-
 /// A scan as two bytes of an input ask for it.
 struct Scan {
     explicit Scan(Input& input) : first(input.byte()), second(input.byte()) {}
     int first, second;
     [[nodiscard]] bool endless() const { return (first & 64) != 0; }
-    [[nodiscard]] bool bottomUp() const { return (first & 128) != 0; }
     [[nodiscard]] int run(Family family) const {
         const std::string front = fileOf((first & 16) != 0 ? "front.jpg" : "front.bmp"),
                           back = fileOf((first & 32) != 0 ? "back.jpg" : "back.bmp");
-        const int type = first & 3, sides = first >> 2 & 3, dpi = second % 3 * 200;
-        return family == Family::oki ? YARDO_ScantoFileOKI(front.c_str(), back.c_str(), type, 0, 0, 0, false, sides,
-                                                           dpi, bottomUp() ? 1 : 0)
-                                     : YARDO_ScantoFileOLI(front.c_str(), back.c_str(), type, 0, 0, false, sides, dpi,
-                                                           bottomUp() ? 1 : 0);
+        const int type = first & 3, sides = first >> 2 & 3, dpi = second % 3 * 200, direction = first >> 7;
+        return family == Family::oki
+                   ? YARDO_ScantoFileOKI(front.c_str(), back.c_str(), type, 0, 0, 0, false, sides, dpi, direction)
+                   : YARDO_ScantoFileOLI(front.c_str(), back.c_str(), type, 0, 0, false, sides, dpi, direction);
     }
 };
-
-/// The front's and the back's file, where there is one.
-Texts scannedFiles() {
-    Texts files;
-    for (const auto& entry : std::filesystem::directory_iterator(fileOf("")))
-        if (const std::string name = entry.path().filename(); name.starts_with("front") || name.starts_with("back"))
-            files.push_back(tests::readFile(entry.path()));
-    return files;
-}
 
 void scan(Family family, Input input, const std::set<int>& results) {
     const Scan wish(input);
@@ -209,20 +182,16 @@ void scan(Family family, Input input, const std::set<int>& results) {
     // A scan goes on as long as the printer has something to say that belongs to it.
     require(wish.endless() || secondsGone() <= script.patience(),
             "an end in time, not " + std::to_string(secondsGone()) + " s");
-    std::size_t most = 64 << 20;
-    for (const std::string& file : scannedFiles())
-        require(file.size() <= most, "a file of the size of what has come");
-    if (family == Family::oli)
-        for (const std::string& file : scannedFiles()) {
-            tests::writeFile(fileOf("copy"), file);
-            int width = 0, height = 0, offset = 0, bits = 0;
-            require(getBitmapInfo(fileOf("copy").c_str(), &width, &height, &offset, &bits) == 0, "a file is a BMP");
-            const auto size = std::int64_t{54} + (std::int64_t{width} * bits + 31) / 32 * 4 * std::abs(height);
-            require(static_cast<std::int64_t>(file.size()) == size, "a file is there whole");
-        }
-    if (result == 0)
-        for (const auto& entry : std::filesystem::directory_iterator(fileOf("")))
-            require(!entry.path().filename().string().starts_with(".tmp_"), "no temporary file stays");
+    for (const auto& entry : std::filesystem::directory_iterator(fileOf(""))) {
+        const bool temporary = entry.path().filename().string().starts_with(".tmp_");
+        require(result != 0 || !temporary, "no temporary file stays");
+        if (family == Family::oki || temporary)
+            continue;
+        int width = 0, height = 0, offset = 0, bits = 0;
+        require(getBitmapInfo(entry.path().c_str(), &width, &height, &offset, &bits) == 0, "a file is a BMP");
+        const std::int64_t size = 54 + (std::int64_t{width} * bits + 31) / 32 * 4 * std::abs(height);
+        require(static_cast<std::int64_t>(entry.file_size()) == size, "a file is there whole");
+    }
 }
 
 /// Scans of the virtual printer, as a host reads them.
@@ -261,9 +230,7 @@ int readOneStripe(Input& input) {
     const int track = input.upTo(1), length = 2 + input.byte();
     const Exact buffer(std::string(static_cast<std::size_t>(length), '#'));
     const int result = YARDO_PR2_MSR(track, buffer.bytes.get(), length);
-    require(
-        result != 0 || std::find(buffer.bytes.get(), buffer.bytes.get() + length, '\0') != buffer.bytes.get() + length,
-        "the data of the stripe have an end");
+    require(result != 0 || buffer.view().find('\0') != std::string_view::npos, "the data of the stripe have an end");
     return result;
 }
 
@@ -315,14 +282,6 @@ constexpr Query queries[] = {
 
 constexpr std::size_t ofOki = 7;  // from there on
 
-void scanOki(Input input) {
-    scan(Family::oki, input, {0, -3, -20, -21, -4, -40, -31});
-}
-
-void scanOli(Input input) {
-    scan(Family::oli, input, {0, 2, -40, -31});
-}
-
 void hearReplies(Input input) {
     const Query& first = queries[input.upTo(std::size(queries) - 1)];
     const Query& second = queries[input.upTo(std::size(queries) - 1)];
@@ -337,14 +296,6 @@ void hearReplies(Input input) {
         if (protocol == nullptr)
             script.connect();
     }
-}
-
-Texts okiScanSeeds() {
-    return scanSeeds(Family::oki);
-}
-
-Texts oliScanSeeds() {
-    return scanSeeds(Family::oli);
 }
 
 Texts replySeeds() {
@@ -362,12 +313,22 @@ Texts replySeeds() {
         }
     return seeds;
 }
-constexpr Target table[] = {{"text", 1024, printText, textSeeds},
-                            {"wire", 2048, decodeWire, wireSeeds},
-                            {"oki-scan", 16384, scanOki, okiScanSeeds},
-                            // The room for a side is reserved as the printer announces it, and used as its data come.
-                            {"oli-scan", 16384, scanOli, oliScanSeeds, "commands", 2200},
-                            {"replies", 512, hearReplies, replySeeds}};
+constexpr Target table[] = {
+    {"text", 1024, printText, textSeeds},
+    {"wire", 2048, decodeWire, nullptr},
+    {"oki-scan", 16384,
+     [](Input input) {
+         scan(Family::oki, input, {0, -3, -20, -21, -4, -40, -31});
+     },
+     [] { return scanSeeds(Family::oki); }},
+    // The room for a side is reserved as the printer announces it, and used as its data come.
+    {"oli-scan", 16384,
+     [](Input input) {
+         scan(Family::oli, input, {0, 2, -40, -31});
+     },
+     [] { return scanSeeds(Family::oli); }, "commands", 2200},
+    {"replies", 512, hearReplies, replySeeds},
+};
 
 }  // namespace
 

@@ -44,7 +44,7 @@ struct Target {
     void (*run)(Input input);
     Texts (*seeds)();  // besides the files in seeds/NAME
     const char* words = "commands";
-    std::size_t freeMegabytes = 96;  // that pages and codecs take; beyond that, memory follows the input
+    std::ptrdiff_t freeMegabytes = 96;  // that pages and codecs take; beyond that, memory follows the input
 };
 
 extern const std::span<const Target> pictureTargets, printerTargets, fileTargets;
@@ -57,8 +57,5 @@ void require(bool holds, const std::string& what);
 
 /// The seconds that have gone by, by the virtual clock, since the target began.
 [[nodiscard]] long long secondsGone();
-
-/// Seeds that begin with a byte each, which asks for a way to work.
-[[nodiscard]] Texts withFirstByte(const Texts& texts);
 
 }  // namespace passbook::fuzz
