@@ -1,7 +1,7 @@
 // Recognising image files, and turning them into BMP files for the print engine and out of them for the host.
 //
 // Widths and heights above 32767, and pictures whose BMP would be beyond 2^31 - 1 bytes, are refused before
-// memory is taken for them. BMP files are made as temporary files (see makeTempFile).
+// memory is taken for them. BMP files are made as temporary files (see createTempFile).
 #pragma once
 
 #include <cstdio>

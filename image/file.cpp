@@ -229,10 +229,6 @@ FileHandle createTempFile(const char* name) {
     return FileHandle(file);
 }
 
-int makeTempFile(const char* name) {
-    return createTempFile(name) != nullptr ? 0 : -1;
-}
-
 int stripString(unsigned char* text, int length, char separator) {
     int count = 0;
     while (count < length && text[count] != 0) {

@@ -92,9 +92,6 @@ void takeTempFileName(char* name, const char* place);
 /// link that somebody else left there under that name. Null when it cannot be made.
 [[nodiscard]] FileHandle createTempFile(const char* name);
 
-/// The same, for whoever opens it later. 0, or -1.
-[[nodiscard]] int makeTempFile(const char* name);
-
 /// Cuts a text at the first `separator`, which becomes 0. Returns the number of bytes before it, or before
 /// the first 0 byte, or `length` when neither is there.
 [[nodiscard]] int stripString(unsigned char* text, int length, char separator);

@@ -108,7 +108,7 @@ bool SideReceiver::receive(std::uint8_t side) {
 }
 
 bool SideReceiver::receiveData(std::uint32_t size, const unsigned char* begun, std::size_t begunBytes) {
-    FileHandle file(makeTempFile(temporary_) == 0 ? std::fopen(temporary_, "wb") : nullptr);
+    FileHandle file = createTempFile(temporary_);
     if (memory_ == nullptr)
         memory_.reset(new (std::nothrow) unsigned char[blockBytes + fileBufferBytes]);
     if (file == nullptr || memory_ == nullptr)
