@@ -188,10 +188,11 @@ std::string spelledPieces(const std::vector<std::string>& pieces) {
     return input;
 }
 
-Script::Script(std::string_view input, bool repeats) : endless(repeats) {
+Script::Script(std::string_view input, bool repeats) {
     const std::vector<std::string> all = piecesOf(input);
     pieces.assign(all.begin(), all.end());
     count_ = pieces.size();
+    endless = repeats && count_ > 0 && pieces.back() != "late";
     connect();
 }
 
