@@ -61,22 +61,20 @@ void readPage(Input input) {
 }
 
 void readTrace(Input input) {
-    const bool unmasked = input.flag(), json = input.flag();
+    const int how = input.upTo(7);
+    const bool json = how % 2 != 0;
     const std::string path = fileOf("trace");
     tests::writeFile(path, std::string(input.rest()));
-    std::vector<std::string> arguments = {"decode", path};
-    if (unmasked)
-        arguments.emplace_back("--unmasked");
-    if (json)
-        arguments.emplace_back("--json");
-    std::ostringstream out, err;
-    const int status = tool::run(arguments, out, err);
-    require(status == 0 || status == 2, "exit status 0 or 2, not " + std::to_string(status));
-    require(status == 0 || !err.str().empty(), "what is wrong is told");
     sim::Printer printer;
     std::string error;
     require(sim::replay(path, printer, error) == error.empty(), "a trace is printed whole, or what is wrong is told");
-    require(!json || !nlohmann::json::parse(out.str(), nullptr, false).is_discarded(), "the output is JSON");
+    if (how >= 4)  // the tool takes its time
+        return;
+    std::ostringstream out, err;
+    const int status = tool::run({"decode", path, json ? "--json" : "--unmasked"}, out, err);
+    require(status == 0 || status == 2, "exit status 0 or 2, not " + std::to_string(status));
+    require(status == 0 || !err.str().empty(), "what is wrong is told");
+    require(!json || nlohmann::json::accept(out.str()), "the output is JSON");
 }
 
 void readJournal(Input input) {

@@ -20,7 +20,7 @@ mkdir -p "$findings" "$work/corpus" "$work/logs" "$work/counts"
 rm -f "$work"/counts/*
 # The files that the driver prints, scans to and converts: in memory where there is a place for it.
 TMPDIR=$(mktemp -d -p "$([ -w /dev/shm ] && echo /dev/shm || echo "${TMPDIR:-/tmp}")" passbook-fuzz-XXXXXX)
-export TMPDIR LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
+export TMPDIR ASAN_OPTIONS=malloc_context_size=6:quarantine_size_mb=16 LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
 trap 'rm -rf "$TMPDIR"' EXIT
 
 rm -rf "$work/seeds"
