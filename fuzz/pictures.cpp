@@ -121,6 +121,7 @@ void printConverted(IMAGE_FORMAT wanted, int (*convert)(const char*, const char*
     if (good && identifyFileFormat(path.c_str(), &format) == 0 && format == wanted)
         picture = plainBmp(tests::readFile(bmp));
     print(Family::oki, path, turns, picture);
+    print(Family::oli, path, 0, std::nullopt);
 }
 
 /// What the driver writes for an image in memory, and what it returns.
