@@ -58,7 +58,7 @@ void prepare() {
     (void)std::signal(SIGXFSZ, SIG_IGN);
     (void)passbook_set_temporary_directory(fileOf("").c_str());
     g_errorOutput = dup(STDERR_FILENO);
-    [[maybe_unused]] static const GIConv loaded =
+    [[gnu::used]] static const GIConv loaded =
         g_iconv_open("UTF-8", "GB18030");  // which is loaded for every text anew otherwise
 #ifdef __SANITIZE_ADDRESS__
     const auto taken = [](const volatile void*, std::size_t size) {
