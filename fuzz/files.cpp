@@ -163,11 +163,11 @@ void control(Input input) {
     require(!std::getline(answers, more), "no answer without a request: " + more);
 }
 
-constexpr Target table[] = {{"page", 4096, readPage, nullptr, "json"},
-                            {"trace", 4096, readTrace, nullptr, "json"},
-                            {"journal", 4096, readJournal, nullptr, "json"},
-                            {"scenario", 4096, playScenario, nullptr, "json"},
-                            {"control", 4096, control, nullptr, "json"}};
+constexpr Target table[] = {{"page", 4096, readPage, "json"},
+                            {"trace", 4096, readTrace, "json"},
+                            {"journal", 4096, readJournal, "json"},
+                            {"scenario", 4096, playScenario, "json"},
+                            {"control", 4096, control, "json"}};
 
 }  // namespace
 

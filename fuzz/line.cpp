@@ -59,7 +59,7 @@ class DeskLine : public Line {
         desk_.printer.advance(
             std::chrono::milliseconds((virtualClock.microseconds - tests::VirtualClock{}.microseconds) / 1000));
         const auto answer = desk_.printer.takeAnswer();
-        return desk_.pieces.emplace_back(answer.begin(), answer.end());
+        return {answer.begin(), answer.end()};
     }
     void write(std::string_view data) override {
         desk_.sent += data;
@@ -175,17 +175,6 @@ std::vector<std::string> piecesOf(std::string_view input) {
         at += std::min(length, input.size() - at);
     }
     return pieces;
-}
-
-std::string spelledPieces(const std::vector<std::string>& pieces) {
-    std::string input;
-    for (const std::string& piece : pieces) {
-        if (piece.size() >= longPiece)
-            input += static_cast<char>(longPiece + piece.size() / 256);
-        input += static_cast<char>(piece.size() % 256);
-        input += piece;
-    }
-    return input;
 }
 
 Script::Script(std::string_view input, bool repeats) {

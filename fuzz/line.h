@@ -29,9 +29,8 @@ class Desk {
     Desk(const Desk&) = delete;
     Desk& operator=(const Desk&) = delete;
 
-    std::string sent;                 // all that the driver has written
-    std::vector<std::string> pieces;  // what the driver has read, read by read; empty: nothing came
-    std::string mistake;              // the first thing that the printer could not understand
+    std::string sent;     // all that the driver has written
+    std::string mistake;  // the first thing that the printer could not understand
     std::vector<sim::event::Text> texts;
     sim::Printer printer;
 
@@ -47,7 +46,6 @@ class Desk {
 /// Pieces as an input spells them: a byte N below 240 is followed by N bytes, 0 is a read that brings nothing; 240 + H and a
 /// byte L by 256 H + L bytes, of which 240 and 0 let two minutes go by.
 [[nodiscard]] std::vector<std::string> piecesOf(std::string_view input);
-[[nodiscard]] std::string spelledPieces(const std::vector<std::string>& pieces);
 
 /// The driver's open port while this exists: it brings a piece a read and takes everything.
 class Script {

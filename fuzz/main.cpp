@@ -1,7 +1,6 @@
 // The fuzz targets as one program.
-//   passbook_fuzz --seeds DIRECTORY            writes the inputs to begin with into DIRECTORY/TARGET, and a file
-//                                              "targets": name, longest input, dictionary
-//   passbook_fuzz --replay                     runs them, also without libFuzzer: a test of every build
+//   passbook_fuzz --list                       the targets, one a line: name, longest input, dictionary
+//   passbook_fuzz --replay                     runs all seeds, also without libFuzzer: a test of every build
 //   passbook_fuzz TARGET [libFuzzer's arguments]
 #include <glib.h>
 #include <sys/resource.h>
@@ -15,7 +14,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
-#include <map>
 
 #include "api/passbook.h"
 #include "fuzz/target.h"
@@ -36,18 +34,6 @@ const Target* g_target = nullptr;
 std::string g_seed;                              // that is being run
 std::atomic<std::ptrdiff_t> g_held, g_mostHeld;  // GLib has threads
 int g_errorOutput = STDERR_FILENO;               // libFuzzer closes the one that codecs complain on
-
-/// By the name of the file that each has.
-std::map<std::string, std::string> seedsOf(const Target& target) {
-    std::map<std::string, std::string> seeds;
-    for (const std::string& seed : target.seeds != nullptr ? target.seeds() : Texts())
-        seeds["seed-" + std::to_string(seeds.size())] = seed;
-    const std::filesystem::path kept = std::filesystem::path(PASSBOOK_SOURCE_DIR "/fuzz/seeds") / target.name;
-    if (std::filesystem::exists(kept))
-        for (const auto& entry : std::filesystem::directory_iterator(kept))
-            seeds[entry.path().filename()] = tests::readFile(entry.path());
-    return seeds;
-}
 
 /// Sets up what all runs have in common.
 void prepare() {
@@ -137,10 +123,17 @@ extern "C" [[gnu::visibility("default")]] int LLVMFuzzerTestOneInput(const std::
     return 0;
 }
 
+static void replay(const std::string& folder) {
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        g_seed = entry.path().filename();
+        const std::string seed = tests::readFile(entry.path());
+        (void)LLVMFuzzerTestOneInput(tests::octets(seed.data()), seed.size());
+    }
+}
+
 extern "C" [[gnu::visibility("default")]] int LLVMFuzzerInitialize(int* argc, char*** argv) {
-    const std::string wish = *argc > 1 ? (*argv)[1] : "", folder = *argc > 2 ? (*argv)[2] : "";
+    const std::string wish = *argc > 1 ? (*argv)[1] : "";
     prepare();
-    std::string list;
     for (const auto& some : {pictureTargets, printerTargets, fileTargets})
         for (const Target& target : some) {
             g_target = &target;
@@ -150,21 +143,13 @@ extern "C" [[gnu::visibility("default")]] int LLVMFuzzerInitialize(int* argc, ch
                 --*argc;
                 return 0;
             }
-            const auto seeds = wish.starts_with("--") ? seedsOf(target) : std::map<std::string, std::string>();
-            for (const auto& [name, seed] : seeds)
-                if (wish == "--seeds") {
-                    std::filesystem::create_directories(folder + "/" + target.name);
-                    tests::writeFile(folder + "/" + target.name + "/" + name, seed);
-                } else {
-                    g_seed = name;
-                    (void)LLVMFuzzerTestOneInput(tests::octets(seed.data()), seed.size());
-                }
-            list += std::string(target.name) + ' ' + std::to_string(target.longestInput) + ' ' + target.words + '\n';
+            if (wish == "--replay")
+                replay(std::string(PASSBOOK_SOURCE_DIR "/fuzz/seeds/") + target.name);
+            else
+                std::printf("%s %d %s\n", target.name, target.longestInput, target.words);
         }
-    if (wish == "--seeds")
-        tests::writeFile(folder + "/targets", list);
     std::fflush(stdout);
-    std::exit(wish == "--seeds" || wish == "--replay" ? 0 : 2);
+    std::exit(wish == "--list" || wish == "--replay" ? 0 : 2);
 }
 
 #ifdef PASSBOOK_FUZZ_REPLAY

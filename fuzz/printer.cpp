@@ -150,15 +150,6 @@ void decodeWire(Input input) {
     masker.answer(masked);
 }
 
-Texts textSeeds() {
-    Texts seeds;
-    for (const char* text :
-         {"100.00", "对账单 100.00", "第一行\nA\n\nno more", "\xE5\xAF", "a\xFF", "€ 𠀀 ﷺ", "\033O\x0C", "\n"})
-        for (const char way : {'\4', '\1', '\6', '\3'})
-            seeds.push_back(std::string{way, '\x10', '\x20'} + text);
-    return seeds;
-}
-
 /// A scan as two bytes of an input ask for it.
 struct Scan {
     explicit Scan(Input& input) : first(input.byte()), second(input.byte()) {}
@@ -192,26 +183,6 @@ void scan(Family family, Input input, const std::set<int>& results) {
         const std::int64_t size = 54 + (std::int64_t{width} * bits + 31) / 32 * 4 * std::abs(height);
         require(static_cast<std::int64_t>(entry.file_size()) == size, "a file is there whole");
     }
-}
-
-/// Scans of the virtual printer, as a host reads them.
-Texts scanSeeds(Family family) {
-    Texts seeds;
-    const int small = 20;  // dots of the page, or a seed is larger than what is tried
-    for (const int sides : {0, 1, 2})
-        for (const int type : {0, 2, 3})
-            for (const std::size_t block : {std::size_t{40}, std::size_t{4095}}) {
-                const int first = type | sides << 2 | (type == 2 ? 48 : 0) | (type == 3 ? 128 : 0);
-                const std::string head = {static_cast<char>(first), static_cast<char>(type)};
-                sim::Scenario scenario{.family = family, .pageWidthDots = small, .pageHeightDots = small};
-                scenario.scan.block = block;
-                scenario.scan.trouble.fillers = block == 40 && type == 0;
-                Desk desk(scenario);
-                Input input(head);
-                (void)Scan(input).run(family);
-                seeds.push_back(head + spelledPieces(desk.pieces));
-            }
-    return seeds;
 }
 
 struct Range {
@@ -280,8 +251,6 @@ constexpr Query queries[] = {
     {"OKI measures", [](Input&) { return std::max(GetPaperWidth(), GetPaperLength()); }, {-999, 9999}, {}},
 };
 
-constexpr std::size_t ofOki = 7;  // from there on
-
 void hearReplies(Input input) {
     const Query& first = queries[input.upTo(std::size(queries) - 1)];
     const Query& second = queries[input.upTo(std::size(queries) - 1)];
@@ -298,36 +267,20 @@ void hearReplies(Input input) {
     }
 }
 
-Texts replySeeds() {
-    Texts seeds;
-    for (std::size_t i = 0; i < std::size(queries); ++i)
-        for (const std::size_t split : {std::size_t{2}, std::size_t{4096}}) {
-            Desk desk({.family = i < ofOki ? Family::oli : Family::oki,
-                       .stripes = {"6222020200112233445=4912", "2"},
-                       .answers = {{.how = sim::AnswerTrouble::How::pieces, .size = split}}});
-            const std::string arguments(8, static_cast<char>(i == 4 || i == 5 ? 62 : 40));
-            Input input(arguments);
-            (void)queries[i].call(input);
-            seeds.push_back(std::string{static_cast<char>(i), static_cast<char>(i), '\0'} + arguments +
-                            spelledPieces(desk.pieces));
-        }
-    return seeds;
-}
 constexpr Target table[] = {
-    {"text", 1024, printText, textSeeds},
-    {"wire", 2048, decodeWire, nullptr},
+    {"text", 1024, printText},
+    {"wire", 2048, decodeWire},
     {"oki-scan", 16384,
      [](Input input) {
          scan(Family::oki, input, {0, -3, -20, -21, -4, -40, -31});
-     },
-     [] { return scanSeeds(Family::oki); }},
+     }},
     // The room for a side is reserved as the printer announces it, and used as its data come.
     {"oli-scan", 16384,
      [](Input input) {
          scan(Family::oli, input, {0, 2, -40, -31});
      },
-     [] { return scanSeeds(Family::oli); }, "commands", 2200},
-    {"replies", 512, hearReplies, replySeeds},
+     "commands", 2200},
+    {"replies", 512, hearReplies},
 };
 
 }  // namespace

@@ -38,12 +38,12 @@ struct Exact {
 
 using Texts = std::vector<std::string>;
 
+/// Inputs begin with the files in seeds/NAME.
 struct Target {
     const char* name;
     int longestInput;
     void (*run)(Input input);
-    Texts (*seeds)();  // besides the files in seeds/NAME
-    const char* words = "commands";
+    const char* words = "commands";     // the dictionary
     std::ptrdiff_t freeMegabytes = 96;  // that pages and codecs take; beyond that, memory follows the input
 };
 

@@ -4,7 +4,7 @@
 # What it finds is kept in fuzz/findings, the inputs that led somewhere new in build/fuzz/corpus. The exit status is 1
 # when there was a find. A find is run again with
 #     build/fuzz/fuzz/passbook_fuzz TARGET fuzz/findings/FILE
-# When it is mended, its file becomes one of fuzz/seeds/TARGET, or a line of the target's seeds in the sources.
+# When it is mended, its file becomes one of fuzz/seeds/TARGET.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 minutes=${1:-}
@@ -23,16 +23,14 @@ TMPDIR=$(mktemp -d -p "$([ -w /dev/shm ] && echo /dev/shm || echo "${TMPDIR:-/tm
 export TMPDIR ASAN_OPTIONS=malloc_context_size=6:quarantine_size_mb=16 LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
 trap 'rm -rf "$TMPDIR"' EXIT
 
-rm -rf "$work/seeds"
-"$fuzzer" --seeds "$work/seeds" </dev/null >"$work/logs/seeds" 2>&1
-mapfile -t targets <"$work/seeds/targets"
+mapfile -t targets < <("$fuzzer" --list)
 if [ $# -gt 0 ]; then
   wanted=" $* "
   mapfile -t targets < <(printf '%s\n' "${targets[@]}" | while read -r name rest; do
     [[ $wanted != *" $name "* ]] || echo "$name $rest"
   done)
 fi
-[ ${#targets[@]} -gt 0 ] || { echo "fuzz: no such target; there are: $(cut -d' ' -f1 "$work/seeds/targets" | xargs)" >&2; exit 2; }
+[ ${#targets[@]} -gt 0 ] || { echo "fuzz: no such target; there are: $("$fuzzer" --list | cut -d' ' -f1 | xargs)" >&2; exit 2; }
 cores=$(nproc)
 seconds=$([ -n "$minutes" ] && echo $((minutes * 60 * cores / ${#targets[@]})) || echo 20)
 echo "fuzz: ${#targets[@]} targets, $seconds s each, $cores at a time"
@@ -40,7 +38,7 @@ row='%-10s %12s %9s %9s %6s\n'
 
 fuzz() {  # NAME LONGEST WORDS
   local name=$1 most=$2 dictionary=fuzz/words/$3.dict
-  local seeds=$work/seeds/$name corpus=$work/corpus/$name log=$work/logs/$name
+  local seeds=fuzz/seeds/$name corpus=$work/corpus/$name log=$work/logs/$name
   mkdir -p "$corpus"
   local executions=0 edges=0 finds=0 begin=$SECONDS left status
   # A find ends a run; there may be more behind it.
