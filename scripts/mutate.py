@@ -35,9 +35,9 @@ OPERATORS = [
     (r"^(\s+)(?!return|const|static|using|delete|throw|else|case|break|continue|[\w:<>*&]+ [\w]+( =|[({;]))[\w(*].*\);$", r"\1;"),
 ]
 # The quick tests first; those that print whole pages only if these see nothing.
-TARGETS = ("passbook_tests", "signal_tests", "usb_tests")
+TARGETS = ("passbook_tests", "sweep_tests", "usb_tests", "passbook_fuzz_replay")
 PAGES = r"^Page\.|PicturesComeOut"
-STAGES = (["-E", PAGES + "|^[a-z]"], ["-R", "^usb$"], ["-R", PAGES])
+STAGES = (["-E", PAGES + "|^[a-z]"], ["-R", "^(usb|fuzz_replay)$"], ["-R", PAGES])
 
 
 @dataclass(frozen=True)
@@ -156,6 +156,8 @@ def main() -> int:
             finally:
                 copies.put(copy)
             told[result] = told.get(result, 0) + 1
+            if sum(told.values()) % 10 == 0:
+                print(f"mutate: {told}", flush=True)
             if result == "survived":
                 print(f"{change.file}:{change.line}\n  -{change.before.strip()}\n  +{change.after.strip()}", flush=True)
 
