@@ -80,13 +80,6 @@ TEST(Scenario, RulesFireWhenAndDoWhatTheySay) {
          {"@0", paper, status, "?", "@499", "?", "@500", "?", paper, "?"},
          "answer-lost silent|",
          ready + in},
-        // Rules that fire each other come to an end.
-        {R"({"when":{"paper":"taken","each":true},"then":{"insert":true}},
-            {"when":{"paper":"inserted","each":true},"then":{"take":true}},
-            {"name":"a","when":{"after":0},"then":[]},{"name":"a","when":{"after":0,"since":"a","each":true},"then":[]})",
-         {"@0", "\033O", "@20", status, "?"},
-         "*",
-         ready},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.rules);
@@ -109,7 +102,7 @@ TEST(Scenario, RulesFireWhenAndDoWhatTheySay) {
                 printer.receive(std::vector<std::uint8_t>(piece.begin(), piece.end()));
             }
         }
-        EXPECT_TRUE(row.log == "*" || log == row.log) << log;
+        EXPECT_EQ(log, row.log);
         EXPECT_EQ(heard, row.heard);
     }
 }
@@ -150,12 +143,10 @@ TEST(Scenario, OneThatIsWrongIsToldWithItsPlace) {
         {"[]", "s.json:1: the scenario must be an object"},
         {std::string(100000, '['), "s.json: line 1: goes deeper"},
         {"{\"rules\":[],\n\"rules\":[]}", "s.json: line 2: /rules stands twice"},
-        {"{\"wobble\":1}", "s.json:1: /wobble is not known here"},
         {"{\"start\":{\n\"status\":16}}", "s.json:2: /start/status must be a number from 1 to 15"},
         {R"({"family":"oki","start":{"stripes":["1"]}})", "s.json:1: /start/stripes is for printers of the family oli"},
         {R"({"start":{"takenAfter":-1}})", "s.json:1: /start/takenAfter must be a number from 0"},
         {R"({"start":{"scan":{"block":1}}})", "s.json:1: /start/scan/block must be"},
-        {R"({"rules":7})", "s.json:1: /rules must be a list"},
         {R"({"rules":[{"when":{"text":"a"}}]})", "s.json:1: /rules/0 has no \"then\""},
         {R"({"rules":[{"when":{},"then":[]}]})", "s.json:1: /rules/0/when needs one of \"command\""},
         {R"({"rules":[{"when":{"text":"","byte":1},"then":[]}]})", "s.json:1: /rules/0/when may have only one of"},

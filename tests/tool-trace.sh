@@ -94,14 +94,10 @@ done <<'END'
 2|^$|not a regular file|passbook --trace /dev/null --port null raw 00
 2|^$|is no whole trace|(umask 77; echo x >other); passbook --trace other --port null raw 00
 0|handed over|^passbook: the trace is not complete|head -c 65536 /dev/zero >big; "$SIM" -- bash -c 'ulimit -f 1; passbook --trace full --port {} raw --file big'
-2|^$|big: line 1: this is no trace|passbook decode big
-2|^$|missing: No such file|passbook decode missing
 2|YARDO|day.cut: line [0-9]+: the line is cut short|head -c 3000 day >day.cut; passbook decode day.cut
 1|^$|line 3: the line is damaged|{ head -n 2 day; echo '{]'; } >day.odd; "$SIM" --replay day.odd
-2|^$|not bytes in hexadecimal|passbook --port null raw 1B 6
 2|^$|nothing to send|passbook --port null raw
 2|^$|other characters|passbook --port null stripe write $'1\x1d\e\\'
-2|^$|cannot do this|passbook --port null --family oki stripe read
 3|^$|no such device|passbook --port none raw 00
 END
 expect 0 'read back' '^$' "$sim" -- passbook --port {} stripe write --track 1 42

@@ -24,7 +24,6 @@ printf '{"steps": [%s]}' "$page" >quick-oki.json
 printf '{"steps": [\n%s,\n{"text": "far", "x": 500, "y": 9, "z": 1}]}' "$page" >beyond.json
 printf '{"steps": [{"lines": ["a", "b"], "x": 1, "y": 1, "spacing": 1}]}' >overlap.json
 printf '{"steps": [' >half.json
-printf '%0.s[' {1..3000} >deep.json
 
 # Columns: the families, and behind a colon the printer's options, with _ for spaces; the exit status; a pattern for
 # standard error, or - for silence; the arguments. Status 2 is nonsense: one line, and nothing sent. A printer without
@@ -117,9 +116,7 @@ oli,oki 2 no_result                     explain nonsense 5
 oli,oki 2 No_such_file                  decode nosuch
 oli,oki 2 this_is_no_trace              decode page.json
 oli,oki 2 cannot_be_opened              page nosuch.json
-oli,oki 2 line_1                        page picture.pbm
 oli,oki 2 line_1                        page half.json
-oli,oki 2 line_1                        page deep.json
 oli,oki 2 overlaps./steps/0             page overlap.json
 oli,oki 2 --journal                     page --resume page.json
 oli,oki 2 cannot                        --trace nosuch/trace status
