@@ -20,6 +20,13 @@ PROJECT = {
                 line.write(b"%d\\r" % number)
             assert passbook_oli.wait_for("text")["text"] == str(number)
 
+        def test_ten_at_once(passbook_printer):
+            printers = [passbook_printer(family) for family in ("oli", "oki") * 5]
+            for number, printer in enumerate(printers):
+                with open(printer.path, "wb") as line:
+                    line.write(b"%d\\r" % number)
+            assert [printer.wait_for("text")["text"] for printer in printers] == [str(n) for n in range(10)]
+
         @pytest.mark.passbook("oki", stripe0="4711")
         @pytest.mark.passbook(page_size="80x100")
         def test_families(passbook_oli):
@@ -87,7 +94,7 @@ def left_behind(project):
 
 def test_runs(project):
     told, _ = run(project, "test_all.py").communicate(timeout=200)
-    assert " 103 passed, 2 errors in " in told, told
+    assert " 104 passed, 2 errors in " in told, told
     assert re.search("--page-size: .*wobble", told) and re.search(r"exit status \d+", told), told
     assert left_behind(project) == []
 
