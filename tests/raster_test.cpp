@@ -23,9 +23,6 @@ TEST(OliPicture, GoesWhereItBelongs) {
     const std::string blank60 = spelled(std::string(180, '\0')), printed = "^!G1^/10188^|A004" + run1;
     const Call twoStrips = inked(8, 40, {7, 35}, {0}, 50, 100), twoRuns = inked(160, 3, {0}, {0, 100}, 0, 0);
     const Dialogue dialogues[] = {
-        {"no ink", inked(40, 50, {}, {}, 5, 5), 0, "^!G1"},
-        {"ink in the last partial byte only", inked(15, 30, {0, 29}, {14}, 5, 5), 0, "^!G1"},
-        {"first ink in row 9, at the left edge", inked(8, 10, {9}, {0}, 0, 0), 0, "^!G1^/10012^|A000" + run1},
         {"7 blank rows, 5 between strips", twoStrips, 0,
          "^!G1^/10140^|A033^1A000<02><00><00>^2^/10176^|A033^1A000<04><00><00>^2"},
         {"60 blank columns are sent", inked(160, 3, {0}, {60, 121}, 0, 0), 0,
@@ -38,7 +35,6 @@ TEST(OliPicture, GoesWhereItBelongs) {
         {"too far left", dotAt(-1, 0), -1, ""},
         {"too far right", dotAt(1500, 0), -1, ""},
         {"too far up", dotAt(0, -1), -1, ""},
-        {"too far down", dotAt(0, 7500), -1, ""},
         {"the last row too far down", dotAt(0, 7473), -1, ""},
         {"a run that would begin too far right", inked(800, 3, {0}, {0, 700}, 1000, 0), -1, "^!G1^/10000^|A666" + run1},
     };
