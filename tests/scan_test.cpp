@@ -74,7 +74,6 @@ TEST_F(Scan, OkiStreamsBecomeFiles) {
     } rows[] = {
         {"whole with the header", {head + all, end, none}, 0, image, "", ""},
         {"both sides, in blocks", both, 0, image, image, line + line},
-        {"the back side only", {none, head, all, end}, 0, "", image, line},
         {"blocks of 8 in between", {head, drop, first, drop, rest, end, none}, 0, image, "", line},
         {"many blocks of 8", among, 0, std::string(26000, '+'), "", "read bmp data 26000 ok!\n"},
         {"one after a long pause", {head, first, "`130`" + drop, rest, end, none}, 0, image, "", line},
@@ -177,7 +176,7 @@ TEST_F(Scan, OliMessagesBecomeFiles) {
         return std::string(text);
     };
     const auto received = [&](int count) { return told(32, 10, count, 40); };
-    const std::string half = data.substr(0, 20), late = "`130`", end2 = "<03>2    ", back1 = "`w-7200`";
+    const std::string half = data.substr(0, 20), late = "`130`", back1 = "`w-7200`";
     const struct {
         const char* name;
         Replies messages;
@@ -215,9 +214,6 @@ TEST_F(Scan, OliMessagesBecomeFiles) {
          0,
          bytes("18000000E000000000000000"),
          told(5, 3, 1, 1)},
-        {"12 bits", {oliHeader(12, 2), start, "<AB><CD><EF>", end2}, 0, bytes("ABC00000DEF00000"), told(12, 2, 3, 3)},
-        {"3 x 4 bits", {oliHeader(3, 2), start, "<12>4V", end2}, 0, bytes("1230000045600000"), told(3, 2, 3, 3), 1},
-        {"1 x 24 bits", {oliHeader(1, 2), start, "abcdef", end2}, 0, bytes("6162630064656600"), told(1, 2, 6, 6), 3},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -226,15 +222,9 @@ TEST_F(Scan, OliMessagesBecomeFiles) {
                   std::tuple(row.result, row.rows, row.output));
         EXPECT_FALSE(outcome.unread);
     }
-    const Replies whole = oliReplies({header, start, data, end10});
-    EXPECT_EQ(scan(oli(0, 0, 1), whole).result, 0);
-    EXPECT_EQ(readFile(front).substr(18, 8), bytes("20 00 00 00 0A 00 00 00"));  // bottom-up
     // Both sides: a header speaks for both, a failed front does not stop the back, the last failure counts.
     EXPECT_EQ(scan(oli(0, 2), oliReplies({header, start, "", start, data, end10})).result, -40);
     EXPECT_EQ(rowsOf(front) + rowsOf(back), data);
-    EXPECT_EQ(scan(oli(0, 1), whole).result, 0);
-    EXPECT_EQ(rowsOf(back), data);
-    EXPECT_FALSE(std::filesystem::exists(front));
 }
 
 TEST_F(Scan, ExchangesAndConfigurationTellWhatWentWrong) {
