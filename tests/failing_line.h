@@ -18,26 +18,10 @@ namespace passbook::tests {
 class FailingLine : public DeviceFile {
  public:
     /// The host is told of the first three and of the last. Junk and death have no end.
-    enum Fault {
-        none,
-        error,
-        interrupted,
-        cutShort,
-        truncated,
-        doubled,
-        silence,
-        garbage,
-        byteLost,
-        byteAdded,
-        late,
-        junk,
-        dead,
-        faults
-    };
+    enum Fault { none, error, interrupted, cutShort, halved, doubled, silence, garbage, lost, added, late, junk, dead };
     static constexpr const char* names[] = {"none",    "error",        "interrupted",  "short",       "half lost",
                                             "doubled", "silence",      "garbage",      "a byte lost", "a byte inserted",
                                             "late",    "endless junk", "dead for good"};
-    static_assert(std::size(names) == faults);
     using Plan = std::map<int, Fault>;
 
     FailingLine(const std::string& path, const sim::Scenario& scenario, Plan plan)
@@ -114,15 +98,15 @@ class FailingLine : public DeviceFile {
         if (dead_)
             fault = dead;
         const std::size_t middle = data.size() / 2;
-        if (fault == truncated || fault == cutShort)
+        if (fault == halved || fault == cutShort)
             data.resize((data.size() + (fault == cutShort ? 1 : 0)) / 2);
         if (fault == doubled)
             data += std::string(data);
         if (fault == silence)
             data.clear();
-        if (fault == byteLost)
+        if (fault == lost)
             data.erase(middle, 1);
-        if (fault == byteAdded)
+        if (fault == added)
             data.insert(middle, 1, 'x');
         for (char& byte : data)
             byte = static_cast<char>(byte ^ (fault == garbage ? 0x55 : 0));

@@ -315,15 +315,12 @@ ScriptedPort* openScripted() {
 }
 
 /// An answer that could not be decoded is remembered beyond the port, as data_len; one that can be clears it.
-void clearLateAnswer(ScriptedPort* port) {
-    port->failWrite = 0;
-    port->replies = {"", "...C.."};
-    EXPECT_EQ(YARDO_PR2_GetPaperStatus(), 4);
-}
-
 void closeScripted(ScriptedPort* port) {
-    if (protocol != nullptr)
-        clearLateAnswer(port);
+    if (protocol != nullptr) {
+        port->failWrite = 0;
+        port->replies = {"", "...C.."};
+        EXPECT_EQ(YARDO_PR2_GetPaperStatus(), 4);
+    }
     (void)YARDO_PR2_ClosePort();
 }
 }  // namespace

@@ -3,6 +3,10 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <pty.h>
+#include <termios.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <deque>
@@ -103,6 +107,36 @@ class DeviceFile {
     int descriptor = -1;
 };
 
+/// Both ends of a pseudo-terminal; ours is the printer's.
+struct Pty {
+    int printer = -1, host = -1;
+    std::string name;  // relative to /dev
+
+    Pty() {
+        char path[64];
+        EXPECT_EQ(openpty(&printer, &host, path, nullptr, nullptr), 0);
+        name = std::string(path).substr(5);
+    }
+    ~Pty() {
+        (void)close(printer);
+        (void)close(host);
+    }
+    [[nodiscard]] termios settings() const {
+        termios result{};
+        EXPECT_EQ(tcgetattr(host, &result), 0);
+        return result;
+    }
+    void write(const std::string& text) const {
+        EXPECT_EQ(::write(printer, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    }
+    [[nodiscard]] std::string read() const {
+        pollfd ready{printer, POLLIN, 0};
+        char buffer[4096];
+        const ssize_t count = poll(&ready, 1, 1000) > 0 ? ::read(printer, buffer, sizeof buffer) : 0;
+        return count > 0 ? std::string(buffer, static_cast<std::size_t>(count)) : "";
+    }
+};
+
 /// A port that records what is written and reads what it was told to.
 class ScriptedPort : public Protocol {
  public:
@@ -116,8 +150,6 @@ class ScriptedPort : public Protocol {
     int ReadPipe(unsigned char* buffer) override;
     int WritePipe(const unsigned char* data) override;
     int CloseDevice() override;
-
-    [[nodiscard]] std::string sent() const { return spelled(writes); }
 };
 
 /// An open PR2 port on a scripted transport, a fresh clock, and no answers left over from another test.

@@ -123,7 +123,7 @@ struct Trouble {
 
 std::vector<Trouble> troubles() {
     std::vector<Trouble> all;
-    for (int fault = FailingLine::error; fault < FailingLine::faults; ++fault)
+    for (int fault = FailingLine::error; fault <= FailingLine::dead; ++fault)
         all.push_back({FailingLine::names[fault], static_cast<FailingLine::Fault>(fault)});
     for (const auto& [name, call, forGood, at] : {
              std::tuple{"no memory once", "allocation", false, 0U},
@@ -273,9 +273,13 @@ INSTANTIATE_TEST_SUITE_P(Days, EveryFault, testing::Combine(testing::ValuesIn(fa
 
 TEST_F(Sweep, HasEveryFunction) {
     std::set<std::string> swept, exported;
-    for (const auto family : families)
-        for (const auto& [function, events, outputs] : firstDay(family, ports[0]).steps)
+    for (const auto family : families) {
+        const Done first = firstDay(family, ports[0]);
+        for (const auto& [function, events, outputs] : first.steps)
             swept.insert(function);
+        for (const Port& port : ports)
+            EXPECT_EQ(firstDay(family, port).sent, first.sent) << port.name;
+    }
     const std::string header = readFile(PASSBOOK_SOURCE_DIR "/api/passbook.h");
     const std::regex name(R"re(PASSBOOK_API int ((?:YARDO|PT|passbook_oki|passbook_print)_\w+)\()re");
     for (std::sregex_iterator at(header.begin(), header.end(), name), none; at != none; ++at)

@@ -56,13 +56,12 @@ class Page : public Day {
  protected:
     static constexpr int texts = 26;  // with the image and what is around it 30 steps
 
-    static std::string textOf(int i) { return "line " + std::to_string(100 + i); }
-
     void describe(sim::Family family) {
         oli_ = family == sim::Family::oli;
         nlohmann::json page = {{"family", oli_ ? "oli" : "oki"}, {"eject", true}};
         for (int i = 0; i < texts; ++i)
-            page["steps"].push_back({{"text", textOf(i)}, {"x", 10 + i % 2 * 60}, {"y", 10 + 4.3 * i}});
+            page["steps"].push_back(
+                {{"text", "line " + std::to_string(100 + i)}, {"x", 10 + i % 2 * 60}, {"y", 10 + 4.3 * i}});
         page["steps"].push_back({{"image", "a.png"}, {"x", 12.3}, {"y", 130.1}});
         if (oli_)
             page["steps"].insert(page["steps"].begin() + 9,
@@ -197,12 +196,12 @@ class Page : public Day {
         }
         EXPECT_GT(looks, texts);
         EXPECT_TRUE(skips_ > texts && reprints_ > texts) << "what is asked could be known";
-        for (int fault = FailingLine::error; fault < FailingLine::byteLost; ++fault) {
+        for (int fault = FailingLine::error; fault < FailingLine::lost; ++fault) {
             for (int at = 1; at <= transfers && !HasFailure(); ++at) {
                 SCOPED_TRACE("fault " + std::to_string(fault) + " of transfer " + std::to_string(at));
                 looks = print({.fault = static_cast<FailingLine::Fault>(fault), .transfer = at});
                 // Bytes that the line takes and loses nobody can know of.
-                const bool visible = fault < FailingLine::truncated;
+                const bool visible = fault < FailingLine::halved;
                 EXPECT_TRUE(!visible || ink_ == wanted_) << testing::PrintToString(ink_) << told_;
                 auto counts = byText(ink_);
                 for (const auto& [text, count] : byText(wanted_))

@@ -8,7 +8,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 #include <numeric>
 #include <optional>
 #include <regex>
@@ -146,12 +145,6 @@ class UsbPrinter {
     std::unique_ptr<sim::UsbPort> port_;
 };
 
-/// Opens the port "USB", with a short time-out if a transfer shall hang or be answered with nothing.
-void openUsb(int timeoutMs = 0) {
-    if (PRSinit("USB") == 0 && timeoutMs > 0)
-        dynamic_cast<HidUsb&>(*protocol).timeoutMs = timeoutMs;
-}
-
 /// Whether the printer can be used.
 bool printsALine() {
     const int results[] = {YARDO_PR2_OpenPort("USB"), YARDO_PR2_LR(), YARDO_PR2_ClosePort()};
@@ -161,12 +154,12 @@ bool printsALine() {
 /// A host with a timer of a kilohertz, whose handler interrupts the system's calls or has them made again.
 class Signals {
  public:
-    explicit Signals(bool wanted, int flags) {
+    explicit Signals(int flags) {
         struct sigaction action {};
         action.sa_handler = [](int) {};
         action.sa_flags = flags;
         EXPECT_EQ(sigaction(SIGALRM, &action, nullptr), 0);
-        every(wanted ? 1000 : 0);
+        every(1000);
     }
     ~Signals() { every(0); }
 
@@ -177,42 +170,30 @@ class Signals {
     }
 };
 
-// The same happens on every port, whatever signals the host gets meanwhile, and takes as long.
+// The same happens on a line and on the USB, whatever signals the host gets meanwhile.
 TEST_F(Usb, ADayIsTheSameOnEveryPort) {
     for (const auto family : {sim::Family::oli, sim::Family::oki}) {
         Events first;
-        for (const bool usb : {false, true}) {
-            std::optional<std::int64_t> took;
-            for (const auto& [signals, flags, parallel] :
-                 {std::tuple(false, 0, false), {true, 0, false}, {true, SA_RESTART, true}}) {
-                SCOPED_TRACE(testing::Message()
-                             << "family " << static_cast<int>(family) << ", usb " << usb << ", flags " << flags);
-                std::optional<sim::RunningPrinter> line;
-                std::optional<UsbPrinter> device;
-                if (usb)
-                    device.emplace(sim::UsbDevice{}, scenario(family));
-                else
-                    line.emplace(scenario(family));
-                if (parallel && line)
-                    redirectedPaths["/dev/lp0"] = "/dev/" + line->name();
-                const std::string port = usb ? "USB" : parallel ? "lpt1" : line->name();
-                {
-                    const Signals timer(signals, flags);
-                    readSeconds_ = usb ? 10 : 1;
-                    virtualClock = {};
-                    EXPECT_TRUE(spend(steps(family, port)));
-                }
-                if (line)
-                    line->stop();
-                const auto events = usb ? device->takeEvents() : shown(line->takeEvents());
-                if (first.empty())
-                    first = events;
-                EXPECT_EQ(events, first);
-                const std::int64_t now = virtualClock.microseconds;
-                EXPECT_EQ(now, took.value_or(now));
-                took = now;
-                redirectedPaths.clear();
+        for (const auto& [usb, flags] : {std::pair(false, 0), {false, SA_RESTART}, {true, 0}, {true, SA_RESTART}}) {
+            SCOPED_TRACE(testing::Message()
+                         << "family " << static_cast<int>(family) << ", usb " << usb << ", flags " << flags);
+            std::optional<sim::RunningPrinter> line;
+            std::optional<UsbPrinter> device;
+            if (usb)
+                device.emplace(sim::UsbDevice{}, scenario(family));
+            else
+                line.emplace(scenario(family));
+            {
+                const Signals timer(flags);
+                readSeconds_ = usb ? 10 : 1;
+                EXPECT_TRUE(spend(steps(family, usb ? "USB" : line->name())));
             }
+            if (line)
+                line->stop();
+            const auto events = usb ? device->takeEvents() : shown(line->takeEvents());
+            if (first.empty())
+                first = events;
+            EXPECT_EQ(events, first);
         }
         EXPECT_GT(first.size(), 8U);
     }
@@ -311,7 +292,8 @@ TEST_F(Usb, WhatATransferCameTo) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         UsbPrinter printer;
-        openUsb(row.fault == sim::UsbFault::hang ? 100 : 1000);
+        ASSERT_EQ(PRSinit("USB"), 0);
+        dynamic_cast<HidUsb&>(*protocol).timeoutMs = row.fault == sim::UsbFault::hang ? 100 : 1000;
         ASSERT_EQ(SendData(octets("\x1Bj"), 2), 2);
         libusb.transfer = row.transfer;
         printer->setFault(row.fault, 1);
@@ -338,11 +320,7 @@ TEST_F(Usb, WithoutADeviceNothingIsTransferred) {
 }
 
 TEST_F(Usb, TheTimeOutIsThatOfTheMomentOfOpening) {
-    constexpr std::pair<int, unsigned> rows[] = {{0, 0},
-                                                 {10, 10'000},
-                                                 {2'147'483, 2'147'483'000},
-                                                 {2'147'484, 2'147'483'647},
-                                                 {std::numeric_limits<int>::max(), 2'147'483'647}};
+    constexpr std::pair<int, unsigned> rows[] = {{0, 0}, {2'147'483, 2'147'483'000}, {2'147'484, 2'147'483'647}};
     for (const auto& [seconds, timeoutMs] : rows) {
         UsbPrinter printer;
         g_timeout = seconds;
