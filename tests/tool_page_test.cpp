@@ -35,12 +35,12 @@ class DeadlyLine : public FailingLine {
     DeadlyLine(const sim::Scenario& scenario, Fault fault, int at, int deadlyWrite)
         : FailingLine("/dev/line", scenario, fault, at), deadly_(deadlyWrite) {}
     ssize_t write(const std::string& data) override {
-        if (++writes != deadly_)
+        if (++attempts != deadly_)
             return FailingLine::write(data);
         (void)FailingLine::write(data.substr(0, data.size() / 2));
         throw Killed{};
     }
-    int writes = 0;
+    int attempts = 0;
 
  private:
     int deadly_;
@@ -181,7 +181,7 @@ class Page : public Day {
         ASSERT_EQ(print({}), 0);
         wanted_ = ink_;
         ASSERT_GT(wanted_.size(), texts);
-        const int transfers = line_->transfers, writes = line_->writes, journalCalls = JournalDeath::calls;
+        const int transfers = line_->transfers, writes = line_->attempts, journalCalls = JournalDeath::calls;
         ASSERT_GT(journalCalls, 2 * texts);
         int looks = 0;
         for (int at = 1; at <= writes && !HasFailure(); ++at) {
@@ -240,7 +240,7 @@ TEST_F(Page, JournalsOfOthersAndDamagedOnesAreRefused) {
     tool::Journal other;
     EXPECT_EQ(other.open("journal", true, 30), "");
     EXPECT_EQ(passbook({"--resume"}), 2) << "another process has it";
-    EXPECT_EQ(line_->writes, 40) << "something was sent";
+    EXPECT_EQ(line_->attempts, 40) << "something was sent";
 }
 
 }  // namespace
