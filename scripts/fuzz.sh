@@ -60,7 +60,7 @@ fuzz() {  # NAME LONGEST WORDS
 }
 
 for target in "${targets[@]}"; do
-  while [ "$(jobs -pr | wc -l)" -ge "$cores" ]; do wait -n; done
+  while [ "$(jobs -pr | wc -l)" -ge "$cores" ]; do wait -n || true; done
   # shellcheck disable=SC2086  # three words
   fuzz $target &
 done
