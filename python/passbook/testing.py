@@ -9,7 +9,6 @@ in the PATH. passbook_oli and passbook_oki are printers of these families, passb
 @pytest.mark.passbook(stripe0="4711", taken_after=2) gives them options.
 """
 
-import functools
 import io
 import json
 import os
@@ -47,14 +46,7 @@ base=${TMPDIR:-/tmp}
 [ ${#base} -le 80 ] || base=/tmp  # the name of a socket is short
 directory=$(mktemp -d "$base/passbook.XXXXXX") || exit 1
 mkdir "$directory/pages"
-if [ "$1" = yes ]; then
-  shift
-  set -- "$@" --control "$directory/control" --pages "$directory/pages"
-else
-  shift
-  set -- "$@" --page "$directory/page.png"
-fi
-"$@" &
+"$@" --control "$directory/control" --pages "$directory/pages" &
 printer=$!
 echo "kept: $printer $directory"
 exec >/dev/null 2>&1
@@ -119,12 +111,6 @@ class Control:
         self._socket.close()
 
 
-@functools.cache
-def _options_of(program: str) -> frozenset[str]:
-    told = subprocess.run([program, "--help"], capture_output=True, text=True, timeout=_START_S, check=True)
-    return frozenset(word.rstrip(",") for word in told.stdout.split() if word.startswith("--"))
-
-
 def _program() -> str:
     program = os.environ.get("PASSBOOK_SIM") or shutil.which("passbook-sim")
     if not program:
@@ -162,7 +148,6 @@ class VirtualPrinter:
 
     def _start(self) -> None:
         program = _program()
-        known = _options_of(program)
         # Files without a name: nothing is left of them, however the tests end.
         self._log, self._errors = os.memfd_create("events"), os.memfd_create("errors")
         self._read = 0
@@ -178,10 +163,9 @@ class VirtualPrinter:
         arguments = [program, f"--family={self.family}", f"--events=/proc/self/fd/{self._log}"]
         for name, value in {**self._options, "scenario": scenario and os.fspath(scenario)}.items():
             arguments += _argument(name, value)
-        controlled = {"--control", "--pages"} <= known
         try:
             self._keeper = subprocess.Popen(
-                ["/bin/sh", "-c", _KEEPER, "passbook-keeper", "yes" if controlled else "no", *arguments],
+                ["/bin/sh", "-c", _KEEPER, "passbook-keeper", *arguments],
                 stdin=subprocess.PIPE,
                 stdout=subprocess.PIPE,
                 stderr=self._errors,
@@ -189,8 +173,7 @@ class VirtualPrinter:
                 start_new_session=True,
             )
             self._port, self._pid, self._directory = self._await_start(self._keeper)
-            if controlled:
-                self.control = Control(self._directory / "control")
+            self.control = Control(self._directory / "control")
         except BaseException:
             self._end()
             raise
@@ -303,13 +286,11 @@ class VirtualPrinter:
         return pages[-1] if pages else None
 
     def pages(self) -> list[Any]:
-        """The pictures of all pages with something on them; only the last one, if passbook-sim has no --pages."""
+        """The pictures of all pages with something on them."""
         if self._keeper is None:
             raise PrinterError("the printer was stopped, and its pages are gone")
         self.settle()
-        if self.control is None:
-            printed = any(each["event"] in ("text", "bitmap") for each in self._all_events())
-            return [_picture(self._directory / "page.png")] if printed else []
+        assert self.control
         ended = sorted((self._directory / "pages").glob("*.png"))
         if not self.running or (self.control.request(page="texts").get("page") or 0) <= len(ended):
             return [_picture(page) for page in ended]
@@ -320,9 +301,8 @@ class VirtualPrinter:
     # ---- Trouble
 
     def do(self, *actions: Mapping[str, Any]) -> None:
-        """Has things happen now, as in the rules of a scenario: do({"jam": True}). Needs --control of passbook-sim."""
-        if self.control is None:
-            raise PrinterError("this passbook-sim has no --control")
+        """Has things happen now, as in the rules of a scenario: do({"jam": True})."""
+        assert self.control
         self.control.request(do=list(actions))
 
     def stall(self) -> None:
