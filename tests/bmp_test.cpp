@@ -31,6 +31,9 @@ TEST(Bmp, FilesGiveTheirRowsTopFirstOrTheirCode) {
         {"4 bits, three colours",
          BmpHeader{4, 1, 4, 70, 3}.text() + bytes("01010100 02020200 03030300 09090900 01230000"), 0,
          bytes("01020300")},
+        {"4 bits, half a table", BmpHeader{4, 1, 4, 62}.text() + bytes("01010100 02020200 01230000"), 0,
+         bytes("01020000")},
+        {"rows at the start", BmpHeader{.width = 3, .height = -4, .dataOffset = 0}.text(), 0, "BM"},
         {"depth 16", BmpHeader{.bitsPerPixel = 16}.text() + rows, 0, "xxxxxxxxxxxxxxxx"},
         {"a colour table behind the end", BmpHeader{.bitsPerPixel = 1, .infoSize = 0xFFFFFFF0}.text() + rows, 0},
         {"more colours than there can be",
@@ -64,8 +67,8 @@ TEST(Bmp, FilesGiveTheirRowsTopFirstOrTheirCode) {
 TEST(Bmp, FilesAreWrittenAsTheFormatSays) {
     const TemporaryDirectory directory;
     const std::string path = directory.file("a.bmp"), pixels(8, 'p');
-    const auto save = [&](int width, int height, const char* to) {
-        return saveImageASBMP(width, height, 8, 0, 12, octets(pixels.data()), to);
+    const auto save = [&](int width, int height, const char* to, int bits = 8, int mode = 12) {
+        return saveImageASBMP(width, height, bits, 0, static_cast<char>(mode), octets(pixels.data()), to);
     };
     // The colour mode changes the depth that the header tells, and no size.
     EXPECT_EQ(save(3, 2, path.c_str()), 0);
@@ -73,6 +76,13 @@ TEST(Bmp, FilesAreWrittenAsTheFormatSays) {
     // 31 bits hold its rows, but not the file.
     EXPECT_EQ((std::vector{save(3, 2, nullptr), save(4, 0x1FFFFFFF, path.c_str()), save(8, -1, path.c_str())}),
               (std::vector{-2, -3, -3}));
+    EXPECT_EQ((std::vector{save(8, 8, path.c_str(), 0), save(8, 8, path.c_str(), -1)}), (std::vector{0, -3}));
+    std::string depths;
+    EXPECT_EQ(GetBMPheaderSize(-1) + GetBMPheaderSize(0) + GetBMPheaderSize(23) + GetBMPheaderSize(24),
+              4 * 54 + 4 * (256 + 1 + (1 << 23) + 256));
+    for (int mode = 0; mode < 8 && save(3, 2, path.c_str(), 8, mode) == 0; ++mode)
+        depths += std::to_string(readFile(path)[28]) + ' ';
+    EXPECT_EQ(depths, "8 8 8 8 24 24 24 8 ");
 }
 
 }  // namespace

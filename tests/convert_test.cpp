@@ -215,6 +215,7 @@ TEST_F(Conversion, DamagedAndHugeFilesAreRefused) {
     const std::string messages = testing::internal::GetCapturedStderr();
     EXPECT_TRUE(messages.ends_with("can't open " + nowhere + ".\ncan`t open " + none + ".\n")) << messages;
     testing::internal::CaptureStderr();
+    EXPECT_EQ(convertFresh(encode, BmpHeader{1, -65500, 8}.text() + std::string(4 * 65500, 'x')), 0);
 }
 
 // What is under a document's name is the document; a link stays one, and a pipe is none.
@@ -233,7 +234,7 @@ TEST_F(Conversion, ADocumentGoesWhereItsNameLeads) {
     };
     for (const auto& [save, failed] :
          {std::pair<std::function<int(const std::string&)>, int>{jpegTo, -2}, {bmpTo, -3}}) {
-        EXPECT_EQ((std::vector{save(pipe), save("/dev/null")}), (std::vector{failed, 0}));
+        EXPECT_EQ((std::vector{save(pipe), save("/dev/full"), save("/dev/null")}), (std::vector{failed, failed, 0}));
         EXPECT_EQ((std::vector{save(jpg), save(dangling)}), (std::vector{0, 0}));
         EXPECT_TRUE(std::filesystem::is_symlink(dangling));
         EXPECT_TRUE(std::filesystem::remove(linked) && std::filesystem::remove(jpg));
@@ -273,6 +274,11 @@ TEST_F(Conversion, Base64) {
         EXPECT_EQ(base64_decode(octets(text.data()), static_cast<int>(text.size()), out, &length), result) << text;
         EXPECT_EQ(std::string(out, out + length), decoded) << text;
     }
+    unsigned char out[4];
+    int length = 7;
+    EXPECT_EQ(base64_decode(nullptr, 4, out, &length) + base64_decode(octets("QUJD"), 4, nullptr, &length) +
+                  base64_decode(octets("QUJD"), 4, out, nullptr),
+              -3);
 }
 
 TEST_F(Conversion, TemporaryFilesAreTheUsersOwn) {

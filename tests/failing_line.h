@@ -64,6 +64,9 @@ class FailingLine : public DeviceFile {
         bring();
         const std::int64_t now = virtualClock.microseconds, end = now + std::int64_t{timeoutMs} * 1000;
         if (pending_ == none && (coming_.empty() || comesAt_ > end)) {
+            virtualClock.microseconds = now + 300'000;
+            if (hushed_ && !stalls && virtualClock.microseconds < end)
+                return failing(interrupted);  // by a timer of the host's
             virtualClock.microseconds = end;
             return 0;
         }
@@ -94,6 +97,7 @@ class FailingLine : public DeviceFile {
         Fault fault = planned == plan_.end() ? none : planned->second;
         met += fault != none || dead_ || junk_ ? 1 : 0;
         dead_ = dead_ || fault == dead;
+        hushed_ = hushed_ || fault == silence;
         junk_ = junk_ || fault == junk;
         if (dead_)
             fault = dead;
@@ -137,7 +141,7 @@ class FailingLine : public DeviceFile {
     std::int64_t comesAt_ = 0;
     Fault pending_ = none;   // of the next read
     std::size_t short_ = 0;  // how much the next read brings, if not all
-    bool dead_ = false, junk_ = false;
+    bool dead_ = false, junk_ = false, hushed_ = false;
     std::minstd_rand noise_;
 };
 

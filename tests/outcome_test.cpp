@@ -1,15 +1,15 @@
 // What the library tells about its calls, beside their results.
+#include <grp.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
 #include <regex>
 #include <set>
 
 #include "api/passbook.h"
-#include "device/device.h"
+#include "device/outcome.h"
 #include "tests/day.h"
-#include "tests/support.h"
 
 namespace passbook::tests {
 namespace {
@@ -102,45 +102,21 @@ TEST(Outcome, SaysWhatAPersonNeeds) {
                   std::pair(std::string(size == 0 ? "" : "YARDO_PR2_LR"), size == sizeof shorter ? -6 : 77));
     }
     EXPECT_EQ(passbook_outcome(nullptr), -1);
-}
 
-TEST(Outcome, TellsOfBothStripesAndBothSides) {
-    char first[8], second[8];
-    using Told = std::pair<unsigned, long long>;
-    Told told;
-    const Call read = [&] {
-        const int result = YARDO_PR2_MSRALL(first, 8, second, 8);
-        told = {outcomeNow().parts, outcomeNow().done};
-        return result;
-    };
-    const std::pair<Replies, Told> rows[] = {
-        {{"hh1<1C>", "hh2<1C>"}, {3, 2}}, {{"hh1<1C>"}, {1, 1}}, {Replies(15), {0, 0}}};
-    for (const auto& [replies, wanted] : rows) {
-        (void)run(read, replies);
-        EXPECT_EQ(told, wanted);
+    const TemporaryDirectory directory;
+    const std::string path = directory.file("port");
+    writeFile(path, "");
+    const std::string own = getgrgid(getegid())->gr_name;
+    using std::filesystem::perms;
+    for (const auto& [rights, error, told] :
+         {std::tuple(perms::owner_all, EACCES, std::string("permission denied; only its owner may")),
+          {perms::group_all, EACCES, "permission denied; the device belongs to group " + own},
+          {perms::group_all, EMFILE, "Too many open files"}}) {
+        std::filesystem::permissions(path, rights);
+        beginCall("");
+        explainOpening(path.c_str(), error);
+        EXPECT_EQ(passbook::outcome().message, path + " cannot be opened: " + told);
     }
-}
-
-struct Traced {
-    std::string kinds;
-    static void event(const passbook_trace_event* each, void* user) {
-        auto& traced = *static_cast<Traced*>(user);
-        traced.kinds += "CRwrox"[each->kind];
-        EXPECT_TRUE(each->microseconds > 0 && each->size == sizeof *each && std::strlen(each->function) > 0);
-        if (each->kind == PASSBOOK_TRACE_WRITE)
-            traced.kinds += spelled(std::string(each->data, each->data + each->length));
-    }
-};
-
-TEST(Trace, HasAllThatHappens) {
-    Traced traced;
-    EXPECT_EQ(passbook_set_trace(Traced::event, &traced), 0);
-    (void)run(YARDO_PR2_GetPrinterStatus, {"^rP"});
-    EXPECT_EQ(PT_Eject("no/such/line", 0), -3);
-    (void)passbook_set_trace(nullptr, nullptr);
-    EXPECT_EQ(PT_Eject("null", 0), 0);
-    EXPECT_EQ(traced.kinds.substr(0, 11), "CRCw^jrRCw^");
-    EXPECT_TRUE(traced.kinds.ends_with("CoR")) << traced.kinds;
 }
 
 // A printer that takes nothing any more: with a limit neither a write nor closing waits for it.

@@ -13,12 +13,11 @@ namespace {
 
 /// A document of which no two pixels near each other are alike.
 sim::Document confetti(int width, int height, unsigned seed) {
-    return {width, height,
-            [seed](int y, std::span<std::uint8_t> bgr) {
-                for (std::size_t i = 0; i < bgr.size(); ++i)
-                    bgr[i] =
-                        static_cast<std::uint8_t>((i + seed + static_cast<unsigned>(y) * 977U) * 2654435761U >> 19);
-            }};
+    const auto row = [seed](int y, std::span<std::uint8_t> bgr) {
+        for (std::size_t i = 0; i < bgr.size(); ++i)
+            bgr[i] = static_cast<std::uint8_t>((i + seed + static_cast<unsigned>(y) * 977U) * 2654435761U >> 19);
+    };
+    return {width, height, row};
 }
 
 /// What the file of a side must hold. OKI: the printer's own file. OLI: its rows behind headers of the driver's.

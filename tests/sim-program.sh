@@ -102,10 +102,11 @@ stop INT
 check [ "$(grep -c '"text":"money"' "$kept/events")" = 5000 ]
 check grep -q '"text":"last"' "$kept/events"
 
-start
-for _ in 1 2; do  # hosts that never read
+start --events "$kept/events"
+for _ in 1 2; do  # hosts that never read: what is kept for them has a bound
   check timeout 20 bash -c 'printf "\033 b%.0s" {1..20000} >"/dev/$1"' - "$port"
 done
+check logged answer-lost
 stop TERM
 
 start --paper out --insert-after 0 --taken-after never --split 1 --printer-status 010 --page-size 50.8x25.4 --events - \

@@ -26,14 +26,6 @@ struct Bench {
         : printer(std::move(scenario), [this](const Event& event) { events.push_back(toJson(event)); }) {}
 
     void send(std::string_view bytes) { printer.receive(std::vector<std::uint8_t>(bytes.begin(), bytes.end())); }
-    std::string answer() {
-        const std::vector<std::uint8_t> bytes = printer.takeAnswer();
-        return {bytes.begin(), bytes.end()};
-    }
-    std::string ask(std::string_view bytes) {
-        send(bytes);
-        return answer();
-    }
 
     std::vector<nlohmann::json> events;
     Printer printer;
@@ -124,15 +116,6 @@ TEST(Picture, ShowsThePage) {
     const auto grey = [&](std::size_t x, std::size_t y) { return int{pixels[y * 200 + x]}; };
     EXPECT_EQ((std::vector{grey(3, 3), grey(4, 3), grey(3, 2), grey(30, 3)}), (std::vector{0, 255, 255, 0}));
     EXPECT_TRUE(grey(31, 3) > 200 && grey(31, 3) < 255) << "not paper, and no ink";
-}
-
-TEST(Answers, ThatNobodyReadsCostNoMoreThanSoMuchMemory) {
-    Bench unheard;
-    for (int i = 0; i < 30000; ++i)
-        unheard.send("\033j");
-    EXPECT_LE(unheard.answer().size(), 64U * 1024);
-    EXPECT_EQ(unheard.events.back().at("event"), "answer-lost");
-    EXPECT_EQ(unheard.ask("\033j"), "\033rP") << "it can be asked again once it has listened";
 }
 
 /// Two hosts, A and B, on one line. Each step of a script: ( and [ open it, ) and ] close it, ? and ! ask for the

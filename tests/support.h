@@ -109,15 +109,15 @@ struct Outcome {
 };
 Outcome run(const Call& job, const Replies& replies = {}, int failWrite = 0);
 
-/// Calls that are run, each on its own, and compared with what is to become of them.
+/// Calls that are run, each on its own, and compared with what is to become of them; then once more for each write that
+/// can fail, for the record.
 struct Dialogue {
     const char* name;
     Call job;
     int result;
     std::string sent;
     Replies replies = {};
-    std::vector<int> failing = {};  // the results when the first write fails, the second, …
-    std::string answer = {};        // what the buffer of this name begins with afterwards; before it is full of #
+    std::string answer = {};  // what the buffer of this name begins with afterwards; before it is full of #
 };
 extern char answer[64];
 void speak(std::span<const Dialogue> dialogues);

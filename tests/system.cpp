@@ -108,8 +108,10 @@ int __wrap_open(const char* path, int flags, ...) {
     const auto mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : mode_t{0};
     va_end(arguments);
     const int opened = __real_open(redirected(path), flags, mode);
-    if (DeviceFile::current != nullptr && redirected(path) == DeviceFile::current->file)
+    if (DeviceFile::current != nullptr && redirected(path) == DeviceFile::current->file) {
+        EXPECT_TRUE((flags & O_EXCL) != 0 || flags == (O_RDWR | O_NOCTTY | O_NONBLOCK)) << "it can wait for a carrier";
         DeviceFile::current->descriptor = opened;
+    }
     return opened;
 }
 

@@ -80,7 +80,7 @@ TEST(SerialLine, IsProgrammedBitByBit) {
         {300, 0, 6, 1, 'O', {B300, PARODD, INPCK}},
         {38400, 2, 9, 2, 'S', {B9600, CSTOPB | PARODD, INPCK | IXON | IXOFF | IXANY}},
         {19200, 7, 5, 3, 's', {B19200, PARODD, INPCK | IXON | IXOFF | IXANY}},
-        {4800, 1, 8, 2, 'x', {B4800, CSTOPB | PARODD | CRTSCTS, INPCK | IXON | IXOFF | IXANY}},
+        {2400, 1, 8, 2, 'x', {B2400, CSTOPB | PARODD | CRTSCTS, INPCK | IXON | IXOFF | IXANY}},
         {9600, 0, 8, 7, 'N', {B9600, CSTOPB | PARODD, IXON | IXOFF | IXANY}},
         {115200, 0, 8, 1, 'E', {B115200, 0, INPCK | IXON | IXOFF | IXANY}},
     };
@@ -116,6 +116,8 @@ class ParallelPort : public ::testing::Test {
 };
 
 TEST_F(ParallelPort, IsTheFirstThatOpensUnderOnePrefix) {
+    redirectedPaths["/dev/lp4"] = directory.file("device");
+    writeFile(directory.file("device"), "");
     EXPECT_EQ(PRSinit("LPT1"), -1);
     redirectedPaths["/dev/lp2"] = directory.file("device");
     for (const char* name : {"LPT1", "lpt2", "COM_LPT"}) {

@@ -18,6 +18,7 @@
 #include "sim/program/running.h"
 #include "sim/usb/usb_port.h"
 #include "tests/day.h"
+#include "tests/recorded.h"
 
 namespace passbook::tests {
 namespace {
@@ -31,7 +32,7 @@ struct Libusb {
     std::string asked;       // contexts and devices
     int contexts = 0;        // that have not ended
     unsigned timeoutMs = 0;  // of the last transfer
-    int init = 0, descriptor = 0;
+    int init = 0, descriptor = 0, opening = 0;
     std::deque<int> claims;  // one a claim
     std::optional<Transfer> transfer;
 } libusb;
@@ -60,7 +61,12 @@ libusb_device_handle* __wrap_libusb_open_device_with_vid_pid(libusb_context* wit
     char id[16];
     (void)std::snprintf(id, sizeof id, "%04x:%04x ", vendor, product);
     libusb.asked += id;
-    return __real_libusb_open_device_with_vid_pid(within, vendor, product);
+    return libusb.opening != 0 ? nullptr : __real_libusb_open_device_with_vid_pid(within, vendor, product);
+}
+
+int __real_libusb_open(libusb_device* device, libusb_device_handle** opened);
+int __wrap_libusb_open(libusb_device* device, libusb_device_handle** opened) {
+    return libusb.opening != 0 ? libusb.opening : __real_libusb_open(device, opened);
 }
 
 int __real_libusb_claim_interface(libusb_device_handle* device, int number);
@@ -147,8 +153,13 @@ class UsbPrinter {
 
 /// Whether the printer can be used.
 bool printsALine() {
-    const int results[] = {YARDO_PR2_OpenPort("USB"), YARDO_PR2_LR(), YARDO_PR2_ClosePort()};
-    return std::count(std::begin(results), std::end(results), 0) == 3;
+    int done = 0;
+    for (const Call& each : {call(YARDO_PR2_OpenPort, "USB"), Call(YARDO_PR2_LR), Call(YARDO_PR2_ClosePort)}) {
+        done += each() == 0 ? 1 : 0;
+        if (done == 0)
+            record(inWords(outcomeNow()));
+    }
+    return done == 3;
 }
 
 /// A host with a timer of a kilohertz, whose handler interrupts the system's calls or has them made again.
@@ -226,6 +237,11 @@ TEST_F(Usb, TheListIsTriedInOrderAndTheRuleForUdevHasIt) {
         EXPECT_EQ(printsALine(), row.known) << row.device.productId;
         EXPECT_EQ(libusb.asked, std::accumulate(ids.begin(), ids.begin() + row.tried, std::string("init ")) + "exit ");
     }
+    const UsbPrinter printer;
+    for (const int opening : {LIBUSB_ERROR_ACCESS, LIBUSB_ERROR_BUSY, LIBUSB_ERROR_IO}) {
+        libusb.opening = opening;
+        EXPECT_FALSE(printsALine());
+    }
     EXPECT_EQ(PRSinit("usb"), -1);  // a serial line of that name
     EXPECT_EQ(OpenUSBDevice(nullptr), -1);
 }
@@ -245,6 +261,7 @@ TEST_F(Usb, AnInterfaceIsClaimedSixTimesAtMost) {
         {"held for 5 seconds", {.busyClaims = 5}, 0, 5},
         {"held for 7 seconds", {.busyClaims = 7}, busy, 6},
         {"not to be claimed", {.claimError = EIO}, LIBUSB_ERROR_OTHER, 0},
+        {"not for this user", {}, LIBUSB_ERROR_ACCESS, 0, {LIBUSB_ERROR_ACCESS}},
         {"gone", {}, LIBUSB_ERROR_NO_DEVICE, 0, {LIBUSB_ERROR_NO_DEVICE}},
         {"busy, then gone", {}, LIBUSB_ERROR_NO_DEVICE, 1, {busy, LIBUSB_ERROR_NO_DEVICE}},
         {"no descriptor", {}, LIBUSB_ERROR_IO, 1, {busy}, LIBUSB_ERROR_IO},
@@ -263,6 +280,9 @@ TEST_F(Usb, AnInterfaceIsClaimedSixTimesAtMost) {
             EXPECT_EQ(device.CloseDevice(), row.result == 0 ? 0 : -1);
         }
         printer.expectNothingHeld();
+        libusb.claims = row.claims;
+        (void)printsALine();
+        libusb.claims = {};
         libusb.descriptor = 0;
         EXPECT_EQ(printsALine(), row.device.claimError == 0);
     }
@@ -302,6 +322,8 @@ TEST_F(Usb, WhatATransferCameTo) {
         EXPECT_EQ(buffer, row.after);
         printer->setFault(row.fault, 1);
         EXPECT_EQ(SendData(octets("\x1Bj"), 2), row.sent);
+        record(row.name + std::string(": ") + std::to_string(protocol->taken) + ' ' +
+               std::to_string(protocol->systemError));
         libusb.transfer.reset();
         unsigned char byte = 7;
         EXPECT_EQ(SendData(&byte, -1) + GetData(&byte, -1), 0);
@@ -316,6 +338,7 @@ TEST_F(Usb, WithoutADeviceNothingIsTransferred) {
     EXPECT_EQ(
         (std::vector{printer.OpenDevice(), printer.ReadPipe(&byte), printer.WritePipe(&byte), printer.CloseDevice()}),
         (std::vector{-2, -32, -32, -1}));
+    EXPECT_EQ(std::pair(printer.taken, printer.systemError), std::pair(0, 0));
     EXPECT_EQ(libusb.asked, "init ");
 }
 

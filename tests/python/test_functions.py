@@ -78,7 +78,6 @@ def test_scans(passbook_printer, tmp_path, sides, files):
             scan = passbook.YARDO_ScantoFileOLI if family == "oli" else passbook.YARDO_ScantoFileOKI
             scan(*names, grey, *numbers, False, sides, 200, 0)
         assert sum(name.exists() for name in names) == files
-        assert passbook.passbook_outcome().function == "YARDO_PR2_ClosePort"
         for name in names:
             name.unlink(missing_ok=True)
     with Port(passbook_printer("oli", scan_rows_error=3).port) as port, pytest.raises(PassbookError) as raised:
@@ -112,15 +111,11 @@ def test_the_oki_functions(passbook_oki, tmp_path, stamp):
         (lambda p: passbook.YARDO_PR2_PrintData(0, 1000, 1, "x"), -1, "PASSBOOK_BAD_ARGUMENT", Repeat.REPEAT_USELESS),
         (lambda p: passbook.YARDO_PR2_PrintData(0, 1, 1, b"\xff\xff"), -60, "PASSBOOK_NO_TEXT", Repeat.REPEAT_USELESS),
         (lambda p: passbook.YARDO_PrintBmpOLI("none.bmp", False, 1, 1), -11, "PASSBOOK_NO_FILE", None),
-        (lambda p: passbook.YARDO_PR2_MSR(0, 1), -1, "PASSBOOK_BAD_ARGUMENT", None),
         (lambda p: passbook.YARDO_PR2_MSRALL(-5, 4), -1, "PASSBOOK_BAD_ARGUMENT", None),
-        (lambda p: passbook.passbook_set_write_limit(-1), -1, "PASSBOOK_BAD_ARGUMENT", None),
-        (lambda p: passbook.passbook_set_temporary_directory("/no/such"), -1, "PASSBOOK_BAD_ARGUMENT", None),
         (lambda p: passbook.PT_PrintTxtFile(p, 0, 1, 0, 0, "none.txt"), -1, "PASSBOOK_PT_NO_TEXT", None),
         # Nothing is cut, and nothing is sent.
         (lambda p: passbook.YARDO_PR2_PrintData(0, 2**32 + 5, 1, "x"), OverflowError, None, None),
         (lambda p: passbook.YARDO_PR2_PrintData(0, 1.5, 1, "x"), TypeError, None, None),
-        (lambda p: passbook.YARDO_PR2_PrintData(0, 1, 1, None), TypeError, None, None),
         (lambda p: passbook.YARDO_PR2_PrintData(0, 1, 1, "\udcff"), UnicodeEncodeError, None, None),
         (lambda p: passbook.YARDO_PR2_Command("text"), TypeError, None, None),
         (lambda p: passbook.YARDO_PrintBmpOLI("a\0b", False, 1, 1), ValueError, None, None),
@@ -135,13 +130,6 @@ def test_refused(passbook_oli, oli, call, result, name, repeat):
         assert (error.result, error.name) == (result, name) and name in str(error)
         assert error.outcome is None or (error.outcome.result == result and error.outcome.can_be_repeated)
         assert repeat is None or error.explanation.repeat == repeat
-
-
-def test_texts_of_the_library():
-    assert passbook.passbook_status_text(PrinterStatus.PRINTER_READY) and passbook.passbook_status_text(99) is None
-    assert passbook.passbook_paper_text(PaperStatus.PAPER_ABSENT) and passbook.passbook_paper_text(0) is None
-    assert passbook.passbook_explain("YARDO_PR2_PrintData", -3).repeat == Repeat.REPEAT_AFTER_LOOKING
-    assert passbook.passbook_explain("YARDO_PR2_PrintData", 77) is None
 
 
 def test_a_port_that_is_closed(oli):
@@ -212,20 +200,6 @@ def test_a_printer_that_takes_nothing(passbook_oli, oli):
     passbook_oli.stall()
     assert pytest.raises(PassbookError, oli.command, b"\r" * 100_000).value.name == "PASSBOOK_NOT_SENT"
     passbook_oli.resume()
-
-
-def test_signals_lose_nothing(passbook_oli, oli):
-    came = []
-    former = signal.signal(signal.SIGALRM, lambda *_: came.append(1))
-    signal.setitimer(signal.ITIMER_REAL, 0.001, 0.001)
-    try:
-        for _ in range(5):
-            oli.command(b"money\r" * 2000)  # more than the line holds
-    finally:
-        signal.setitimer(signal.ITIMER_REAL, 0)
-        signal.signal(signal.SIGALRM, former)
-    texts = [text.text for text in passbook_oli.texts()]
-    assert came and texts == ["money"] * 10_000
 
 
 def test_calls_of_threads_wait_for_each_other(passbook_oli, oli):
