@@ -41,13 +41,16 @@ bool converted(const Exact& text, std::string& bytes, bool& isCut) {
 
 std::string namesOf(Family family, std::span<const std::uint8_t> bytes) {
     std::string names;
+    std::size_t length = 0;
     const auto decoder = wire::makeDecoder(family);
     const auto note = [&](const wire::Command& command) {
+        length += command.wireLength;
         names += command.name;
         names += ' ' + std::to_string(command.bytes.size()) + '\n';
     };
     decoder->feed(bytes, note);
     decoder->finish(note);
+    require(length == bytes.size(), "every byte belongs to a command, or to what is none");
     return names;
 }
 

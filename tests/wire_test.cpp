@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <random>
 #include <span>
 #include <string>
 #include <string_view>
@@ -101,24 +100,6 @@ TEST(Decoder, WhatIsTooLongIsCut) {
         const Heard heard = decode(family, Bytes(text.begin(), text.end()));
         EXPECT_TRUE(heard.commands.at(0).starts_with(cut) && heard.commands[0].size() < most + 40) << cut;
         EXPECT_EQ(heard.commands.back(), "carriage-return") << cut;
-    }
-}
-
-TEST(Decoder, RandomBytesAreAllAccountedForHoweverTheyArrive) {
-    // Mostly what commands are made of, so that many of them nearly come about.
-    constexpr std::string_view likely =
-        "\033\033\033\x1C\x1D\007|A/1&aw*+LlO0134YE@t\\]2 Bbj}P%5S-=Z\r\n\f\x81\x30\xB4\xE6"sv;
-    std::mt19937 random(20261116);
-    for (int round = 0; round < 400; ++round) {
-        Bytes bytes(random() % 300);
-        for (std::uint8_t& byte : bytes)
-            byte = random() % 4 == 0 ? static_cast<std::uint8_t>(random())
-                                     : static_cast<std::uint8_t>(likely[random() % likely.size()]);
-        const Family family = round % 2 == 0 ? Family::oli : Family::oki;
-        const Heard whole = decode(family, bytes);
-        ASSERT_EQ(whole.commands, decode(family, bytes, random() % (bytes.size() + 1)).commands)
-            << testing::PrintToString(bytes);
-        ASSERT_EQ(whole.wireLength, bytes.size()) << testing::PrintToString(bytes);
     }
 }
 
