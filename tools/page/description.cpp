@@ -78,8 +78,8 @@ class Reader {
         const bool told = top.has("family");
         const int family = top.choice("family", {{"oli", 0}, {"oki", 1}}, asked == Family::oki ? 1 : 0);
         family_ = family == 1 ? Family::oki : Family::oli;
-        if (told && asked && *asked != family_)
-            top.complain("family", std::string("differs from --family ") + nameOf(*asked));
+        if (const Family wanted = asked.value_or(family_); told && wanted != family_)
+            top.complain("family", std::string("differs from --family ") + nameOf(wanted));
     }
 
     void readPaper(Fields paper) {
