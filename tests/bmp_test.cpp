@@ -33,6 +33,7 @@ TEST(Bmp, FilesGiveTheirRowsTopFirstOrTheirCode) {
          bytes("01020300")},
         {"4 bits, half a table", BmpHeader{4, 1, 4, 62}.text() + bytes("01010100 02020200 01230000"), 0,
          bytes("01020000")},
+        {"one pixel", BmpHeader{.width = 1}.text() + "abc4", 0, "abc4"},
         {"rows at the start", BmpHeader{.width = 3, .height = -4, .dataOffset = 0}.text(), 0, "BM"},
         {"depth 16", BmpHeader{.bitsPerPixel = 16}.text() + rows, 0, "xxxxxxxxxxxxxxxx"},
         {"a colour table behind the end", BmpHeader{.bitsPerPixel = 1, .infoSize = 0xFFFFFFF0}.text() + rows, 0},

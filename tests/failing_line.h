@@ -61,6 +61,7 @@ class FailingLine : public DeviceFile {
         return static_cast<ssize_t>(fault == cutShort ? arriving.size() : data.size());
     }
     int poll(int timeoutMs) override {
+        EXPECT_GE(timeoutMs, 0) << "a wait without an end";
         bring();
         const std::int64_t now = virtualClock.microseconds, end = now + std::int64_t{timeoutMs} * 1000;
         if (pending_ == none && (coming_.empty() || comesAt_ > end)) {
