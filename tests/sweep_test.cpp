@@ -265,8 +265,8 @@ class EveryFault : public Sweep, public ::testing::WithParamInterface<std::tuple
 TEST_P(EveryFault, OfADayIsToldAndTheNextJobWorks) {
     const auto [family, port] = GetParam();
     const Done first = firstDay(family, port);
-    for (const std::string& each : first.told)
-        record(each);
+    for (std::size_t i = 0; i < first.told.size() && !everything; ++i)
+        record(first.told[i]);
     for (const Trouble& each : troubles()) {
         trouble_ = each.name;
         endless_ = each.fault == FailingLine::junk;
