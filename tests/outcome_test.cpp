@@ -106,11 +106,13 @@ TEST(Outcome, SaysWhatAPersonNeeds) {
     const TemporaryDirectory directory;
     const std::string path = directory.file("port");
     writeFile(path, "");
-    const std::string own = getgrgid(getegid())->gr_name;
+    group own{}, *found = nullptr;
+    char names[1024];
+    ASSERT_EQ(getgrgid_r(getegid(), &own, names, sizeof names, &found), 0);
     using std::filesystem::perms;
     for (const auto& [rights, error, told] :
          {std::tuple(perms::owner_all, EACCES, std::string("permission denied; only its owner may")),
-          {perms::group_all, EACCES, "permission denied; the device belongs to group " + own},
+          {perms::group_all, EACCES, "permission denied; the device belongs to group " + std::string(own.gr_name)},
           {perms::group_all, EMFILE, "Too many open files"}}) {
         std::filesystem::permissions(path, rights);
         beginCall("");

@@ -110,9 +110,7 @@ def test_the_oki_functions(passbook_oki, tmp_path, stamp):
         (lambda p: Port(p), -5, "PASSBOOK_ALREADY_OPEN", Repeat.REPEAT_USELESS),
         (lambda p: passbook.YARDO_PR2_PrintData(0, 1000, 1, "x"), -1, "PASSBOOK_BAD_ARGUMENT", Repeat.REPEAT_USELESS),
         (lambda p: passbook.YARDO_PR2_PrintData(0, 1, 1, b"\xff\xff"), -60, "PASSBOOK_NO_TEXT", Repeat.REPEAT_USELESS),
-        (lambda p: passbook.YARDO_PrintBmpOLI("none.bmp", False, 1, 1), -11, "PASSBOOK_NO_FILE", None),
         (lambda p: passbook.YARDO_PR2_MSRALL(-5, 4), -1, "PASSBOOK_BAD_ARGUMENT", None),
-        (lambda p: passbook.PT_PrintTxtFile(p, 0, 1, 0, 0, "none.txt"), -1, "PASSBOOK_PT_NO_TEXT", None),
         # Nothing is cut, and nothing is sent.
         (lambda p: passbook.YARDO_PR2_PrintData(0, 2**32 + 5, 1, "x"), OverflowError, None, None),
         (lambda p: passbook.YARDO_PR2_PrintData(0, 1.5, 1, "x"), TypeError, None, None),
