@@ -218,7 +218,8 @@ class Sweep : public Day {
             if (outcome.failed_transfers > 0)
                 return;
             for (std::size_t i = 1; i < given.size(); ++i)
-                EXPECT_TRUE(now[i] == "none" || now[i] == given[i]) << "half a file: " << now[i].size() << " bytes of " << given[i].size();
+                EXPECT_TRUE(now[i] == "none" || now[i] == given[i])
+                    << "half a file: " << now[i].size() << " bytes of " << given[i].size();
             // The first fault of the day is told, or nothing came of it.
             EXPECT_TRUE(before > 0 || step.result != step.good || outcome.missing_answers > 0 ||
                         (events == shown && now[0] == given[0]));
