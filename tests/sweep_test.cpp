@@ -119,37 +119,6 @@ struct Port {
 constexpr Port ports[] = {{"line", "/dev/line"}, {"LPT1", "/dev/lp0"}, {"USB", "/dev/usb"}};
 constexpr sim::Family families[] = {sim::Family::oli, sim::Family::oki};
 
-/// Something that goes wrong: with a transfer, or with a call to the system.
-struct Trouble {
-    const char* name;
-    FailingLine::Fault fault = FailingLine::none;
-    FailingCalls calls = {};
-    int times = 1;  // in a row
-};
-
-std::vector<Trouble> troubles() {
-    std::vector<Trouble> all;
-    for (int fault = FailingLine::error; fault <= FailingLine::dead; ++fault)
-        all.push_back({FailingLine::names[fault], static_cast<FailingLine::Fault>(fault)});
-    all.push_back({"error twice", FailingLine::error, {}, 2});
-    for (const auto& [name, call, forGood, at] : {
-             std::tuple{"no memory once", "allocation", false, 0U},
-             {"no memory from there on", "allocation", true, 0U},
-             {"open", "open", false, 0U},
-             {"open from there on", "open", true, 0U},
-             {"descriptors used up", "descriptors", true, 0U},
-             {"write of a file", "write", false, 0U},
-             {"write behind headers", "write", false, 54U},
-             {"write of rows", "write", false, 700U},
-             {"disk full", "write", true, 100U},
-             {"rename", "rename", false, 0U},
-             {"rename from there on", "rename", true, 0U},
-             {"ended by the host", "progress", false, 0U},
-         })
-        all.push_back({name, FailingLine::none, {.name = call, .forGood = forGood, .at = at}});
-    return all;
-}
-
 class Sweep : public Day {
  protected:
     /// A day as it was.
